@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mivo/utils/export.hpp"
+
+namespace mivo {
+
+/// Where an array lives: the host ("cpu:0") or a GPU ("cuda:1"). A small value that is copied freely.
+///
+/// It selects the memory functions below and the execution space in which a kernel runs. Memory of a
+/// device is taken and given back only through `rawMalloc` and `rawFree`; whoever allocates owns.
+/// Nothing here checks the return codes of the memory functions of the device.
+class MIVO_API Device {
+ public:
+  static constexpr int kHost = 0;  ///< host memory
+  static constexpr int kCuda = 1;  ///< CUDA GPU
+  static constexpr int kHip = 2;   ///< accepted as a name only, without memory or kernels
+
+  /// What the registry holds for a device.
+  struct DeviceInfo {
+    std::shared_ptr<void> space;  ///< the `spm` execution space object, type-erased
+    void* stream = nullptr;       ///< CUDA stream of the device, null on the host
+  };
+
+  int type = kHost;          ///< device kind
+  int id = 0;                ///< ordinal within the kind, 0 for the host
+  std::string name = "cpu";  ///< text of the kind in `type_map`
+
+  /// Text of each kind: "cpu" 0, "cuda" 1, "hip" 2.
+  static const std::map<std::string, int> type_map;
+
+  /// An unknown kind keeps its number and the name "cpu".
+  explicit Device(int type = kHost, int id = 0);
+
+  /// Parses "cuda:1" or "cpu". An unknown kind prints a line and gives `cpu:0`. A text behind the
+  /// colon that is no number, or too large, raises the exception of `std::stoi`.
+  explicit Device(const std::string& text);
+
+  /// "cpu:0", "cuda:1".
+  std::string getString() const;
+
+  /// The registry's entry; empty, with a printed line, when there is none.
+  DeviceInfo getDeviceInfo() const;
+
+  /// Makes a GPU the calling thread's current device; does nothing for other kinds.
+  void setDeviceContext() const;
+  /// Ordinal of the thread's current GPU, -1 when this is not a GPU.
+  int getDeviceContext() const;
+
+  /// Fresh memory of `bytes` bytes, or null where the kind has none. Host blocks of 2 MiB and more
+  /// come aligned to 2 MiB for huge pages; all host blocks go back through `free`.
+  void* rawMalloc(std::size_t bytes) const;
+  /// The same as `rawMalloc(bytes)`: neither copies nor frees `p`.
+  void* rawRealloc(void* p, std::size_t bytes) const;
+  void rawFree(void* p) const;
+  /// Synchronous copy from this device to `dst` on `dstDevice`. Pairs of kinds without a copy do nothing.
+  void rawCopyTo(std::size_t bytes, const void* src, const Device& dstDevice, void* dst) const;
+
+  /// Starts the message layer if nobody has, and fills the registry. Main thread; a second call
+  /// changes nothing. Host work needs neither this nor `finalize`.
+  static void initialize();
+  /// Empties the registry and ends the message layer.
+  static void finalize();
+
+  /// One entry per device, filled by `initialize`.
+  static std::map<Device, DeviceInfo>& getDeviceInfoMap();
+  /// The host and each GPU that the driver reports, whether or not `initialize` has run.
+  static std::vector<Device> getAllDevices();
+
+  bool operator==(const Device& other) const { return type == other.type && id == other.id; }
+  bool operator!=(const Device& other) const { return !(*this == other); }
+  /// By kind, then by ordinal.
+  bool operator<(const Device& other) const {
+    return type != other.type ? type < other.type : id < other.id;
+  }
+};
+
+/// Makes the execution space of each device and stores it in the registry; part of
+/// `Device::initialize`.
+MIVO_API void buildInfoMap();
+
+namespace spm {
+
+/// State of the kernel layer; `Device::initialize` and `Device::finalize` drive it.
+MIVO_API void initialize(int argc, char** argv);
+MIVO_API void finalize();
+MIVO_API bool is_initialized();
+
+}  // namespace spm
+}  // namespace mivo
