@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mivo/comu/Stream.hpp"
+#include "mivo/mat/Matrix.hpp"
+#include "mivo/mat/Partitioner.hpp"
+#include "mivo/ops/views.hpp"
+#include "mivo/utils/Device.hpp"
+#include "mivo/utils/export.hpp"
+#include "mivo/utils/instantiate.hpp"
+
+namespace mivo {
+
+/// Sparse matrix of one rank in compressed sparse rows, on one device, with indices from 0.
+///
+/// A handle: copies share the arrays, assignment rebinds, `deepCopy` duplicates. Row i holds the
+/// entries at positions rowPtr[i] to rowPtr[i + 1] - 1, in any order unless an operation says
+/// otherwise. A matrix is empty (default-built), shaped (row pointers only, their content undefined), or complete.
+/// Sparse results of no entries are often the default-built 0 by 0 matrix on the host: look at the
+/// number of entries before trusting the shape.
+///
+/// T is one of the six value types with I = int; I = long carries global columns during assembly and has the storage
+/// members and `packStream` alone. Nothing is collective. Failed checks end the process.
+template <class T, class I>
+class MIVO_API CSRMatrixT {
+ public:
+  using Vector = MatrixT<T, I, MatrixLayoutRowMajor>;
+  using IndexVectorT = MatrixT<I, I, MatrixLayoutRowMajor>;
+  using View = COT_CSRRawMat<T, I>;
+
+  // Storage.
+
+  CSRMatrixT();
+  /// Fresh arrays: rows + 1 row pointers (none when rows is 0), nnz columns and values, all undefined.
+  void create(I rows, I cols, I nnz, const Device& device);
+  /// Same rows and device (kind and ordinal): only the column count changes. Otherwise a shaped matrix, in place for all handles.
+  void resize(I rows, I cols, const Device& device);
+  /// Second step of a two-pass operation on a shaped matrix: allocates nnz columns and values. `cols` above 0
+  /// replaces the column count. Ends the process when the arrays exist already.
+  void resizeNnz(I nnz, I cols);
+  /// rowPtr[rows] read from the device; 0 for a matrix of no rows.
+  I evaluateNnzs() const;
+  /// Reuses `out` when its shape, entry count and device are the same. An empty matrix becomes 0 by 0.
+  void deepCopy(CSRMatrixT& out) const;
+  CSRMatrixT toDevice(const Device& device) const;
+  /// Shape, row pointers and columns for another value type; values undefined.
+  template <class U>
+  void copyStructure(CSRMatrixT<U, I>& out) const;
+
+  const Device& getDevice() const { return impl_->device; }
+  I getRows() const { return impl_->rows; }
+  I getCols() const { return impl_->cols; }
+  I getNnz() const { return impl_->nnz; }
+  I* getRowPtr() const { return impl_->row_ptr; }
+  I* getColIdx() const { return impl_->col_idx; }
+  T* getValues() const { return impl_->values; }
+  /// View for kernels on the matrix's device.
+  View getRawMat() const;
+
+  // Algebra. Results are built by the two-pass protocol of `SpBlasOps`.
+
+  /// Sorts each row by column, in place.
+  void sortRows();
+  static void scale(CSRMatrixT& m, T a);
+  /// y = a A x + b y. An empty matrix or x replaces y by an empty vector; b = 0 shapes y.
+  void aAxpby(T a, const Vector& x, T b, Vector& y) const;
+  /// C = A B, columns in order of first appearance. An empty factor gives the empty matrix unchecked.
+  void multiply(const CSRMatrixT& B, CSRMatrixT& C) const;
+  /// C = a A + b B; sorts the rows of A and B. An empty operand is left out before any check.
+  static void matadd(T a, const CSRMatrixT& A, T b, const CSRMatrixT& B, CSRMatrixT& C);
+  /// Diagonal update, see `SpBlasOps::csr_axpby_diag`; an empty vector takes the kernel's default. `firstRow`, `firstCol`
+  /// place this block in the merged matrix.
+  void axpbyDiag(T a, const Vector& d1, T b, const Vector& d2, CSRMatrixT& out, I firstRow = 0,
+                 I firstCol = 0) const;
+  /// Copy of the entries with |v| > threshold.
+  CSRMatrixT sparsify(T threshold) const;
+
+  // Selection.
+
+  /// Rows sel[0..n), compact or at their own numbers.
+  void getSelectedRows(const IndexVectorT& sel, CSRMatrixT& out, bool keepPositions) const;
+  /// Columns in [begin, end), stored with column + shift; the result has end - begin columns.
+  void getSelectedCols(I begin, I end, CSRMatrixT& out, I shift) const;
+  /// Entry positions begins[i] to ends[i] - 1 as row i, columns unchanged.
+  void getSelectedCols(const IndexVectorT& begins, const IndexVectorT& ends, CSRMatrixT& out,
+                       I cols) const;
+  /// One block per part with columns from 0; one part shares this matrix. Empty matrix: empty vector.
+  template <class G, class L>
+  void splitCols(const PartitionerT<G, L>& part, std::vector<CSRMatrixT>& out) const;
+  /// Stacks blocks; a block without entries counts as the part's size of empty rows.
+  template <class G, class L>
+  static CSRMatrixT mergeRows(const PartitionerT<G, L>& part, const std::vector<CSRMatrixT>& blocks);
+  /// Joins blocks side by side; columns get the begin of their part added.
+  template <class G, class L>
+  static CSRMatrixT mergeCols(const PartitionerT<G, L>& part, const std::vector<CSRMatrixT>& blocks);
+
+  // Entries.
+
+  /// Stored entries per column, as a cols by 1 vector on the matrix's device.
+  void getColElementCount(IndexVectorT& count) const;
+  /// 0 with *found false outside the pattern; `found` may be null.
+  T getElementValue(I row, I col, bool* found) const;
+  /// Overwrites an entry of the pattern; false, without effect, outside it.
+  bool setElementValue(I row, I col, const T& value);
+  /// Equal values, whatever the order of entries and stored zeros; NaN is unequal to itself.
+  bool operator==(const CSRMatrixT& other) const;
+  /// Ends the process unless the structure is sound; `sorted` asks for strictly ascending columns. Host
+  /// memory only.
+  void check(bool sorted) const;
+
+  // Exchange between ranks: rows, cols, nnz, row pointers, columns, values; host memory only.
+
+  int getStreamSize() const;
+  void packStream(comu::Stream& stream) const;
+  void unpackStream(comu::Stream& stream);
+
+  // Files (`docs/file-formats.md`); host memory only.
+
+  /// Matrix Market coordinate format; a precision below 1 means 16.
+  void saveToStream(std::ostream& os, int precision) const;
+  void saveToFile(const std::string& name, int precision) const;
+  void loadFromStream(std::istream& is);
+
+ private:
+  struct CSRMatrixImpl {
+    Device device;
+    I rows = 0;
+    I cols = 0;
+    I nnz = 0;
+    I* row_ptr = nullptr;
+    I* col_idx = nullptr;
+    T* values = nullptr;
+
+    CSRMatrixImpl() = default;
+    CSRMatrixImpl(const CSRMatrixImpl&) = delete;
+    CSRMatrixImpl& operator=(const CSRMatrixImpl&) = delete;
+    ~CSRMatrixImpl();
+    void release();
+  };
+  std::shared_ptr<CSRMatrixImpl> impl_;
+};
+
+#define MIVO_EXTERN(T) extern template class CSRMatrixT<T, int>;
+MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
+#undef MIVO_EXTERN
+
+}  // namespace mivo

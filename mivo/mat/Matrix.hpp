@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <iosfwd>
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mivo/comu/Stream.hpp"
+#include "mivo/ops/MatrixLayout.hpp"
+#include "mivo/utils/Device.hpp"
+#include "mivo/utils/ScalarTraits.hpp"
+#include "mivo/utils/export.hpp"
+#include "mivo/utils/instantiate.hpp"
+#include "mivo/utils/logging.hpp"
+
+namespace mivo {
+
+template <class G, class L>
+class PartitionerT;
+
+/// Dense array of one rank on one device: a rows x cols matrix, or a vector as its single column.
+///
+/// A cheap handle on shared storage: copying a MatrixT shares the data, `deepCopy` duplicates it.
+/// Element (i, j) lies at data[i * cols + j]; the storage frees itself with the last handle. The
+/// storage members work for any plain data type T; everything from "Element access" on exists for the six value
+/// types with I int and long. Checks end the process; "same device" compares kinds.
+template <class T, class I, class Layout = MatrixLayoutRowMajor>
+class MIVO_API MatrixT {
+ public:
+  using R = RealType<T>;
+  using IndexVector = MatrixT<int, int, MatrixLayoutRowMajor>;
+
+  // Storage.
+
+  MatrixT() { create(0, 0, Device(0, 0)); }
+
+  /// Fresh storage of rows * cols elements on `device`, content undefined; nothing is allocated for 0.
+  void create(I rows, I cols, const Device& device) {
+    MIVO_CHECK_AT(rows >= 0 && cols >= 0, "Matrix", 117);
+    const std::size_t count = elementCount(rows, cols);
+    impl_ = std::make_shared<MatrixImpl>();
+    impl_->rows = rows;
+    impl_->cols = cols;
+    impl_->device = device;
+    impl_->capacity = static_cast<I>(count);
+    if (count > 0) impl_->data = static_cast<T*>(device.rawMalloc(count * sizeof(T)));
+  }
+
+  /// Only the shape changes, for all handles, when the elements fit the capacity on the same kind of device; otherwise
+  /// `create`. The content is undefined where the count grows.
+  void resize(I rows, I cols, const Device& device) {
+    if (rows >= 0 && cols >= 0 && elementCount(rows, cols) <= static_cast<std::size_t>(impl_->capacity) &&
+        impl_->device.type == device.type) {
+      impl_->rows = rows;
+      impl_->cols = cols;
+    } else {
+      create(rows, cols, device);
+    }
+  }
+
+  I getRows() const { return impl_->rows; }
+  I getCols() const { return impl_->cols; }
+  /// rows * cols
+  I getSize() const { return impl_->rows * impl_->cols; }
+  I getCapacity() const { return impl_->capacity; }
+  /// Device memory of the matrix's device; null for an empty matrix.
+  T* getData() const { return impl_->data; }
+  const Device& getDevice() const { return impl_->device; }
+
+  /// `out` takes this shape on this device, by `resize`, and a copy of the data.
+  void deepCopy(MatrixT& out) const {
+    out.resize(getRows(), getCols(), getDevice());
+    copyDataTo(out);
+  }
+
+  /// A second handle on the same storage when the kind is the matrix's own; otherwise a copy on `device`.
+  MatrixT toDevice(const Device& device) const {
+    if (device.type == getDevice().type) return *this;
+    MatrixT out;
+    out.create(getRows(), getCols(), device);
+    copyDataTo(out);
+    return out;
+  }
+
+  /// The same into `out`, whose storage is reused where it fits.
+  void toDevice(const Device& device, MatrixT& out) const {
+    if (device.type == getDevice().type) {
+      out = *this;
+      return;
+    }
+    out.resize(getRows(), getCols(), device);
+    copyDataTo(out);
+  }
+
+  // Construction from values.
+
+  /// Host matrix of values drawn evenly from [0, 1) (complex: both parts; integers: 0 to 99), from a
+  /// generator of fixed seed that goes on from call to call.
+  static MatrixT rand(I rows, I cols);
+  /// Host column begin, begin + step, ... below end.
+  static MatrixT range(I begin, I end, I step = 1);
+  void fill(T value);
+  /// Complex matrix from real and imaginary parts of one shape, on the device of `re`; an empty part counts
+  /// as zeros. For a real T a copy of `re`.
+  void createComplex(const MatrixT<R, I, Layout>& re, const MatrixT<R, I, Layout>& im);
+
+  // Element access and selection.
+
+  /// One element, by a round trip to the device; outside the shape `*ok` is false and the result 0. `ok`
+  /// may be null.
+  T getElementValue(I i, I j, bool* ok) const;
+  /// False, without effect, outside the shape.
+  bool setElementValue(I i, I j, const T& value);
+  /// Row r of `out` is row indices[r] of this matrix.
+  void selectRows(const IndexVector& indices, MatrixT& out) const;
+  /// Row indices[r] of this matrix becomes row r of `sub`.
+  void unselectRows(const IndexVector& indices, const MatrixT& sub);
+  /// Cuts the rows by a partitioner into one host matrix per part.
+  template <class G, class L>
+  void splitRows(const PartitionerT<G, L>& part, std::vector<MatrixT>& out) const;
+  /// Joins one block per part into one matrix with all rows in order, on the device of the first block with
+  /// elements.
+  template <class G, class L>
+  static MatrixT mergeRows(const PartitionerT<G, L>& part, const std::vector<MatrixT>& parts);
+  /// Positions of elements that are not exactly zero, ascending, as a column on the matrix's device.
+  MatrixT<I, I, Layout> getNonZeroIndices() const;
+
+  // Arithmetic on whole arrays of equal element count (see `BlasOps`).
+
+  static void axpy(const T& a, const MatrixT& x, MatrixT& y);
+  static void axpby(const T& a, const MatrixT& x, const T& b, MatrixT& y);
+  static void axpbypz(const T& a, const MatrixT& x, const T& b, const MatrixT& y, MatrixT& z);
+  static void axpbypcz(const T& a, const MatrixT& x, const T& b, const MatrixT& y, const T& c,
+                       MatrixT& z);
+  static void axypbz(T a, const MatrixT& x, const MatrixT& y, T b, MatrixT& z);
+  /// sum of conj(x) * y
+  static T dot(const MatrixT& x, const MatrixT& y);
+  MatrixT& operator+=(const MatrixT& other);
+
+  // Exchange between ranks: rows, cols as `int`, then the elements; host memory only.
+
+  int getStreamSize() const;
+  void packStream(comu::Stream& stream) const;
+  /// Takes a fresh shape on this matrix's device.
+  void unpackStream(comu::Stream& stream);
+
+  // Text and files (`docs/file-formats.md`); host memory only.
+
+  /// "[v0, v1, ...]"
+  std::string getString() const;
+  /// Matrix Market array format; a precision below 1 means 16.
+  void saveToStream(std::ostream& os, int precision) const;
+  /// By extension: "mtx" as above, "raw" as a plain list, any other leaves an empty file.
+  void saveToFile(const std::string& name, int precision) const;
+  void loadFromStream(std::istream& is);
+
+ private:
+  struct MatrixImpl {
+    I rows = 0;
+    I cols = 0;
+    T* data = nullptr;
+    I capacity = 0;
+    Device device;
+
+    MatrixImpl() = default;
+    MatrixImpl(const MatrixImpl&) = delete;
+    MatrixImpl& operator=(const MatrixImpl&) = delete;
+    ~MatrixImpl() {
+      if (data != nullptr) device.rawFree(data);
+    }
+  };
+
+  static std::size_t elementCount(I rows, I cols) {
+    const std::size_t count = static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols);
+    MIVO_CHECK(count <= static_cast<std::size_t>(std::numeric_limits<I>::max()))
+        << "Matrix: " << rows << " x " << cols << " elements exceed the index type";
+    return count;
+  }
+
+  void copyDataTo(MatrixT& out) const {
+    const std::size_t bytes = static_cast<std::size_t>(getSize()) * sizeof(T);
+    if (bytes > 0) getDevice().rawCopyTo(bytes, getData(), out.getDevice(), out.getData());
+  }
+
+  std::shared_ptr<MatrixImpl> impl_;
+};
+
+/// Index lists and other integer vectors of one rank.
+using IndexVector = MatrixT<int, int, MatrixLayoutRowMajor>;
+
+#define MIVO_EXTERN(T)                                           \
+  extern template class MatrixT<T, int, MatrixLayoutRowMajor>;   \
+  extern template class MatrixT<T, long, MatrixLayoutRowMajor>;
+MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
+#undef MIVO_EXTERN
+
+}  // namespace mivo
