@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mivo/mat/CSRMatrix.hpp"
+#include "mivo/mat/Matrix.hpp"
+#include "mivo/mat/ParMatrix.hpp"
+#include "mivo/mat/Partitioner.hpp"
+#include "mivo/mat/SetValueMode.hpp"
+#include "mivo/mat/SpMVCommPattern.hpp"
+#include "mivo/operators/ParMatrixFree.hpp"
+#include "mivo/ops/views.hpp"
+#include "mivo/utils/export.hpp"
+#include "mivo/utils/instantiate.hpp"
+
+namespace mivo {
+
+/// Statistics of a distributed matrix, as one row of a table. `sparse` is nnzs / rows^2, also for a rectangular matrix.
+template <class G>
+struct MIVO_API MatrixMetaT {
+  G rows = 0;
+  G cols = 0;
+  G nnzs = 0;
+  double sparse = 0;
+  double row_nnz_min = 0, row_nnz_max = 0, row_nnz_sum = 0, row_nnz_avg = 0;  ///< entries per row
+  double row_sum_min = 0, row_sum_max = 0, row_sum_sum = 0, row_sum_avg = 0;  ///< sums of rows
+
+  static std::string getTableHead();
+  std::string getString() const;
+};
+
+/// Distributed sparse matrix. Rows are cut over the ranks by the row partitioner; a rank's rows are cut by the
+/// column partitioner into column blocks with columns numbered from 0, so that a product needs no index
+/// translation: block p meets the vector entries of rank p.
+///
+/// A handle: copies share everything, `deepCopy` duplicates. The halo exchange plan is built at the first product
+/// after a change of the pattern. T is one of the six value types; (G, L) is (int, int) or (long, int).
+/// Assembly's end, products, and whatever says so are collective.
+template <class T, class G, class L>
+class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
+ public:
+  using Local = CSRMatrixT<T, L>;
+  using Vector = ParMatrixT<T, G, L>;
+  using Partitioner = PartitionerT<G, L>;
+  using Meta = MatrixMetaT<G>;
+  using Plan = SpMVCommPatternT<T, G, L>;
+  using typename ParMatrixFreeT<T, G, L>::AsyncMatVecObject;
+  using ParMatrixFreeT<T, G, L>::matVec;
+  using BlockTable = MatrixT<COT_SpMVCSRRawMat<T, L>, L, MatrixLayoutRowMajor>;
+
+  // Creation.
+
+  ParCSRMatrixT();
+  ~ParCSRMatrixT() override;
+  /// No entries; rows and columns spread evenly over the ranks.
+  void create(G rows, G cols, const Device& device, int comm = kCommWorld);
+  /// From this rank's column blocks, one per part of `colPart` (or none at all).
+  void create(const Partitioner& rowPart, const Partitioner& colPart,
+              const std::vector<Local>& blocks, const Device& device, int comm = kCommWorld);
+  /// Wraps a local matrix on a communicator of one rank.
+  void createSeq(const Local& m, int comm);
+  /// Stores the blocks that have entries. Follow with `prepareMatVec(true)` on a matrix in use.
+  void setLocalMatrix(const std::vector<Local>& blocks);
+  void getLocalMatrix(std::vector<Local>& out) const;
+  /// Block number `block`, empty where absent; below 0 all blocks joined, with global columns.
+  Local getLocalMatrix(int block) const;
+
+  // Access.
+
+  int getComm() const override;
+  Device getDevice() const override;
+  G getRows() const override;
+  G getCols() const override;
+  const Plan& getSpMVCommPattern() const;
+  Plan& getSpMVCommPattern();
+  const Partitioner& getRowPartitioner() const;
+  const Partitioner& getColPartitioner() const;
+  /// This rank's rows; [0, 0) for an empty object.
+  void getOwnerShipRange(G* begin, G* end) const;
+  L getLocalRows() const;
+  void setComm(int comm);
+  void setDevice(const Device& device);
+  /// Stored entries of all ranks. Collective.
+  G getNnzs() const;
+  /// On ranks that do not own the row: 0 and *found false.
+  T getElementValue(G row, G col, bool* found) const;
+  /// Overwrites an entry of the pattern on the row's owner; false elsewhere.
+  bool setElementValue(G row, G col, const T& value);
+  static void scale(ParCSRMatrixT& m, T a);
+  void fill(T value);
+  void sortRows();
+
+  // Product. Collective.
+
+  /// y = a A x + b y; b = 0 does not read y. The lock of the product serialises additions into y.
+  void aAxpby(T a, const Vector& x, T b, Vector& y, AsyncMatVecObject* async) override;
+  /// y = A x, with y created in the row partition when its shape, device or comm differ.
+  void matVec(const Vector& x, Vector& y, AsyncMatVecObject* async) override;
+  Vector matVec(const Vector& x) const;
+  /// Builds the halo plan, when it is missing or `force` is set.
+  void prepareMatVec(bool force) const;
+  /// Brings the ghost values of x; see `SpMVCommPatternT::exchange`.
+  void exchangeMatVec(const Vector& x, const typename Plan::BlockCallback& localCallback,
+                      const typename Plan::BlockCallback& recvCallback,
+                      const std::function<void()>& finishCallback, AsyncMatVecObject* async) const;
+
+  // Assembly: any rank may set any entry; values find their owners in `endAssemble`.
+
+  void beginAssemble();
+  /// Local, and safe from several threads.
+  void setValue(G row, G col, const T& value, SetValueMode mode);
+  void endAssemble();
+  /// Entries of m, with global rows and columns, are added up over the ranks. Collective.
+  void createByAssemble(const CSRMatrixT<T, G>& m, int comm);
+  /// Visits rows and entries of an assembly that has begun and not ended; results of the visitors are ignored.
+  void traversal(const std::function<bool(G row, G nnzOfRow)>& rowFn,
+                 const std::function<bool(G row, G col, T& value)>& elemFn);
+
+  // Rows and statistics.
+
+  /// Diagonal as a vector in the row partition, 0 where there is none; `rowOrCol` must be 0.
+  void getDiag(Vector& d, int rowOrCol = 0) const;
+  Vector getDiag() const;
+  /// Per row (sum |a|^p)^(1/p), the largest |a| for p not above 0.
+  void rowNorm(ParMatrixT<RealType<T>, G, L>& n, double p) const;
+  ParMatrixT<RealType<T>, G, L> rowNorm(double p) const;
+  /// One Jacobi correction or SOR sweep on a matrix of one rank.
+  void jacobi(const Vector& b, Vector& x, double omega);
+  void sor(const Vector& b, Vector& x, double omega, bool flag);
+  /// Collective.
+  void computeMeta(Meta& meta) const;
+  Meta computeMeta() const;
+
+  // Copies.
+
+  void toDevice(const Device& device, ParCSRMatrixT& out) const;
+  ParCSRMatrixT toDevice(const Device& device) const;
+  void deepCopy(ParCSRMatrixT& out) const;
+  ParCSRMatrixT deepCopy() const;
+  /// Equal values. Collective; meaningful on rank 0, true elsewhere.
+  bool operator==(const ParCSRMatrixT& other) const;
+
+  // Moving and viewing whole matrices.
+
+  /// All rows on `root`, an empty matrix elsewhere. Collective.
+  Local gather(int root) const;
+  /// Spreads the root's matrix evenly, onto the device that it has there. Collective.
+  static ParCSRMatrixT scatter(int comm, int root, const Local& m);
+  /// One record per stored block, in block order, as a host table.
+  void getRawMat(BlockTable& out) const;
+  /// The same on the matrix's device.
+  BlockTable getRawMatOnDev() const;
+
+  // Files (`docs/file-formats.md`).
+
+  /// Dump of this rank's blocks for people.
+  void saveToStream(std::ostream& os, int precision);
+  /// One file per rank and block; on several ranks the name carries size, rank and part.
+  void saveToFile(const std::string& name, int precision);
+  /// Rank 0 reads, then the rows are spread evenly. Collective.
+  void loadFromStream(std::istream& is, const Device& device, int comm = kCommWorld);
+  void loadFromFile(const std::string& name, const Device& device, int comm = kCommWorld);
+
+  struct ParCSRMatrixImpl;
+
+ private:
+  std::shared_ptr<ParCSRMatrixImpl> impl_;
+};
+
+#define MIVO_EXTERN(T)                              \
+  extern template class ParCSRMatrixT<T, int, int>; \
+  extern template class ParCSRMatrixT<T, long, int>;
+MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
+#undef MIVO_EXTERN
+
+extern template struct MatrixMetaT<int>;
+extern template struct MatrixMetaT<long>;
+
+}  // namespace mivo
