@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "mivo/utils/Device.hpp"
+
+namespace mivo::test {
+
+/// Every device of this run: the host, and whatever the build and machine offer beside it. Suites of
+/// kernels and containers loop over it, so that they are written once.
+inline std::vector<Device> testDevices() {
+  Device::initialize();
+  return Device::getAllDevices();
+}
+
+/// Memory on a device with a copy of host values, freed at the end of the scope.
+template <class T>
+class DeviceArray {
+ public:
+  DeviceArray(const Device& device, const std::vector<T>& values)
+      : device_(device), size_(values.size()) {
+    data_ = static_cast<T*>(device_.rawMalloc((size_ > 0 ? size_ : 1) * sizeof(T)));
+    if (size_ > 0) Device().rawCopyTo(size_ * sizeof(T), values.data(), device_, data_);
+  }
+  DeviceArray(const Device& device, std::size_t size) : DeviceArray(device, std::vector<T>(size)) {}
+  ~DeviceArray() { device_.rawFree(data_); }
+  DeviceArray(const DeviceArray&) = delete;
+  DeviceArray& operator=(const DeviceArray&) = delete;
+
+  T* data() { return data_; }
+  std::vector<T> values() const {
+    std::vector<T> out(size_);
+    if (size_ > 0) device_.rawCopyTo(size_ * sizeof(T), data_, Device(), out.data());
+    return out;
+  }
+
+ private:
+  Device device_;
+  std::size_t size_;
+  T* data_;
+};
+
+}  // namespace mivo::test
