@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <type_traits>
+
+#include "mivo/ops/views.hpp"
+#include "mivo/spm/atomic.hpp"
+#include "mivo/spm/parallel.hpp"
+#include "mivo/utils/ScalarTraits.hpp"
+
+namespace mivo::sparse {
+
+// What the sparse kernels do with single rows, on the host as on a device.
+
+/// True while the arrays that a two-pass member fills have not been allocated.
+template <class T, class I>
+MIVO_FUNCTION bool counting(const I* col_idx, const T* values) {
+  return col_idx == nullptr || values == nullptr;
+}
+
+/// Sum of a_j x_j over positions [begin, end), in stored order, added to s.
+template <class T, class I>
+MIVO_FUNCTION T rowDot(I begin, I end, const I* col_idx, const T* values, const T* x, T s) {
+  for (I k = begin; k < end; ++k) s += values[k] * x[col_idx[k]];
+  return s;
+}
+
+/// Value of the row's entry in column `col`; `missing` if there is none, the last of several.
+template <class T, class I>
+MIVO_FUNCTION T rowEntry(I begin, I end, const I* col_idx, const T* values, I col, T missing) {
+  T d = missing;
+  for (I k = begin; k < end; ++k) {
+    if (col_idx[k] == col) d = values[k];
+  }
+  return d;
+}
+
+/// Position of the first entry in column `col`, `end` if there is none.
+template <class I>
+MIVO_FUNCTION I findColumn(I begin, I end, const I* col_idx, I col) {
+  I k = begin;
+  while (k < end && col_idx[k] != col) ++k;
+  return k;
+}
+
+/// |a|^p as a real number, p by its real part.
+template <class T>
+MIVO_FUNCTION RealType<T> absPower(const T& a, const T& p) {
+  return powReal(abs(a), realPart(p));
+}
+
+/// Root of order p > 0; integers go through double, so that 1 / p is not truncated to 0.
+template <class R>
+MIVO_FUNCTION R rootOfOrder(const R& a, const R& p) {
+  if constexpr (std::is_floating_point_v<R>) {
+    return powReal(a, R(1) / p);
+  } else {
+    return static_cast<R>(powReal(static_cast<double>(a), 1.0 / static_cast<double>(p)));
+  }
+}
+
+/// Stable insertion sort by column, the values moved along.
+template <class T, class I>
+MIVO_FUNCTION void sortRow(I begin, I end, I* col_idx, T* values) {
+  for (I k = begin + 1; k < end; ++k) {
+    const I c = col_idx[k];
+    const T v = values[k];
+    I j = k;
+    for (; j > begin && col_idx[j - 1] > c; --j) {
+      col_idx[j] = col_idx[j - 1];
+      values[j] = values[j - 1];
+    }
+    col_idx[j] = c;
+    values[j] = v;
+  }
+}
+
+/// Copies n entries to `dst_col` and `dst_val`, the columns moved by `shift`.
+template <class T, class I>
+MIVO_FUNCTION void copyRow(I n, const I* src_col, const T* src_val, I shift, I* dst_col,
+                           T* dst_val) {
+  for (I k = 0; k < n; ++k) {
+    dst_col[k] = src_col[k] + shift;
+    dst_val[k] = src_val[k];
+  }
+}
+
+/// Merges the sorted rows i of A and B, scaled, into `col_idx` and `values`; returns the merged
+/// length.
+template <class T, class I>
+MIVO_FUNCTION I mergeRows(T alpha, const COT_CSRRawMat<T, I>& a, T beta,
+                          const COT_CSRRawMat<T, I>& b, I i, I* col_idx, T* values) {
+  I ka = a.row_begin[i];
+  I kb = b.row_begin[i];
+  const I enda = a.row_end[i];
+  const I endb = b.row_end[i];
+  I n = 0;
+  for (; ka < enda || kb < endb; ++n) {
+    if (kb == endb || (ka < enda && a.col_idx[ka] < b.col_idx[kb])) {
+      col_idx[n] = a.col_idx[ka];
+      values[n] = alpha * a.values[ka++];
+    } else if (ka == enda || b.col_idx[kb] < a.col_idx[ka]) {
+      col_idx[n] = b.col_idx[kb];
+      values[n] = beta * b.values[kb++];
+    } else {
+      col_idx[n] = b.col_idx[kb];
+      values[n] = beta * b.values[kb++] + alpha * a.values[ka++];
+    }
+  }
+  return n;
+}
+
+/// Membership in an ascending list by binary search.
+template <class I>
+MIVO_FUNCTION bool contains(I n, const I* sorted, I value) {
+  I lo = 0;
+  I hi = n;
+  while (lo < hi) {
+    const I mid = lo + (hi - lo) / 2;
+    if (sorted[mid] == value) return true;
+    if (sorted[mid] < value) {
+      lo = mid + 1;
+    } else {
+      hi = mid;
+    }
+  }
+  return false;
+}
+
+/// Mixing step of a 32-bit hash (Appleby's finalizer), in the width of I.
+template <class I>
+MIVO_FUNCTION std::make_unsigned_t<I> hashColumn(I column) {
+  using U = std::make_unsigned_t<I>;
+  const U k = static_cast<U>(column);
+  U h = static_cast<U>((k ^ (k >> 16)) * U(0x85EBCA6BU));
+  h = static_cast<U>((h ^ (h >> 13)) * U(0xC2B2AE35U));
+  return h ^ (h >> 16);
+}
+
+/// Inserts `key` into the n slots of one row with the value `next`; true if it was not there
+/// before.
+template <class I>
+MIVO_FUNCTION bool hashInsert(HashTableSlot<I, I>* slots, std::uint32_t n, I key, I next) {
+  using Slot = HashTableSlot<I, I>;
+  Slot* target = nullptr;
+  std::uint32_t at = static_cast<std::uint32_t>(hashColumn(key) % n);
+  for (std::uint32_t probe = 0; probe < n; ++probe, at = at + 1 == n ? 0 : at + 1) {
+    Slot& slot = slots[at];
+    if (slot.state == Slot::kOccupied) {
+      if (slot.key == key) return false;
+      continue;
+    }
+    if (target == nullptr) target = &slot;
+    if (slot.state == Slot::kFree) break;
+  }
+  if (target == nullptr) spm::trap();
+  target->key = key;
+  target->value = next;
+  target->state = Slot::kOccupied;
+  return true;
+}
+
+/// Value stored with `key` in the n slots of one row; a missing key is a fault.
+template <class I>
+MIVO_FUNCTION I hashFind(const HashTableSlot<I, I>* slots, std::uint32_t n, I key) {
+  using Slot = HashTableSlot<I, I>;
+  std::uint32_t at = static_cast<std::uint32_t>(hashColumn(key) % n);
+  for (std::uint32_t probe = 0; probe < n; ++probe, at = at + 1 == n ? 0 : at + 1) {
+    if (slots[at].state == Slot::kFree) break;
+    if (slots[at].state == Slot::kOccupied && slots[at].key == key) return slots[at].value;
+  }
+  spm::trap();
+  return 0;
+}
+
+/// Turns row lengths at rowptr[1..n] into row pointers, as one task. Matrices without rows may come
+/// with a null array.
+template <class I, class Space>
+void prefixSum(Space& space, I n, I* rowptr) {
+  if (rowptr == nullptr) return;
+  spm::parallel_for(spm::RangePolicy<Space>(space, 0, 1), [=] MIVO_FUNCTION(I) {
+    rowptr[0] = 0;
+    for (I i = 0; i < n; ++i) rowptr[i + 1] += rowptr[i];
+  });
+}
+
+/// Undoes the use of row pointers as cursors: rowptr[i] holds the end of row i and becomes its
+/// begin.
+template <class I>
+MIVO_FUNCTION void shiftUp(I n, I* rowptr) {
+  for (I i = n; i > 0; --i) rowptr[i] = rowptr[i - 1];
+  rowptr[0] = 0;
+}
+
+}  // namespace mivo::sparse
