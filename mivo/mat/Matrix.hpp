@@ -25,8 +25,8 @@ class PartitionerT;
 ///
 /// A cheap handle on shared storage: copying a MatrixT shares the data, `deepCopy` duplicates it.
 /// Element (i, j) lies at data[i * cols + j]; the storage frees itself with the last handle. The
-/// storage members work for any plain data type T; everything from "Element access" on exists for the six value
-/// types with I int and long. Checks end the process; "same device" compares kinds.
+/// members of "Storage" and "Exchange" work for any plain data type T; the others exist for the six value types
+/// with I int and long. Checks end the process; "same device" compares kinds.
 template <class T, class I, class Layout = MatrixLayoutRowMajor>
 class MIVO_API MatrixT {
  public:
@@ -95,6 +95,28 @@ class MIVO_API MatrixT {
     copyDataTo(out);
   }
 
+  // Exchange between ranks: rows, cols as `int`, then the elements; host memory only.
+
+  int getStreamSize() const {
+    const std::size_t bytes = 2 * sizeof(int) + static_cast<std::size_t>(getSize()) * sizeof(T);
+    MIVO_CHECK(static_cast<std::size_t>(getRows()) <= kMaxCount &&
+               static_cast<std::size_t>(getCols()) <= kMaxCount && bytes <= kMaxCount)
+        << "Matrix: " << getRows() << " x " << getCols() << " elements do not fit into one message";
+    return static_cast<int>(bytes);
+  }
+  void packStream(comu::Stream& stream) const {
+    const int shape[2] = {static_cast<int>(getRows()), static_cast<int>(getCols())};
+    stream.pushBack(shape, sizeof(shape));
+    stream.pushBack(getData(), getStreamSize() - static_cast<int>(sizeof(shape)));
+  }
+  /// Takes a fresh shape on this matrix's device.
+  void unpackStream(comu::Stream& stream) {
+    int shape[2] = {0, 0};
+    stream.popFront(shape, sizeof(shape));
+    create(static_cast<I>(shape[0]), static_cast<I>(shape[1]), Device(getDevice()));
+    stream.popFront(getData(), getStreamSize() - static_cast<int>(sizeof(shape)));
+  }
+
   // Construction from values.
 
   /// Host matrix of values drawn evenly from [0, 1) (complex: both parts; integers: 0 to 99), from a
@@ -140,13 +162,6 @@ class MIVO_API MatrixT {
   static T dot(const MatrixT& x, const MatrixT& y);
   MatrixT& operator+=(const MatrixT& other);
 
-  // Exchange between ranks: rows, cols as `int`, then the elements; host memory only.
-
-  int getStreamSize() const;
-  void packStream(comu::Stream& stream) const;
-  /// Takes a fresh shape on this matrix's device.
-  void unpackStream(comu::Stream& stream);
-
   // Text and files (`docs/file-formats.md`); host memory only.
 
   /// "[v0, v1, ...]"
@@ -172,6 +187,8 @@ class MIVO_API MatrixT {
       if (data != nullptr) device.rawFree(data);
     }
   };
+
+  static constexpr std::size_t kMaxCount = std::numeric_limits<int>::max();
 
   static std::size_t elementCount(I rows, I cols) {
     const std::size_t count = static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols);
