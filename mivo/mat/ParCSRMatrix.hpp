@@ -20,6 +20,9 @@
 
 namespace mivo {
 
+template <class T, class G, class L>
+class RowAssembly;
+
 /// Statistics of a distributed matrix, as one row of a table. `sparse` is nnzs / rows^2, also for a rectangular matrix.
 template <class G>
 struct MIVO_API MatrixMetaT {
@@ -169,6 +172,7 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
   struct ParCSRMatrixImpl;
 
  private:
+  friend class RowAssembly<T, G, L>;
   std::shared_ptr<ParCSRMatrixImpl> impl_;
 };
 
