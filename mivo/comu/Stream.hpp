@@ -20,15 +20,15 @@ class MIVO_API Stream {
   Stream(const Stream&) = delete;
   Stream& operator=(const Stream&) = delete;
 
-  /// Takes an uninitialised buffer of `size` bytes and sets both positions to 0. Called once in the life of a
-  /// stream: an earlier buffer is not freed. A size of 0 changes nothing.
+  /// Takes an uninitialised buffer of `size` bytes and sets both positions to 0. Called once in the
+  /// life of a stream: an earlier buffer is not freed. A size of 0 changes nothing.
   void setCapacity(int size);
 
   /// Adopts a buffer that stays the caller's, and sets both positions to 0.
   void setAllocactedBuffer(int capacity, void* buffer);
 
-  /// Copies `size` bytes to the write position and moves it on. Null `data` only moves it: this marks as
-  /// written what a message will fill.
+  /// Copies `size` bytes to the write position and moves it on. Null `data` only moves it: this
+  /// marks as written what a message will fill.
   void pushBack(const void* data, int size);
 
   /// Copies `size` bytes from the read position and moves it on. Null `data` only moves it.

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "mivo/comu/row_numbering.hpp"
+
+#include <cstddef>
+#include <numeric>
+
+#include "mivo/comu/serialization.hpp"
+#include "mivo/mpi_stub/mpi.h"
+
+namespace mivo::comu::detail {
+
+RowNumbering::RowNumbering(int comm, const std::vector<int>& rows, const std::vector<int>& ptr) {
+  int anyListed = rows.empty() ? 0 : 1;
+  MPI_Allreduce(MPI_IN_PLACE, &anyListed, 1, MPI_INT, MPI_MAX, comm);
+  listed = anyListed != 0;
+  if (listed) {
+    ids = rows;
+    return;
+  }
+  int rank = 0;
+  int nprocs = 1;
+  MPI_Comm_rank(comm, &rank);
+  MPI_Comm_size(comm, &nprocs);
+  const int count = ptr.empty() ? 0 : narrowToInt(ptr.size() - 1, "rows");
+  std::vector<int> counts(static_cast<std::size_t>(nprocs));
+  MPI_Allgather(&count, 1, MPI_INT, counts.data(), 1, MPI_INT, comm);
+  std::size_t first = 0;
+  for (const int c : counts) {
+    offsets.push_back(narrowToInt(first, "rows"));
+    first += static_cast<std::size_t>(c);
+  }
+  offsets.push_back(narrowToInt(first, "rows"));
+  ids.resize(static_cast<std::size_t>(count));
+  std::iota(ids.begin(), ids.end(), offsets[static_cast<std::size_t>(rank)]);
+}
+
+int RowNumbering::ownerOf(int id) const {
+  for (std::size_t p = 0; p + 1 < offsets.size(); ++p) {
+    if (offsets[p] <= id && id < offsets[p + 1]) return static_cast<int>(p);
+  }
+  return -1;
+}
+
+}  // namespace mivo::comu::detail

@@ -1,0 +1,340 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// The cases hold for any number of ranks: what each rank sends is a function of source and
+// destination, so that each receiver can work out what it must get. `mpiexec` runs the same program
+// on several.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <numeric>
+#include <set>
+#include <vector>
+
+#include "mivo/comu/communication_tools_impl.hpp"
+#include "mivo/comu/ghost_tools.hpp"
+#include "mivo/comu/graph_tools.hpp"
+#include "mivo/comu/owner_tools.hpp"
+#include "mivo/utils/Device.hpp"
+#include "mivo/utils/communicator.hpp"
+
+namespace mivo::comu {
+namespace {
+
+using Lists = std::vector<std::vector<int>>;
+
+int worldRank() {
+  int rank = 0;
+  MPI_Comm_rank(kCommWorld, &rank);
+  return rank;
+}
+
+int worldSize() {
+  int size = 1;
+  MPI_Comm_size(kCommWorld, &size);
+  return size;
+}
+
+class MessageLayer : public testing::Environment {
+ public:
+  void SetUp() override { Device::initialize(); }
+  void TearDown() override { Device::finalize(); }
+};
+const auto* const kMessageLayer = testing::AddGlobalTestEnvironment(new MessageLayer);
+
+// Empty for some pairs, of different lengths for others.
+std::vector<int> letter(int from, int to) {
+  std::vector<int> text(static_cast<std::size_t>((3 * from + 5 * to + 2) % 4));
+  for (std::size_t k = 0; k < text.size(); ++k)
+    text[k] = 100 * from + 10 * to + static_cast<int>(k);
+  return text;
+}
+
+TEST(SparseSendRecv, DeliversEachListToItsRank) {
+  const int rank = worldRank(), size = worldSize();
+  Lists send, expected;
+  for (int i = 0; i < size; ++i) {
+    send.push_back(letter(rank, i));
+    expected.push_back(letter(i, rank));
+  }
+  Lists recv = {{1, 2, 3}};
+  sparse_send_recv<int>(kCommWorld, send, recv, false);
+  EXPECT_EQ(recv, expected);
+
+  Lists sized(expected.size());
+  for (std::size_t i = 0; i < sized.size(); ++i) sized[i].resize(expected[i].size());
+  sparse_send_recv<int>(kCommWorld, send, sized, true);
+  EXPECT_EQ(sized, expected);
+}
+
+TEST(SparseSendRecv, TakesAShortListAsEmptyForTheOthers) {
+  const int rank = worldRank(), size = worldSize();
+  Lists recv;
+  sparse_send_recv<int>(kCommWorld, {}, recv, false);
+  EXPECT_EQ(recv, Lists(static_cast<std::size_t>(size)));
+
+  sparse_send_recv<int>(kCommWorld, {{rank}}, recv, false);
+  Lists expected(static_cast<std::size_t>(size));
+  if (rank == 0) {
+    for (int i = 0; i < size; ++i) expected[static_cast<std::size_t>(i)] = {i};
+  }
+  EXPECT_EQ(recv, expected);
+}
+
+// A handle that packs itself, as matrices do.
+struct Packet {
+  std::shared_ptr<std::vector<int>> words = std::make_shared<std::vector<int>>();
+
+  int getStreamSize() const { return static_cast<int>(comu::getStreamSize(*words)); }
+  void packStream(Stream& stream) const { comu::packStream(stream, *words); }
+  void unpackStream(Stream& stream) { comu::unpackStream(stream, *words); }
+};
+
+Packet packet(int from, int to) { return {std::make_shared<std::vector<int>>(letter(from, to))}; }
+
+TEST(SparseSendRecvStream, UnpacksWhatOthersPackedAndSharesTheOwnElement) {
+  const int rank = worldRank(), size = worldSize();
+  std::vector<Packet> send, recv;
+  for (int i = 0; i < size; ++i) send.push_back(packet(rank, i));
+  sparse_send_recv_stream(kCommWorld, send, recv);
+  ASSERT_EQ(recv.size(), send.size());
+  for (int i = 0; i < size; ++i) {
+    EXPECT_EQ(*recv[static_cast<std::size_t>(i)].words, letter(i, rank)) << i;
+  }
+  EXPECT_EQ(recv[static_cast<std::size_t>(rank)].words, send[static_cast<std::size_t>(rank)].words);
+}
+
+TEST(ScatterGatherStream, MovesEachElementBetweenTheRootAndItsRank) {
+  const int rank = worldRank(), size = worldSize();
+  for (int root = 0; root < size; ++root) {
+    std::vector<Packet> all;
+    if (rank == root) {
+      for (int i = 0; i < size; ++i) all.push_back(packet(root, i));
+    }
+    Packet mine;
+    stlmpi_scatter_stream(kCommWorld, all, mine, root);
+    EXPECT_EQ(*mine.words, letter(root, rank));
+
+    const Packet back = packet(rank, root + 1);
+    std::vector<Packet> collected;
+    stlmpi_gather_stream(kCommWorld, back, collected, root);
+    ASSERT_EQ(collected.size(), rank == root ? static_cast<std::size_t>(size) : 0u);
+    for (std::size_t i = 0; i < collected.size(); ++i) {
+      EXPECT_EQ(*collected[i].words, letter(static_cast<int>(i), root + 1)) << i;
+    }
+  }
+}
+
+// Which ranks list an id in the owner search.
+bool lists(int rank, int id) { return (id * 7 + rank * rank) % 3 != 0; }
+
+TEST(OwnerSearch, NamesTheLowestRankThatListsAnId) {
+  const int rank = worldRank(), size = worldSize();
+  std::vector<int> ids, expected;
+  for (int id = 40; id >= 0; --id) {
+    if (!lists(rank, id)) continue;
+    int owner = 0;
+    while (owner < size && !lists(owner, id)) ++owner;
+    // Twice in the list, which makes no difference.
+    for (int twice = 0; twice < 2; ++twice) {
+      ids.push_back(id);
+      expected.push_back(owner);
+    }
+  }
+  std::vector<int> owners = {1, 2, 3};
+  get_owner_rank(kCommWorld, ids, owners);
+  EXPECT_EQ(owners, expected);
+
+  int divisor = 10;
+  const auto directory = [](int id, void* arg) {
+    return std::min(id / *static_cast<int*>(arg), worldSize() - 1);
+  };
+  std::fill(owners.begin(), owners.end(), -5);
+  get_owner_rank_ex(kCommWorld, static_cast<int>(ids.size()), ids.data(), directory, &divisor,
+                    owners.data());
+  EXPECT_EQ(owners, expected);
+
+  // A rank without ids still answers for others.
+  std::vector<int> only(rank == 0 ? 12 : 0);
+  std::iota(only.begin(), only.end(), 0);
+  get_owner_rank(kCommWorld, only, owners);
+  EXPECT_EQ(owners, std::vector<int>(only.size(), 0));
+}
+
+TEST(MapReduce, AnswersEachKeyInItsPlaceAndMayAnswerInPlace) {
+  const int rank = worldRank(), size = worldSize();
+  std::vector<int> keys;
+  for (int k = 0; k < 9; ++k) keys.push_back((5 * k + rank) % 7);
+  const auto directory = [size](const int& key) { return key % size; };
+  // Counts how often a key is sent in all.
+  const auto count = [&](int reducerRank, int nprocs, const Lists& requests, Lists& replies) {
+    EXPECT_EQ(reducerRank, rank);
+    EXPECT_EQ(nprocs, size);
+    std::map<int, int> seen;
+    for (const auto& list : requests) {
+      for (const int key : list) {
+        EXPECT_EQ(key % size, rank);
+        ++seen[key];
+      }
+    }
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+      ASSERT_EQ(replies[i].size(), requests[i].size());
+      for (std::size_t k = 0; k < requests[i].size(); ++k) replies[i][k] = seen[requests[i][k]];
+    }
+  };
+  std::vector<int> expected;
+  for (const int key : keys) {
+    int times = 0;
+    for (int r = 0; r < size; ++r) {
+      for (int k = 0; k < 9; ++k) times += (5 * k + r) % 7 == key;
+    }
+    expected.push_back(times);
+  }
+  map_reduce<int, int>(kCommWorld, keys.size(), keys.data(), directory, count, nullptr);
+  map_reduce<int, int>(kCommWorld, keys.size(), keys.data(), directory, count, keys.data());
+  EXPECT_EQ(keys, expected);
+}
+
+// A graph on kVertices vertices, known to every rank; some rows have no diagonal, one is empty.
+constexpr int kVertices = 23;
+constexpr int kEmptyRow = 11;
+
+std::set<int> neighbours(int row) {
+  std::set<int> cols;
+  if (row == kEmptyRow) return cols;
+  for (int k = 1; k <= 3; ++k) cols.insert((row * row + 5 * k) % kVertices);
+  if (row % 2 == 0) cols.insert(row);
+  return cols;
+}
+
+struct Rows {
+  std::vector<int> rows, ptr = {0}, cols;
+  void add(int row, const std::set<int>& entries) {
+    rows.push_back(row);
+    cols.insert(cols.end(), entries.begin(), entries.end());
+    ptr.push_back(static_cast<int>(cols.size()));
+  }
+};
+
+// Rows dealt out either in contiguous pieces or round the ranks.
+int ownerOf(int row, bool contiguous) {
+  const int size = worldSize();
+  if (!contiguous) return row % size;
+  const int part = (kVertices + size - 1) / size;
+  return row / part;
+}
+
+template <class Entries>
+Rows ownRows(bool contiguous, const Entries& entries) {
+  Rows out;
+  for (int row = 0; row < kVertices; ++row) {
+    if (ownerOf(row, contiguous) == worldRank()) out.add(row, entries(row));
+  }
+  if (contiguous) out.rows.clear();
+  return out;
+}
+
+std::set<int> symmetric(int row) {
+  std::set<int> cols = neighbours(row);
+  for (int other = 0; other < kVertices; ++other) {
+    if (neighbours(other).count(row) > 0) cols.insert(other);
+  }
+  return cols;
+}
+
+TEST(TransposeMatrix, GivesTheReferrersOfEachColumnThatARankUses) {
+  for (const bool contiguous : {false, true}) {
+    const Rows own = ownRows(contiguous, neighbours);
+    Graph expected;
+    for (const int col : own.cols) {
+      for (int row = 0; row < kVertices; ++row) {
+        if (neighbours(row).count(col) > 0) expected[col].insert(row);
+      }
+    }
+    // What the graph holds before is joined.
+    Graph graph = {{1000, {1}}};
+    expected[1000] = {1};
+    transpose_matrix(kCommWorld, own.rows, own.ptr, own.cols, graph);
+    EXPECT_EQ(graph, expected);
+  }
+}
+
+TEST(GhostInfo, FindsGhostsAndWhatOthersWantOnTheSymmetrisedGraph) {
+  const int rank = worldRank(), size = worldSize();
+  for (const bool contiguous : {false, true}) {
+    std::vector<int> ghostIds, ghostRanks, recvRows, sendRanks;
+    std::set<int> used;
+    for (int row = 0; row < kVertices; ++row) {
+      if (ownerOf(row, contiguous) != rank) continue;
+      const std::set<int> cols = symmetric(row);
+      used.insert(cols.begin(), cols.end());
+    }
+    for (const int col : used) {
+      if (ownerOf(col, contiguous) == rank) continue;
+      ghostIds.push_back(col);
+      ghostRanks.push_back(ownerOf(col, contiguous));
+    }
+    for (int other = 0; other < size; ++other) {
+      if (other == rank) continue;
+      for (int row = 0; row < kVertices; ++row) {
+        if (ownerOf(row, contiguous) != rank) continue;
+        bool wanted = false;
+        for (const int col : symmetric(row)) wanted = wanted || ownerOf(col, contiguous) == other;
+        if (wanted) {
+          recvRows.push_back(row);
+          sendRanks.push_back(other);
+        }
+      }
+    }
+    for (const bool unsymmetric : {false, true}) {
+      std::vector<int> out[4] = {{9}, {9}, {9}, {9}};
+      if (unsymmetric) {
+        const Rows own = ownRows(contiguous, neighbours);
+        get_unsym_ghost_info(kCommWorld, own.rows, own.ptr, own.cols, out[0], out[1], out[2],
+                             out[3]);
+      } else {
+        const Rows own = ownRows(contiguous, symmetric);
+        get_sym_ghost_info(kCommWorld, own.rows, own.ptr, own.cols, out[0], out[1], out[2], out[3]);
+      }
+      EXPECT_EQ(out[0], recvRows) << contiguous << unsymmetric;
+      EXPECT_EQ(out[1], sendRanks) << contiguous << unsymmetric;
+      EXPECT_EQ(out[2], ghostIds) << contiguous << unsymmetric;
+      EXPECT_EQ(out[3], ghostRanks) << contiguous << unsymmetric;
+    }
+  }
+}
+
+TEST(GhostInfo, GivesAColumnThatNoRankHoldsTheOwnerMinusOne) {
+  const int rank = worldRank();
+  std::vector<int> recvRows, sendRanks, ghostIds, ghostRanks;
+  for (const bool listed : {true, false}) {
+    const std::vector<int> rows = listed ? std::vector<int>{rank} : std::vector<int>{};
+    get_sym_ghost_info(kCommWorld, rows, {0, 2}, {rank, 900}, recvRows, sendRanks, ghostIds,
+                       ghostRanks);
+    EXPECT_EQ(ghostIds, std::vector<int>{900});
+    EXPECT_EQ(ghostRanks, std::vector<int>{-1});
+    EXPECT_TRUE(recvRows.empty() && sendRanks.empty());
+  }
+}
+
+TEST(GraphFormat, FlattensByKeyOrByAGivenOrder) {
+  const Graph graph = {{4, {9, 1}}, {-2, {}}, {7, {3}}};
+  std::vector<int> ids = {1}, ptr = {5, 5}, cols = {8};
+  change_format(graph, ids, ptr, cols);
+  EXPECT_EQ(ids, (std::vector<int>{-2, 4, 7}));
+  EXPECT_EQ(ptr, (std::vector<int>{0, 0, 2, 3}));
+  EXPECT_EQ(cols, (std::vector<int>{1, 9, 3}));
+
+  change_format2(graph, {7, 100, 4}, ptr, cols);
+  EXPECT_EQ(ptr, (std::vector<int>{0, 1, 1, 3}));
+  EXPECT_EQ(cols, (std::vector<int>{3, 1, 9}));
+
+  change_format({}, ids, ptr, cols);
+  EXPECT_TRUE(ids.empty() && cols.empty());
+  EXPECT_EQ(ptr, std::vector<int>{0});
+}
+
+}  // namespace
+}  // namespace mivo::comu
