@@ -29,10 +29,10 @@ void MatOps<T, I, Layout>::set_element_value(const Device& device, I i, I j, T* 
   MIVO_DISPATCH(set_element_value, i, j, a, ld, value);
 }
 
-#define MIVO_INSTANCE(T)                                  \
-  template class MatOps<T, int, MatrixLayoutRowMajor>;    \
-  template class MatOps<T, int, MatrixLayoutColMajor>;    \
-  template class MatOps<T, long, MatrixLayoutRowMajor>;   \
+#define MIVO_INSTANCE(T)                                \
+  template class MatOps<T, int, MatrixLayoutRowMajor>;  \
+  template class MatOps<T, int, MatrixLayoutColMajor>;  \
+  template class MatOps<T, long, MatrixLayoutRowMajor>; \
   template class MatOps<T, long, MatrixLayoutColMajor>;
 MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
 #undef MIVO_INSTANCE

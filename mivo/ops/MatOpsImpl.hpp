@@ -9,8 +9,8 @@
 
 namespace mivo {
 
-/// Position of element (i, j) of a matrix with leading dimension `ld`. In 64 bits, since rows times columns may
-/// pass the range of an int.
+/// Position of element (i, j) of a matrix with leading dimension `ld`. In 64 bits, since rows times
+/// columns may pass the range of an int.
 template <class Layout, class I>
 MIVO_FUNCTION std::ptrdiff_t matrixOffset(I i, I j, I ld) {
   if constexpr (std::is_same_v<Layout, MatrixLayoutRowMajor>) {

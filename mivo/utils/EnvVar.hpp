@@ -8,15 +8,15 @@
 
 namespace mivo {
 
-/// An environment variable with a default, read once at the first `get`; a later `setenv` has no effect.
+/// An environment variable with a default, read once at the first `get`; a later `setenv` has no
+/// effect.
 ///
-/// The text is read as a decimal number as far as it is one, so "abc" is 0. Any number of threads may
-/// call `get`, the first time included: two that race read the same text.
+/// The text is read as a decimal number as far as it is one, so "abc" is 0. Any number of threads
+/// may call `get`, the first time included: two that race read the same text.
 template <class T>
 class EnvVar {
  public:
-  EnvVar(std::string variable, T defaultValue)
-      : value(defaultValue), name(std::move(variable)) {}
+  EnvVar(std::string variable, T defaultValue) : value(defaultValue), name(std::move(variable)) {}
 
   T get() {
     if (!loaded.load(std::memory_order_acquire)) {

@@ -18,9 +18,9 @@ class MIVO_API Utils {
   /// MIVO_WAIT_SOME is not 0; default 1. Halo messages are then handled in order of arrival.
   static bool isWaitSome();
 
-  /// Opens a shared library for its static initialisers, which register classes with the factories, and
-  /// logs the outcome. It stays loaded. A library that cannot be opened shows as a null handle in
-  /// the log line, and the call returns normally.
+  /// Opens a shared library for its static initialisers, which register classes with the factories,
+  /// and logs the outcome. It stays loaded. A library that cannot be opened shows as a null handle
+  /// in the log line, and the call returns normally.
   static void loadPlugin(const std::string& path);
 };
 

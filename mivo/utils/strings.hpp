@@ -11,8 +11,8 @@ namespace mivo {
 /// Text in the manner of `printf`; empty when the format cannot be carried out.
 MIVO_API std::string string_printf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// Pieces of `text` between the matches of an ECMAScript regular expression. The piece before a match at
-/// the very beginning is empty and counts, one behind a match at the very end does not.
+/// Pieces of `text` between the matches of an ECMAScript regular expression. The piece before a
+/// match at the very beginning is empty and counts, one behind a match at the very end does not.
 MIVO_API std::vector<std::string> stringSplit(const std::string& text, const std::string& pattern);
 
 /// What stands before and after the last "."; without one, the whole text and an empty one.

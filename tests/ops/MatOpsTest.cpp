@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "mivo/ops/MatOps.hpp"
-
 #include <gtest/gtest.h>
 
 #include <cstddef>
 #include <type_traits>
 #include <vector>
+
+#include "mivo/ops/MatOps.hpp"
 
 namespace mivo {
 namespace {
@@ -24,10 +24,11 @@ struct Case {
 template <class C>
 class MatOpsTest : public testing::Test {};
 
-using Cases = testing::Types<Case<int, int, MatrixLayoutRowMajor>, Case<long, long, MatrixLayoutColMajor>,
-                             Case<float, int, MatrixLayoutColMajor>, Case<double, int, MatrixLayoutRowMajor>,
-                             Case<Complex<float>, long, MatrixLayoutRowMajor>,
-                             Case<Complex<double>, int, MatrixLayoutColMajor>>;
+using Cases =
+    testing::Types<Case<int, int, MatrixLayoutRowMajor>, Case<long, long, MatrixLayoutColMajor>,
+                   Case<float, int, MatrixLayoutColMajor>, Case<double, int, MatrixLayoutRowMajor>,
+                   Case<Complex<float>, long, MatrixLayoutRowMajor>,
+                   Case<Complex<double>, int, MatrixLayoutColMajor>>;
 TYPED_TEST_SUITE(MatOpsTest, Cases);
 
 // Leading dimensions exceed the matrices, so that a kernel that swaps them or the layouts shows.

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "mivo/utils/Utils.hpp"
-
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -11,6 +9,7 @@
 
 #include "mivo/utils/EnvVar.hpp"
 #include "mivo/utils/TickMeter.hpp"
+#include "mivo/utils/Utils.hpp"
 #include "mivo/utils/strings.hpp"
 
 namespace mivo {
@@ -35,9 +34,8 @@ TEST(EnvVar, ReadsTheVariableOnceAndKeepsTheDefaultWithoutIt) {
 
 TEST(EnvVar, ReadsTextAsFarAsItIsADecimalNumber) {
   const char* name = "MIVO_TEST_ENV_VAR";
-  const std::pair<const char*, int> cases[] = {{"abc", 0}, {"", 0},      {"-3", -3},
-                                               {"5x", 5},  {" 12", 12},  {"0x10", 0},
-                                               {"4294967297", 1}};
+  const std::pair<const char*, int> cases[] = {
+      {"abc", 0}, {"", 0}, {"-3", -3}, {"5x", 5}, {" 12", 12}, {"0x10", 0}, {"4294967297", 1}};
   for (const auto& [text, expected] : cases) {
     setenv(name, text, 1);
     EXPECT_EQ(EnvVar<int>(name, 7).get(), expected) << '"' << text << '"';
@@ -45,8 +43,8 @@ TEST(EnvVar, ReadsTextAsFarAsItIsADecimalNumber) {
   unsetenv(name);
 }
 
-// The switches are read once per process, so each state runs in a child of its own. The exit code packs
-// what the three functions give.
+// The switches are read once per process, so each state runs in a child of its own. The exit code
+// packs what the three functions give.
 int exitCodeOfSwitches() {
   return 10 * Utils::getVerboseLevel() + (Utils::isStrictMatrixMarket() ? 2 : 0) +
          (Utils::isWaitSome() ? 1 : 0);
@@ -57,10 +55,9 @@ class UtilsSwitches : public testing::Test {
   void SetUp() override { testing::FLAGS_gtest_death_test_style = "fast"; }
 
   static void runChild(const char* verbose, const char* strict, const char* wait) {
-    const std::pair<const char*, const char*> variables[] = {
-        {"MIVO_VERBOSE_LEVEL", verbose},
-        {"MIVO_STRICT_MATRIX_MARKET", strict},
-        {"MIVO_WAIT_SOME", wait}};
+    const std::pair<const char*, const char*> variables[] = {{"MIVO_VERBOSE_LEVEL", verbose},
+                                                             {"MIVO_STRICT_MATRIX_MARKET", strict},
+                                                             {"MIVO_WAIT_SOME", wait}};
     for (const auto& [name, text] : variables) {
       if (text != nullptr) {
         setenv(name, text, 1);
