@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "mivo/operators/ParOperator.hpp"
+#include "mivo/utils/export.hpp"
+#include "mivo/utils/instantiate.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+class ParCSRMatrixT;
+template <class T, class G, class L>
+class ParMatrixT;
+template <class Base>
+class Factory;
+
+/// Interface for interpolation from aggregates. The library has no class of this family.
+template <class T, class G, class L>
+class MIVO_API ParAggrInterpolatorT : public virtual ParOperator {
+ public:
+  ~ParAggrInterpolatorT() override;
+
+  /// P is the prolongation from `naggr` aggregates to the rows of A. Collective.
+  virtual void interpolate(const ParCSRMatrixT<T, G, L>& A, const ParMatrixT<int, G, L>& aggr,
+                           G naggr, ParCSRMatrixT<T, G, L>& P) = 0;
+
+  /// Family of the key "aggr_interpolator_type".
+  static Factory<ParAggrInterpolatorT>& getFactory();
+};
+
+#define MIVO_EXTERN(T) extern template class ParAggrInterpolatorT<T, long, int>;
+MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
+#undef MIVO_EXTERN
+
+}  // namespace mivo

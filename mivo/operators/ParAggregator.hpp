@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "mivo/operators/ParOperator.hpp"
+#include "mivo/utils/export.hpp"
+#include "mivo/utils/instantiate.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+class ParCSRMatrixT;
+template <class T, class G, class L>
+class ParMatrixT;
+template <class Base>
+class Factory;
+
+/// Interface for grouping the unknowns into aggregates.
+template <class T, class G, class L>
+class MIVO_API ParAggregatorT : public virtual ParOperator {
+ public:
+  ~ParAggregatorT() override;
+
+  /// `aggr` receives the aggregate of each unknown, as one column distributed like the rows of A,
+  /// and `naggr` the number of aggregates. Collective.
+  virtual void aggregate(const ParCSRMatrixT<T, G, L>& A, const ParCSRMatrixT<int, G, L>& S,
+                         ParMatrixT<int, G, L>& aggr, G& naggr) = 0;
+
+  /// Family of the key "aggregator_type".
+  static Factory<ParAggregatorT>& getFactory();
+};
+
+#define MIVO_EXTERN(T) extern template class ParAggregatorT<T, long, int>;
+MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
+#undef MIVO_EXTERN
+
+}  // namespace mivo

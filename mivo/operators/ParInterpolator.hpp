@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "mivo/operators/ParOperator.hpp"
+#include "mivo/utils/export.hpp"
+#include "mivo/utils/instantiate.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+class ParCSRMatrixT;
+template <class T, class G, class L>
+class ParMatrixT;
+template <class Base>
+class Factory;
+
+/// Interface for interpolation from a splitting into coarse and fine unknowns.
+template <class T, class G, class L>
+class MIVO_API ParInterpolatorT : public virtual ParOperator {
+ public:
+  ~ParInterpolatorT() override;
+
+  /// P is the prolongation, `ncoarse` the global number of its columns. Collective.
+  virtual void interpolate(const ParCSRMatrixT<T, G, L>& A, const ParCSRMatrixT<int, G, L>& S,
+                           const ParMatrixT<int, G, L>& cf, G& ncoarse,
+                           ParCSRMatrixT<T, G, L>& P) = 0;
+
+  /// Family of the key "interpolator_type".
+  static Factory<ParInterpolatorT>& getFactory();
+};
+
+#define MIVO_EXTERN(T) extern template class ParInterpolatorT<T, long, int>;
+MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
+#undef MIVO_EXTERN
+
+}  // namespace mivo

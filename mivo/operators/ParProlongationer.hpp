@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "mivo/operators/ParOperator.hpp"
+#include "mivo/utils/export.hpp"
+#include "mivo/utils/instantiate.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+class ParMatrixT;
+template <class Base>
+class Factory;
+
+/// Interface for prolongation from a coarse level as an action instead of a matrix. The library has
+/// no class of this family.
+template <class T, class G, class L>
+class MIVO_API ParProlongationerT : public ParOperator {
+ public:
+  ~ParProlongationerT() override;
+
+  /// fine = P coarse
+  virtual void prolongation(const ParMatrixT<T, G, L>& coarse, ParMatrixT<T, G, L>& fine) = 0;
+
+  /// Family of the key "prolongationer_type".
+  static Factory<ParProlongationerT>& getFactory();
+};
+
+#define MIVO_EXTERN(T) extern template class ParProlongationerT<T, long, int>;
+MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
+#undef MIVO_EXTERN
+
+}  // namespace mivo

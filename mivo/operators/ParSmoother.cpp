@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "mivo/operators/ParSmoother.hpp"
+
+#include "mivo/utils/Factory.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+ParSmootherT<T, G, L>::~ParSmootherT() = default;
+
+template <class T, class G, class L>
+Factory<ParSmootherT<T, G, L>>& ParSmootherT<T, G, L>::getFactory() {
+  static Factory<ParSmootherT> factory("smoother_type");
+  return factory;
+}
+
+#define MIVO_INSTANCE(T) template class ParSmootherT<T, long, int>;
+MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
+#undef MIVO_INSTANCE
+
+}  // namespace mivo

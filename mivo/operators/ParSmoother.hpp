@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "mivo/operators/ParMatrixFree.hpp"
+#include "mivo/operators/ParOperator.hpp"
+#include "mivo/utils/export.hpp"
+#include "mivo/utils/instantiate.hpp"
+
+namespace mivo {
+
+/// Interface of smoothers: a few steps of a stationary iteration that damp the oscillating part of
+/// the error. Exists for the four scalar types with (long, int). Both operations are collective.
+template <class T, class G, class L>
+class MIVO_API ParSmootherT : public virtual ParOperator {
+ public:
+  ~ParSmootherT() override;
+
+  /// Prepares for A.
+  virtual void setup(const ParMatrixFreeT<T, G, L>& A) = 0;
+  /// Improves the given x for A x = b.
+  virtual void smooth(const ParMatrixT<T, G, L>& b, ParMatrixT<T, G, L>& x) = 0;
+
+  /// Family of the key "smoother_type".
+  static Factory<ParSmootherT>& getFactory();
+};
+
+#define MIVO_EXTERN(T) extern template class ParSmootherT<T, long, int>;
+MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
+#undef MIVO_EXTERN
+
+}  // namespace mivo

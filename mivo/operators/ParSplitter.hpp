@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "mivo/operators/ParOperator.hpp"
+#include "mivo/utils/export.hpp"
+#include "mivo/utils/instantiate.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+class ParCSRMatrixT;
+template <class T, class G, class L>
+class ParMatrixT;
+template <class Base>
+class Factory;
+
+/// Interface for splitting the unknowns into coarse and fine ones.
+template <class T, class G, class L>
+class MIVO_API ParSplitterT : public virtual ParOperator {
+ public:
+  ~ParSplitterT() override;
+
+  /// `cf` receives the mark of each unknown, as one column distributed like the rows of A.
+  /// Collective.
+  virtual void split(const ParCSRMatrixT<T, G, L>& A, ParCSRMatrixT<int, G, L>& S,
+                     ParMatrixT<int, G, L>& cf) = 0;
+
+  /// Family of the key "splitter_type".
+  static Factory<ParSplitterT>& getFactory();
+};
+
+#define MIVO_EXTERN(T) extern template class ParSplitterT<T, long, int>;
+MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
+#undef MIVO_EXTERN
+
+}  // namespace mivo

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "mivo/operators/ParOperator.hpp"
+#include "mivo/utils/export.hpp"
+#include "mivo/utils/instantiate.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+class ParCSRMatrixT;
+template <class T, class G, class L>
+class ParMatrixT;
+template <class Base>
+class Factory;
+
+/// Interface for the strength of connections between unknowns.
+template <class T, class G, class L>
+class MIVO_API ParStrengtherT : public virtual ParOperator {
+ public:
+  ~ParStrengtherT() override;
+
+  /// S takes the structure of A, with 1 for a strong entry and 0 for a weak one. `diag` is the
+  /// diagonal of A. Collective.
+  virtual void strength(const ParCSRMatrixT<T, G, L>& A, const ParMatrixT<T, G, L>& diag,
+                        ParCSRMatrixT<int, G, L>& S) = 0;
+
+  /// Family of the key "strengther_type".
+  static Factory<ParStrengtherT>& getFactory();
+};
+
+#define MIVO_EXTERN(T) extern template class ParStrengtherT<T, long, int>;
+MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
+#undef MIVO_EXTERN
+
+}  // namespace mivo
