@@ -1,0 +1,318 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <vector>
+
+#include "mivo/mat/CrossData.hpp"
+#include "mivo/mat/Matrix.hpp"
+#include "mivo/mat/Partitioner.hpp"
+#include "tests/support/dense.hpp"
+#include "tests/support/devices.hpp"
+#include "tests/support/fatal.hpp"
+
+namespace mivo {
+namespace {
+
+using test::matrixOf;
+using test::smallValues;
+using test::testDevices;
+using test::valuesOf;
+
+template <class T>
+class MatrixTest : public testing::Test {
+ protected:
+  void SetUp() override { Device::initialize(); }
+};
+using ValueTypes = testing::Types<int, long, float, double, Complex<float>, Complex<double>>;
+TYPED_TEST_SUITE(MatrixTest, ValueTypes);
+
+TYPED_TEST(MatrixTest, ResizeKeepsTheStorageThatFits) {
+  using M = MatrixT<TypeParam, int>;
+  for (const Device& device : testDevices()) {
+    M m;
+    m.create(4, 5, device);
+    const TypeParam* data = m.getData();
+    const M handle = m;
+    m.resize(3, 2, device);
+    m.resize(10, 2, device);
+    EXPECT_EQ(m.getData(), data);
+    EXPECT_EQ(m.getCapacity(), 20);
+    EXPECT_EQ(handle.getRows(), 10);
+    m.resize(7, 3, device);
+    EXPECT_EQ(m.getCapacity(), 21);
+    EXPECT_EQ(handle.getSize(), 20);
+    m.create(0, 5, device);
+    EXPECT_EQ(m.getData(), nullptr);
+    EXPECT_EQ(m.getCols(), 5);
+  }
+  EXPECT_EQ(M().getRows(), 0);
+  EXPECT_EQ(M().getDevice(), Device());
+}
+
+TYPED_TEST(MatrixTest, CopiesOfAHandleShareAndDeepCopiesDoNot) {
+  using M = MatrixT<TypeParam, int>;
+  const std::vector<TypeParam> a = smallValues<TypeParam>(6, 1);
+  for (const Device& device : testDevices()) {
+    M m = matrixOf<TypeParam>(device, 2, 3, a);
+    M same = m.toDevice(device);
+    M into;
+    m.toDevice(device, into);
+    M deep;
+    m.deepCopy(deep);
+    m.fill(TypeParam(7));
+    EXPECT_EQ(same.getData(), m.getData());
+    EXPECT_EQ(into.getData(), m.getData());
+    EXPECT_EQ(valuesOf(deep), a);
+    EXPECT_EQ(deep.getRows(), 2);
+    EXPECT_EQ(deep.getDevice().type, device.type);
+    EXPECT_EQ(valuesOf(same), std::vector<TypeParam>(6, TypeParam(7)));
+  }
+}
+
+TYPED_TEST(MatrixTest, ElementAccessStaysInsideTheShape) {
+  for (const Device& device : testDevices()) {
+    const std::vector<TypeParam> a = smallValues<TypeParam>(12, 2);
+    MatrixT<TypeParam, int> m = matrixOf<TypeParam>(device, 4, 3, a);
+    bool ok = false;
+    EXPECT_EQ(m.getElementValue(2, 1, &ok), a[7]);
+    EXPECT_TRUE(ok);
+    EXPECT_TRUE(m.setElementValue(3, 2, TypeParam(50)));
+    EXPECT_EQ(m.getElementValue(3, 2, nullptr), TypeParam(50));
+    const int outside[][2] = {{4, 0}, {0, 3}, {-1, 0}, {0, -1}};
+    for (const auto& at : outside) {
+      ok = true;
+      EXPECT_EQ(m.getElementValue(at[0], at[1], &ok), TypeParam(0));
+      EXPECT_FALSE(ok);
+      EXPECT_FALSE(m.setElementValue(at[0], at[1], TypeParam(99)));
+    }
+    std::vector<TypeParam> expected = a;
+    expected[11] = TypeParam(50);
+    EXPECT_EQ(valuesOf(m), expected);
+  }
+}
+
+TYPED_TEST(MatrixTest, SelectsAndReturnsRows) {
+  using T = TypeParam;
+  for (const Device& device : testDevices()) {
+    const std::vector<T> a = smallValues<T>(15, 3);
+    MatrixT<T, int> m = matrixOf<T>(device, 5, 3, a);
+    const IndexVector picked = matrixOf<int>(device, 3, 1, {4, 0, 2});
+    MatrixT<T, int> sub;
+    m.selectRows(picked, sub);
+    ASSERT_EQ(sub.getRows(), 3);
+    EXPECT_EQ(valuesOf(sub),
+              (std::vector<T>{a[12], a[13], a[14], a[0], a[1], a[2], a[6], a[7], a[8]}));
+
+    m.fill(T(1));
+    m.unselectRows(picked, sub);
+    std::vector<T> expected = a;
+    for (std::size_t row : {1, 3}) {
+      for (std::size_t j = 0; j < 3; ++j) expected[3 * row + j] = T(1);
+    }
+    EXPECT_EQ(valuesOf(m), expected);
+
+    m.selectRows(picked, m);
+    EXPECT_EQ(valuesOf(m), valuesOf(sub));
+  }
+}
+
+TYPED_TEST(MatrixTest, SplitAndMergedRowsGiveTheMatrixBack) {
+  using M = MatrixT<TypeParam, int>;
+  PartitionerT<long, int> part;
+  part.create(7, std::vector<long>{0, 3, 3, 7});
+  const std::vector<TypeParam> a = smallValues<TypeParam>(14, 4);
+  for (const Device& device : testDevices()) {
+    std::vector<M> blocks;
+    matrixOf<TypeParam>(device, 7, 2, a).splitRows(part, blocks);
+    ASSERT_EQ(blocks.size(), 3u);
+    EXPECT_EQ(valuesOf(blocks[0]), std::vector<TypeParam>(a.begin(), a.begin() + 6));
+    EXPECT_EQ(blocks[1].getRows(), 0);
+    EXPECT_EQ(blocks[2].getDevice(), Device());
+    for (M& block : blocks) block = block.toDevice(device);
+    const M merged = M::mergeRows(part, blocks);
+    EXPECT_EQ(merged.getRows(), 7);
+    EXPECT_EQ(merged.getDevice().type, device.type);
+    EXPECT_EQ(valuesOf(merged), a);
+  }
+  PartitionerT<int, int> none;
+  none.create(0, 2);
+  std::vector<M> blocks;
+  M().splitRows(none, blocks);
+  EXPECT_EQ(blocks.size(), 2u);
+  EXPECT_EQ(M::mergeRows(none, blocks).getSize(), 0);
+}
+
+TYPED_TEST(MatrixTest, ArithmeticFollowsItsFormula) {
+  using T = TypeParam;
+  using M = MatrixT<T, int>;
+  const std::size_t n = 33;
+  const std::vector<T> x = smallValues<T>(n, 5), y = smallValues<T>(n, 6), z = smallValues<T>(n, 7);
+  const T a(3), b(-2), c(5);
+  for (const Device& device : testDevices()) {
+    // Shapes differ, element counts agree.
+    const M mx = matrixOf<T>(device, 33, 1, x), my = matrixOf<T>(device, 11, 3, y);
+    const auto result = [&](const auto& operation) {
+      M target = matrixOf<T>(device, 3, 11, z);
+      operation(target);
+      return valuesOf(target);
+    };
+    const auto expected = [&](const auto& formula) {
+      std::vector<T> out(n);
+      for (std::size_t i = 0; i < n; ++i) out[i] = formula(x[i], y[i], z[i]);
+      return out;
+    };
+    EXPECT_EQ(result([&](M& t) { M::axpy(a, mx, t); }),
+              expected([&](T u, T, T w) { return w + u * a; }));
+    EXPECT_EQ(result([&](M& t) { M::axpby(a, mx, b, t); }),
+              expected([&](T u, T, T w) { return u * a + w * b; }));
+    EXPECT_EQ(result([&](M& t) { M::axpbypz(a, mx, b, my, t); }),
+              expected([&](T u, T v, T w) { return w + u * a + v * b; }));
+    EXPECT_EQ(result([&](M& t) { M::axpbypcz(a, mx, b, my, c, t); }),
+              expected([&](T u, T v, T w) { return v * b + u * a + w * c; }));
+    EXPECT_EQ(result([&](M& t) { M::axypbz(a, mx, my, b, t); }),
+              expected([&](T u, T v, T w) { return u * a * v + w * b; }));
+    EXPECT_EQ(result([&](M& t) { t += mx; }), expected([&](T u, T, T w) { return w + u; }));
+    T sum(0);
+    for (std::size_t i = 0; i < n; ++i) sum = sum + conj(x[i]) * y[i];
+    EXPECT_EQ(M::dot(mx, my), sum);
+  }
+}
+
+TYPED_TEST(MatrixTest, ComplexMatricesComeFromTheirParts) {
+  using R = RealType<TypeParam>;
+  for (const Device& device : testDevices()) {
+    const std::vector<R> re = smallValues<R>(6, 8), im = smallValues<R>(6, 9);
+    const MatrixT<R, int> mre = matrixOf<R>(device, 3, 2, re), mim = matrixOf<R>(device, 3, 2, im);
+    MatrixT<TypeParam, int> m;
+    m.createComplex(mre, mim);
+    ASSERT_EQ(m.getSize(), 6);
+    EXPECT_EQ(m.getRows(), 3);
+    for (std::size_t k = 0; k < 6; ++k) {
+      EXPECT_EQ(realPart(valuesOf(m)[k]), re[k]);
+      EXPECT_EQ(imagPart(valuesOf(m)[k]), kIsComplex<TypeParam> ? im[k] : R(0));
+    }
+    m.createComplex(mre, MatrixT<R, int>());
+    EXPECT_EQ(imagPart(valuesOf(m)[1]), R(0));
+    EXPECT_EQ(realPart(valuesOf(m)[1]), re[1]);
+  }
+}
+
+TYPED_TEST(MatrixTest, NonZeroIndicesAscend) {
+  for (const Device& device : testDevices()) {
+    const TypeParam o(0), v(3);
+    EXPECT_EQ(valuesOf(matrixOf<TypeParam>(device, 3, 2, {o, v, o, o, v, v}).getNonZeroIndices()),
+              (std::vector<int>{1, 4, 5}));
+    EXPECT_EQ(matrixOf<TypeParam>(device, 2, 1, {o, o}).getNonZeroIndices().getSize(), 0);
+    EXPECT_EQ((MatrixT<TypeParam, int>().getNonZeroIndices().getSize()), 0);
+  }
+}
+
+TYPED_TEST(MatrixTest, TravelsThroughAStreamWithAHeaderOfTwoInts) {
+  const std::vector<TypeParam> a = smallValues<TypeParam>(6, 10);
+  const MatrixT<TypeParam, int> m = matrixOf<TypeParam>(Device(), 2, 3, a);
+  const MatrixT<TypeParam, int> empty;
+  EXPECT_EQ(m.getStreamSize(), static_cast<int>(8 + 6 * sizeof(TypeParam)));
+  EXPECT_EQ(empty.getStreamSize(), 8);
+  comu::Stream stream;
+  stream.setCapacity(m.getStreamSize() + empty.getStreamSize());
+  m.packStream(stream);
+  empty.packStream(stream);
+  EXPECT_EQ(stream.getWritePosition(), stream.getCapacity());
+  MatrixT<TypeParam, int> first, second = m;
+  first.unpackStream(stream);
+  second.unpackStream(stream);
+  EXPECT_EQ(first.getRows(), 2);
+  EXPECT_EQ(valuesOf(first), a);
+  EXPECT_EQ(second.getSize(), 0);
+  EXPECT_EQ(valuesOf(m), a) << "unpacking must not write through shared storage";
+}
+
+TYPED_TEST(MatrixTest, RandomValuesFillTheirRange) {
+  using R = RealType<TypeParam>;
+  const std::vector<TypeParam> v = valuesOf(MatrixT<TypeParam, int>::rand(500, 2));
+  ASSERT_EQ(v.size(), 1000u);
+  const double top = std::is_integral_v<R> ? 100 : 1;
+  double sum = 0;
+  for (const TypeParam& z : v) {
+    for (R part : {realPart(z), kIsComplex<TypeParam> ? imagPart(z) : R(0)}) {
+      EXPECT_GE(part, R(0));
+      EXPECT_LT(static_cast<double>(part), top);
+    }
+    sum += static_cast<double>(realPart(z));
+  }
+  EXPECT_NEAR(sum / 1000, top / 2, top / 20);
+  EXPECT_NE(v, valuesOf(MatrixT<TypeParam, int>::rand(500, 2)));
+}
+
+TEST(Matrix, RangeListsIntegersBelowItsEnd) {
+  using M = MatrixT<int, int>;
+  EXPECT_EQ(valuesOf(M::range(-2, 3)), (std::vector<int>{-2, -1, 0, 1, 2}));
+  EXPECT_EQ(valuesOf(M::range(1, 8, 3)), (std::vector<int>{1, 4, 7}));
+  EXPECT_EQ(valuesOf(M::range(1, 7, 3)), (std::vector<int>{1, 4}));
+  EXPECT_EQ(M::range(3, 3).getRows(), 0);
+  EXPECT_EQ(M::range(3, 1).getRows(), 0);
+  EXPECT_EQ(M::range(0, 5).getCols(), 1);
+  EXPECT_EQ(M::range(1, 4).getString(), "[1, 2, 3]");
+  EXPECT_EQ(M().getString(), "[]");
+}
+
+TEST(Matrix, CrossDataSharesItsStorageOnTheHostAfterToHost) {
+  for (const Device& device : testDevices()) {
+    CrossData<int> counter(device, 5);
+    counter.device.fill(42);
+    EXPECT_EQ(counter.host.getData()[0], 5);
+    counter.toHost();
+    EXPECT_EQ(counter.host.getData()[0], 42);
+    EXPECT_EQ(counter.host.getDevice(), Device());
+    EXPECT_EQ(counter.host.getData() == counter.device.getData(), device.type == Device::kHost);
+  }
+}
+
+TEST(Matrix, ChecksEndTheProcessWithTheirText) {
+  Device::initialize();
+  using M = MatrixT<double, int>;
+  M x, y, z;
+  x.create(3, 1, Device());
+  y.create(4, 1, Device());
+  z.create(3, 1, Device());
+  // A kind without memory stands for another device.
+  M far;
+  far.create(0, 1, Device(2, 0));
+  M none;
+  const IndexVector rows = IndexVector::range(0, 2);
+
+  MIVO_EXPECT_FATAL(none.create(-1, 1, Device()), "Matrix:117", "");
+  MIVO_EXPECT_FATAL(none.resize(1, -1, Device()), "Matrix:117", "");
+  MIVO_EXPECT_FATAL_TEXT(none.create(1 << 16, 1 << 16, Device()),
+                         "Matrix: 65536 x 65536 elements exceed the index type");
+  MIVO_EXPECT_FATAL_TEXT(M::axpy(1, x, y), "axpy: x and y must have the same size");
+  MIVO_EXPECT_FATAL_TEXT(M::axpy(1, none, far), "axpy: x and y must be on the same device");
+  MIVO_EXPECT_FATAL_TEXT(M::axpby(1, x, 1, y), "axpby: x and y must have the same size");
+  MIVO_EXPECT_FATAL_TEXT(M::axpby(1, none, 1, far), "axpby: x and y must be on the same device");
+  MIVO_EXPECT_FATAL_TEXT(M::axpbypz(1, x, 1, y, z), "axpbypz: x and y must have the same size");
+  MIVO_EXPECT_FATAL_TEXT(M::axpbypz(1, x, 1, z, y), "axpbypz: x and z must have the same size");
+  MIVO_EXPECT_FATAL_TEXT(M::axpbypz(1, none, 1, far, none),
+                         "axpbypz: x and y must be on the same device");
+  MIVO_EXPECT_FATAL_TEXT(M::axpbypz(1, none, 1, none, far),
+                         "axpbypz: x and z must be on the same device");
+  MIVO_EXPECT_FATAL_TEXT(M::axpbypcz(1, x, 1, z, 1, y),
+                         "axpbypcz: x and z must have the same size");
+  MIVO_EXPECT_FATAL_TEXT(M::axypbz(1, x, y, 1, z), "axypbz: x and y must have the same size");
+  MIVO_EXPECT_FATAL(M::dot(x, far), "Matrix:306", "dot: x and y must be on the same device");
+  MIVO_EXPECT_FATAL(M::dot(x, y), "Matrix:307", "dot: x and y must have the same size");
+  MIVO_EXPECT_FATAL(far.selectRows(rows, z), "Matrix:436",
+                    "selectRows: indices should on the same device");
+  MIVO_EXPECT_FATAL(x.unselectRows(rows, far), "Matrix:441",
+                    "selectRows: indices and sub_array should on the same device");
+  std::vector<M> blocks;
+  PartitionerT<int, int> part;
+  part.create(4, 2);
+  MIVO_EXPECT_FATAL(x.splitRows(part, blocks), "Matrix:677",
+                    "splitRows: rows.size() != partitioner.getGlobalSize()");
+}
+
+}  // namespace
+}  // namespace mivo
