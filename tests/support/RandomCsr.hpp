@@ -1,0 +1,228 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <algorithm>
+#include <memory>
+#include <numeric>
+#include <ostream>
+#include <random>
+#include <utility>
+#include <vector>
+
+#include "mivo/ops/views.hpp"
+#include "mivo/utils/ScalarTraits.hpp"
+#include "tests/support/devices.hpp"
+
+namespace mivo::test {
+
+/// Whole number in [-4, 4] (both parts of a complex one), so that short sums are exact in every
+/// type.
+template <class T>
+T smallValue(std::mt19937& rng) {
+  const auto draw = [&] { return static_cast<RealType<T>>(static_cast<int>(rng() % 9) - 4); };
+  if constexpr (kIsComplex<T>) {
+    const auto re = draw();
+    return T(re, draw());
+  } else {
+    return draw();
+  }
+}
+
+template <class T>
+std::vector<T> smallVector(std::mt19937& rng, std::size_t n) {
+  std::vector<T> out(n);
+  for (T& v : out) v = smallValue<T>(rng);
+  return out;
+}
+
+/// CSR matrix in host memory, the plain form in which references are computed and results compared.
+/// Entries are added row by row.
+template <class T, class I = int>
+struct HostCsr {
+  I rows = 0;
+  I cols = 0;
+  std::vector<I> rowptr{0};
+  std::vector<I> col_idx;
+  std::vector<T> values;
+
+  void push(I col, const T& value) {
+    col_idx.push_back(col);
+    values.push_back(value);
+  }
+  /// Adds to an entry of the open row, which is made at its end when missing.
+  void accumulate(I col, const T& value) {
+    for (std::size_t k = rowptr.back(); k < col_idx.size(); ++k) {
+      if (col_idx[k] == col) {
+        values[k] += value;
+        return;
+      }
+    }
+    push(col, value);
+  }
+  void endRow() {
+    ++rows;
+    rowptr.push_back(static_cast<I>(col_idx.size()));
+  }
+
+  std::vector<T> dense() const {
+    std::vector<T> out(static_cast<std::size_t>(rows) * cols, T(0));
+    for (I i = 0; i < rows; ++i) {
+      for (I k = rowptr[i]; k < rowptr[i + 1]; ++k) out[i * cols + col_idx[k]] += values[k];
+    }
+    return out;
+  }
+  HostCsr sorted() const {
+    HostCsr out;
+    out.cols = cols;
+    for (I i = 0; i < rows; ++i) {
+      std::vector<I> order(rowptr[i + 1] - rowptr[i]);
+      std::iota(order.begin(), order.end(), rowptr[i]);
+      std::stable_sort(order.begin(), order.end(),
+                       [&](I a, I b) { return col_idx[a] < col_idx[b]; });
+      for (I k : order) out.push(col_idx[k], values[k]);
+      out.endRow();
+    }
+    return out;
+  }
+  /// Keeps the entries for which keep(row, column, value) holds, with columns moved by `shift`.
+  template <class Keep>
+  HostCsr filtered(const Keep& keep, I shift = 0) const {
+    HostCsr out;
+    out.cols = cols;
+    for (I i = 0; i < rows; ++i) {
+      for (I k = rowptr[i]; k < rowptr[i + 1]; ++k) {
+        if (keep(i, col_idx[k], values[k])) out.push(col_idx[k] + shift, values[k]);
+      }
+      out.endRow();
+    }
+    return out;
+  }
+  HostCsr transposed() const {
+    HostCsr out;
+    out.cols = rows;
+    for (I j = 0; j < cols; ++j) {
+      for (I i = 0; i < rows; ++i) {
+        for (I k = rowptr[i]; k < rowptr[i + 1]; ++k) {
+          if (col_idx[k] == j) out.push(i, values[k]);
+        }
+      }
+      out.endRow();
+    }
+    return out;
+  }
+
+  /// Arrays only; the column count of a result is the caller's.
+  friend bool operator==(const HostCsr& a, const HostCsr& b) {
+    return a.rowptr == b.rowptr && a.col_idx == b.col_idx && a.values == b.values;
+  }
+  friend void PrintTo(const HostCsr& a, std::ostream* os) {
+    for (I i = 0; i < a.rows; ++i) {
+      *os << "\n  " << i << ':';
+      for (I k = a.rowptr[i]; k < a.rowptr[i + 1]; ++k) {
+        *os << " (" << a.col_idx[k] << ", " << a.values[k] << ')';
+      }
+    }
+  }
+};
+
+/// Unsorted rows without duplicates, every fifth one empty, one in seven full, the others short;
+/// about one value in nine is a stored zero.
+template <class T, class I = int>
+HostCsr<T, I> randomCsr(std::mt19937& rng, I rows, I cols) {
+  HostCsr<T, I> out;
+  out.cols = cols;
+  std::vector<I> columns(cols);
+  std::iota(columns.begin(), columns.end(), I(0));
+  for (I i = 0; i < rows; ++i) {
+    std::shuffle(columns.begin(), columns.end(), rng);
+    I n = std::min<I>(cols, static_cast<I>(rng() % 8));
+    if (i % 7 == 5) n = cols;
+    if (i % 5 == 3) n = 0;
+    for (I k = 0; k < n; ++k) out.push(columns[k], smallValue<T>(rng));
+    out.endRow();
+  }
+  return out;
+}
+
+/// Copy of a `HostCsr` on a device.
+template <class T, class I = int>
+class DeviceCsr {
+ public:
+  DeviceCsr(const Device& device, const HostCsr<T, I>& a)
+      : rows_(a.rows),
+        cols_(a.cols),
+        nnz_(static_cast<I>(a.values.size())),
+        rowptr_(std::make_unique<DeviceArray<I>>(device, a.rowptr)),
+        col_idx_(std::make_unique<DeviceArray<I>>(device, a.col_idx)),
+        values_(std::make_unique<DeviceArray<T>>(device, a.values)) {}
+
+  const I* rowptr() const { return rowptr_->data(); }
+  I* col_idx() const { return col_idx_->data(); }
+  T* values() const { return values_->data(); }
+  COT_CSRRawMat<T, I> view() const {
+    return {rows_, cols_, nnz_, rowptr_->data(), rowptr_->data() + 1, col_idx(), values()};
+  }
+  COT_MergeCSRRawMat<T, I> mergeView(I first_row, I first_col) const {
+    return {rows_,     cols_,    nnz_,      rowptr_->data(), rowptr_->data() + 1,
+            col_idx(), values(), first_row, first_col};
+  }
+  COT_SpMVCSRRawMat<T, I> blockView(I first_row, I first_col, int rank = 0, T* x = nullptr) const {
+    return {rows_,     cols_,    nnz_,      rowptr_->data(), rowptr_->data() + 1,
+            col_idx(), values(), first_row, first_col,       rank,
+            x,         nullptr};
+  }
+  HostCsr<T, I> host() const {
+    HostCsr<T, I> out;
+    out.rows = rows_;
+    out.cols = cols_;
+    out.rowptr = rowptr_->values();
+    out.col_idx = col_idx_->values();
+    out.values = values_->values();
+    return out;
+  }
+
+ private:
+  I rows_;
+  I cols_;
+  I nnz_;
+  std::unique_ptr<DeviceArray<I>> rowptr_;
+  std::unique_ptr<DeviceArray<I>> col_idx_;
+  std::unique_ptr<DeviceArray<T>> values_;
+};
+
+/// Runs a two-pass operation `call(view of the result)` from uninitialised row pointers to the end.
+template <class T, class I, class Call>
+HostCsr<T, I> twoPass(const Device& device, I rows, I cols, const Call& call) {
+  HostCsr<T, I> shape;
+  shape.rows = rows;
+  shape.cols = cols;
+  shape.rowptr.assign(rows + 1, 77);
+  DeviceCsr<T, I> counted(device, shape);
+  auto view = counted.view();
+  view.col_idx = nullptr;
+  view.values = nullptr;
+  call(view);
+  shape.rowptr = counted.host().rowptr;
+  shape.col_idx.assign(shape.rowptr.back(), -1);
+  shape.values.assign(shape.rowptr.back(), T(99));
+  DeviceCsr<T, I> filled(device, shape);
+  call(filled.view());
+  return filled.host();
+}
+
+/// A pair of value and index type for typed suites.
+template <class Value, class Index>
+struct TypePair {
+  using T = Value;
+  using I = Index;
+};
+
+/// Rows and columns of the random matrices: empty, tiny, and around the lengths at which loops are
+/// unrolled.
+inline const std::vector<std::pair<int, int>>& testShapes() {
+  static const std::vector<std::pair<int, int>> shapes = {{0, 0}, {0, 3},   {1, 1},   {2, 5},
+                                                          {7, 2}, {31, 33}, {33, 31}, {97, 64}};
+  return shapes;
+}
+
+}  // namespace mivo::test
