@@ -101,9 +101,12 @@ RealType<T> BlasOps<T, I>::abs_sum(const Device& device, I n, const T* x, R p) {
 
 template <class T, class I>
 void BlasOps<T, I>::min_max_sum(const Device& device, I n, const T* x, T* min, T* max, T* sum) {
-  if (min != nullptr) *min = MIVO_DISPATCH(min, n, x);
-  if (max != nullptr) *max = MIVO_DISPATCH(max, n, x);
-  if (sum != nullptr) *sum = MIVO_DISPATCH(sum, n, x);
+  spm::dispatch(
+      device,
+      [=](auto& space, I count, const T* values) {
+        Worker<spm::SpaceOf<decltype(space)>>::min_max_sum(space, count, values, min, max, sum);
+      },
+      n, x);
 }
 
 template <class T, class I>

@@ -45,6 +45,34 @@ MIVO_FUNCTION R root(const R& x) {
   }
 }
 
+/// Product and quotient with a real number, part by part.
+template <class T>
+MIVO_FUNCTION T timesReal(const T& a, const RealType<T>& r) {
+  if constexpr (kIsComplex<T>) {
+    return T(a.re * r, a.im * r);
+  } else {
+    return a * r;
+  }
+}
+template <class T>
+MIVO_FUNCTION T overReal(const T& a, const RealType<T>& r) {
+  if constexpr (kIsComplex<T>) {
+    return T(a.re / r, a.im / r);
+  } else {
+    return a / r;
+  }
+}
+
+/// c |a|^2; for real numbers the products are taken from the left.
+template <class T>
+MIVO_FUNCTION RealType<T> scaledSquare(const RealType<T>& c, const T& a) {
+  if constexpr (kIsComplex<T>) {
+    return c * absSquared(a);
+  } else {
+    return c * a * a;
+  }
+}
+
 /// Bodies of `BlasOps`, written once for all execution spaces.
 template <class T, class I, class Space>
 class BlasOpsImpl {
@@ -70,9 +98,7 @@ class BlasOpsImpl {
   static T dotu(Space& space, I n, const T* x, const T* y);
   static R abs_max(Space& space, I n, const T* x);
   static R abs_sum(Space& space, I n, const T* x, R p);
-  static T min(Space& space, I n, const T* x);
-  static T max(Space& space, I n, const T* x);
-  static T sum(Space& space, I n, const T* x);
+  static void min_max_sum(Space& space, I n, const T* x, T* min, T* max, T* sum);
   static void adamw_step(Space& space, I n, const T* g, T* x, T* m, R* v, R* vmax, T lr, R beta1,
                          R beta2, R eps, T weight_decay, I amsgrad, I step);
 };
@@ -233,33 +259,25 @@ RealType<T> BlasOpsImpl<T, I, Space>::abs_sum(Space& space, I n, const T* x, R p
 }
 
 template <class T, class I, class Space>
-T BlasOpsImpl<T, I, Space>::min(Space& space, I n, const T* x) {
-  T result{};
-  spm::parallel_reduce(Policy(space, 0, n),
-                       [=] MIVO_FUNCTION(I i, T & acc) {
-                         if (lessByReal(x[i], acc)) acc = x[i];
-                       },
-                       spm::Min<T, Space>(result));
-  return result;
-}
-
-template <class T, class I, class Space>
-T BlasOpsImpl<T, I, Space>::max(Space& space, I n, const T* x) {
-  T result{};
-  spm::parallel_reduce(Policy(space, 0, n),
-                       [=] MIVO_FUNCTION(I i, T & acc) {
-                         if (lessByReal(acc, x[i])) acc = x[i];
-                       },
-                       spm::Max<T, Space>(result));
-  return result;
-}
-
-template <class T, class I, class Space>
-T BlasOpsImpl<T, I, Space>::sum(Space& space, I n, const T* x) {
-  T result{};
-  spm::parallel_reduce(Policy(space, 0, n), [=] MIVO_FUNCTION(I i, T & acc) { acc += x[i]; },
-                       spm::Sum<T, Space>(result));
-  return result;
+void BlasOpsImpl<T, I, Space>::min_max_sum(Space& space, I n, const T* x, T* min, T* max, T* sum) {
+  if (min != nullptr) {
+    spm::parallel_reduce(Policy(space, 0, n),
+                         [=] MIVO_FUNCTION(I i, T & acc) {
+                           if (lessByReal(x[i], acc)) acc = x[i];
+                         },
+                         spm::Min<T, Space>(*min));
+  }
+  if (max != nullptr) {
+    spm::parallel_reduce(Policy(space, 0, n),
+                         [=] MIVO_FUNCTION(I i, T & acc) {
+                           if (lessByReal(acc, x[i])) acc = x[i];
+                         },
+                         spm::Max<T, Space>(*max));
+  }
+  if (sum != nullptr) {
+    spm::parallel_reduce(Policy(space, 0, n), [=] MIVO_FUNCTION(I i, T & acc) { acc += x[i]; },
+                         spm::Sum<T, Space>(*sum));
+  }
 }
 
 template <class T, class I, class Space>
@@ -271,10 +289,10 @@ void BlasOpsImpl<T, I, Space>::adamw_step(Space& space, I n, const T* g, T* x, T
     const R t = static_cast<R>(step);
     x[i] = x[i] * (T(1) - lr * weight_decay);
     // m = (1 - beta1) g + beta1 m,  mhat = m / (1 - beta1^t)
-    m[i] = T(R(1) - beta1) * g[i] + T(beta1) * m[i];
-    const T mhat = m[i] / T(R(1) - powReal(beta1, t));
+    m[i] = timesReal(g[i], R(1) - beta1) + timesReal(m[i], beta1);
+    const T mhat = overReal(m[i], R(1) - powReal(beta1, t));
     // v = beta2 v + (1 - beta2) |g|^2,  vhat = v / (1 - beta2^t)
-    v[i] = beta2 * v[i] + (R(1) - beta2) * absSquared(g[i]);
+    v[i] = beta2 * v[i] + scaledSquare(R(1) - beta2, g[i]);
     R vv = v[i];
     if (amsgrad != 0) {
       vmax[i] = v[i] > vmax[i] ? v[i] : vmax[i];
@@ -282,7 +300,7 @@ void BlasOpsImpl<T, I, Space>::adamw_step(Space& space, I n, const T* g, T* x, T
     }
     const R vhat = vv / (R(1) - powReal(beta2, t));
     // x = x - lr mhat / (sqrt(vhat) + eps)
-    x[i] = x[i] - lr * mhat / T(root(vhat) + eps);
+    x[i] = x[i] - overReal(lr * mhat, root(vhat) + eps);
   });
 }
 

@@ -1,10 +1,422 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "mivo/ops/BlasOps.hpp"
-
 #include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <complex>
+#include <limits>
+#include <random>
+#include <type_traits>
+#include <vector>
+
+#include "mivo/ops/BlasOps.hpp"
+#include "mivo/ops/MixedBlasOps.hpp"
+#include "tests/support/devices.hpp"
 
 namespace mivo {
 namespace {
+
+using test::DeviceArray;
+using test::testDevices;
+
+template <class T_, class I_>
+struct Case {
+  using T = T_;
+  using I = I_;
+};
+
+constexpr int kSizes[] = {0, 1, 2, 31, 32, 33, 597};
+
+/// Multiples of a quarter, small enough for sums of products to be exact in any order.
+template <class T>
+T quarters(int re, int im) {
+  if constexpr (kIsComplex<T>) {
+    return T(RealType<T>(re) / 4, RealType<T>(im) / 4);
+  } else if constexpr (std::is_floating_point_v<T>) {
+    return T(re) / 4;
+  } else {
+    return T(re);
+  }
+}
+
+template <class T>
+T notANumber() {
+  return T(std::numeric_limits<RealType<T>>::quiet_NaN());
+}
+
+template <class T>
+constexpr bool kHasNaN = !std::is_integral_v<RealType<T>>;
+
+template <class T>
+std::vector<T> randomVector(int n, unsigned seed) {
+  std::mt19937 engine(seed);
+  std::uniform_int_distribution<int> number(-20, 20);
+  std::vector<T> x(static_cast<std::size_t>(n));
+  for (T& value : x) {
+    const int re = number(engine);
+    value = quarters<T>(re, number(engine));
+  }
+  for (std::size_t i = 0; i < x.size(); i += 5) x[i] = T(0);
+  return x;
+}
+
+template <class T>
+void plantNaN(std::vector<T>& x, std::size_t i) {
+  if (kHasNaN<T> && i < x.size()) x[i] = notANumber<T>();
+}
+
+/// Equal numbers, or NaN on both sides, part by part.
+template <class T>
+bool same(const T& a, const T& b) {
+  if constexpr (kIsComplex<T>) {
+    return same(a.re, b.re) && same(a.im, b.im);
+  } else {
+    return a == b || (a != a && b != b);
+  }
+}
+
+template <class T>
+testing::AssertionResult sameVectors(const std::vector<T>& a, const std::vector<T>& b) {
+  if (a.size() != b.size()) return testing::AssertionFailure() << a.size() << " and " << b.size();
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (!same(a[i], b[i])) {
+      return testing::AssertionFailure() << "at " << i << ": " << a[i] << " and " << b[i];
+    }
+  }
+  return testing::AssertionSuccess();
+}
+
+template <class C>
+class BlasOpsTest : public testing::Test {
+ protected:
+  using Value = typename C::T;
+  using Vector = std::vector<Value>;
+
+  /// Runs an operation on x, y, z on each device and compares all three with the naive loop over
+  /// `expect(i, x, y, z)`.
+  template <class Call, class Expect>
+  static void check(const Call& call, const Expect& expect) {
+    for (const Device& device : testDevices()) {
+      for (const int n : kSizes) {
+        Vector x = randomVector<Value>(n, 1), y = randomVector<Value>(n, 2),
+               z = randomVector<Value>(n, 3);
+        plantNaN(x, 3);
+        plantNaN(y, 6);
+        plantNaN(z, 7);
+        DeviceArray<Value> dx(device, x), dy(device, y), dz(device, z);
+        call(device, n, dx.data(), dy.data(), dz.data());
+        for (std::size_t i = 0; i < x.size(); ++i) expect(i, x, y, z);
+        EXPECT_TRUE(sameVectors(dx.values(), x)) << "x, n = " << n;
+        EXPECT_TRUE(sameVectors(dy.values(), y)) << "y, n = " << n;
+        EXPECT_TRUE(sameVectors(dz.values(), z)) << "z, n = " << n;
+      }
+    }
+  }
+
+  static Vector scalars() {
+    Vector list = {Value(0), Value(1), quarters<Value>(-6, 2)};
+    if (kHasNaN<Value>) list.push_back(notANumber<Value>());
+    return list;
+  }
+};
+
+using Cases = testing::Types<Case<int, int>, Case<int, long>, Case<long, int>, Case<float, int>,
+                             Case<float, long>, Case<double, int>, Case<double, long>,
+                             Case<Complex<float>, int>, Case<Complex<double>, int>,
+                             Case<Complex<double>, long>>;
+TYPED_TEST_SUITE(BlasOpsTest, Cases);
+
+// The types of a case under short names, not all of which each test needs.
+#define USE_TYPES                                   \
+  using T = typename TypeParam::T;                  \
+  using R [[maybe_unused]] = RealType<T>;           \
+  using I [[maybe_unused]] = typename TypeParam::I; \
+  using Ops = BlasOps<T, I>;                        \
+  using V [[maybe_unused]] = std::vector<T>;
+
+TYPED_TEST(BlasOpsTest, UpdatesOfOneVectorFollowTheirFormulas) {
+  USE_TYPES
+  for (const T a : this->scalars()) {
+    this->check([&](const Device& d, I n, T* x, T*, T*) { Ops::fill(d, n, a, x); },
+                [&](std::size_t i, V& x, V&, V&) { x[i] = a; });
+    this->check([&](const Device& d, I n, T* x, T*, T*) { Ops::scal(d, n, a, x); },
+                [&](std::size_t i, V& x, V&, V&) { x[i] = a == T(0) ? T(0) : x[i] * a; });
+    this->check([&](const Device& d, I n, T* x, T* y, T*) { Ops::copy(d, n, x, y); },
+                [&](std::size_t i, V& x, V& y, V&) { y[i] = x[i]; });
+    this->check([&](const Device& d, I n, T* x, T*, T*) { Ops::reciprocal(d, n, a, x); },
+                [&](std::size_t i, V& x, V&, V&) {
+                  if (a == T(0)) {
+                    x[i] = T(0);
+                  } else if (x[i] == T(0)) {
+                    x[i] = a;
+                  } else if constexpr (kIsComplex<T>) {
+                    const R s = R(1) / (x[i].re * x[i].re + x[i].im * x[i].im);
+                    const T p = a * T(x[i].re, -x[i].im);
+                    x[i] = T(p.re * s, p.im * s);
+                  } else {
+                    x[i] = a / x[i];
+                  }
+                });
+  }
+}
+
+TYPED_TEST(BlasOpsTest, UpdatesOfSeveralVectorsFollowTheirFormulasAndDropWhatAZeroScales) {
+  USE_TYPES
+  const T zero(0);
+  for (const T a : this->scalars()) {
+    this->check([&](const Device& d, I n, T* x, T* y, T*) { Ops::axpy(d, n, a, x, y); },
+                [&](std::size_t i, V& x, V& y, V&) { y[i] = y[i] + x[i] * a; });
+    for (const T b : this->scalars()) {
+      this->check([&](const Device& d, I n, T* x, T* y, T*) { Ops::axpby(d, n, a, x, b, y); },
+                  [&](std::size_t i, V& x, V& y, V&) {
+                    y[i] = b == zero ? x[i] * a : x[i] * a + y[i] * b;
+                  });
+      this->check(
+          [&](const Device& d, I n, T* x, T* y, T* z) { Ops::axpbypz(d, n, a, x, b, y, z); },
+          [&](std::size_t i, V& x, V& y, V& z) { z[i] = z[i] + (x[i] * a + y[i] * b); });
+      this->check([&](const Device& d, I n, T* x, T* y, T* z) { Ops::axypbz(d, n, a, x, y, b, z); },
+                  [&](std::size_t i, V& x, V& y, V& z) {
+                    const T product = (x[i] * a) * y[i];
+                    z[i] = b == zero ? product : product + z[i] * b;
+                  });
+      for (const T c : this->scalars()) {
+        this->check(
+            [&](const Device& d, I n, T* x, T* y, T* z) { Ops::axpbypcz(d, n, a, x, b, y, c, z); },
+            [&](std::size_t i, V& x, V& y, V& z) {
+              z[i] = c == zero ? x[i] * a + y[i] * b : y[i] * b + x[i] * a + z[i] * c;
+            });
+      }
+    }
+  }
+}
+
+TYPED_TEST(BlasOpsTest, PowerMatchesTheStandardLibrary) {
+  USE_TYPES
+  for (const Device& device : testDevices()) {
+    const V x = {T(0), T(2), quarters<T>(9, 5), quarters<T>(-8, 12), quarters<T>(-3, 0)};
+    for (const T a : {T(2), T(0), quarters<T>(5, -2)}) {
+      DeviceArray<T> dx(device, x);
+      Ops::pow(device, static_cast<I>(x.size()), a, dx.data());
+      const V got = dx.values();
+      for (std::size_t i = 0; i < x.size(); ++i) {
+        if constexpr (kIsComplex<T>) {
+          // Zero stays zero, whatever the exponent.
+          std::complex<double> expected = 0;
+          if (x[i] != T(0)) {
+            expected =
+                std::pow(std::complex<double>(x[i].re, x[i].im), std::complex<double>(a.re, a.im));
+          }
+          const double bound = 20 * std::numeric_limits<R>::epsilon() * (1 + std::abs(expected));
+          EXPECT_NEAR(got[i].re, expected.real(), bound) << x[i] << " to " << a;
+          EXPECT_NEAR(got[i].im, expected.imag(), bound) << x[i] << " to " << a;
+        } else if constexpr (std::is_floating_point_v<T>) {
+          EXPECT_TRUE(same(got[i], std::pow(x[i], a))) << x[i] << " to " << a;
+        } else {
+          EXPECT_EQ(got[i], static_cast<T>(std::pow(double(x[i]), double(a))));
+        }
+      }
+    }
+  }
+}
+
+TYPED_TEST(BlasOpsTest, NonzeroIndicesCountNaNAndListPositionsAscending) {
+  USE_TYPES
+  for (const Device& device : testDevices()) {
+    for (const int n : kSizes) {
+      V x = randomVector<T>(n, 4);
+      plantNaN(x, 10);
+      if constexpr (kIsComplex<T>) {
+        if (n > 20) x[20] = T(0, 1);
+      }
+      std::vector<I> expected;
+      for (std::size_t i = 0; i < x.size(); ++i) {
+        if (!(x[i] == T(0))) expected.push_back(static_cast<I>(i));
+      }
+      DeviceArray<T> dx(device, x);
+      DeviceArray<I> count(device, std::vector<I>{-1});
+      Ops::get_nonzero_indices(device, n, dx.data(), nullptr, count.data());
+      ASSERT_EQ(count.values()[0], static_cast<I>(expected.size()));
+      DeviceArray<I> indices(device, expected.size());
+      Ops::get_nonzero_indices(device, n, dx.data(), indices.data(), count.data());
+      EXPECT_EQ(count.values()[0], static_cast<I>(expected.size()));
+      EXPECT_EQ(indices.values(), expected);
+    }
+  }
+}
+
+TYPED_TEST(BlasOpsTest, PartsAreTakenAndJoined) {
+  USE_TYPES
+  for (const Device& device : testDevices()) {
+    for (const int n : kSizes) {
+      const V x = randomVector<T>(n, 5), y = randomVector<T>(n, 6);
+      std::vector<R> re, im;
+      std::vector<Complex<T>> both, onlyRe, onlyIm, none(x.size());
+      for (std::size_t i = 0; i < x.size(); ++i) {
+        if constexpr (kIsComplex<T>) {
+          re.push_back(x[i].re);
+          im.push_back(x[i].im);
+        } else {
+          re.push_back(x[i]);
+          im.push_back(0);
+        }
+        both.push_back({x[i], y[i]});
+        onlyRe.push_back({x[i], T(0)});
+        onlyIm.push_back({T(0), y[i]});
+      }
+      DeviceArray<T> dx(device, x), dy(device, y);
+      DeviceArray<R> part(device, std::vector<R>(x.size(), R(9)));
+      Ops::get_real(device, n, dx.data(), part.data());
+      EXPECT_EQ(part.values(), re);
+      Ops::get_imag(device, n, dx.data(), part.data());
+      EXPECT_EQ(part.values(), im);
+
+      DeviceArray<Complex<T>> dz(device, std::vector<Complex<T>>(x.size(), Complex<T>(T(9), T(9))));
+      Ops::create_complex(device, n, dx.data(), nullptr, dz.data());
+      EXPECT_EQ(dz.values(), onlyRe);
+      Ops::create_complex(device, n, nullptr, dy.data(), dz.data());
+      EXPECT_EQ(dz.values(), onlyIm);
+      Ops::create_complex(device, n, dx.data(), dy.data(), dz.data());
+      EXPECT_EQ(dz.values(), both);
+      Ops::create_complex(device, n, nullptr, nullptr, dz.data());
+      EXPECT_EQ(dz.values(), none);
+    }
+  }
+}
+
+TYPED_TEST(BlasOpsTest, SumsMatchTheNaiveLoop) {
+  USE_TYPES
+  for (const Device& device : testDevices()) {
+    for (const int n : kSizes) {
+      const V x = randomVector<T>(n, 7), y = randomVector<T>(n, 8);
+      T dot(0), dotu(0), sum(0);
+      R squares(0), absolutes(0), cubes(0);
+      for (std::size_t i = 0; i < x.size(); ++i) {
+        R modulus;
+        if constexpr (kIsComplex<T>) {
+          dot += T(x[i].re, -x[i].im) * y[i];
+          squares += x[i].re * x[i].re + x[i].im * x[i].im;
+          modulus = std::sqrt(x[i].re * x[i].re + x[i].im * x[i].im);
+        } else {
+          dot += x[i] * y[i];
+          squares += x[i] * x[i];
+          modulus = x[i] < 0 ? -x[i] : x[i];
+        }
+        dotu += x[i] * y[i];
+        sum += x[i];
+        absolutes += modulus;
+        cubes += static_cast<R>(std::pow(modulus, R(3)));
+      }
+      DeviceArray<T> dx(device, x), dy(device, y);
+      EXPECT_EQ(Ops::dot(device, n, dx.data(), dy.data()), dot);
+      EXPECT_EQ(Ops::dotu(device, n, dx.data(), dy.data()), dotu);
+      EXPECT_EQ(Ops::abs_sum(device, n, dx.data(), R(2)), squares);
+      T gotSum(-1);
+      Ops::min_max_sum(device, n, dx.data(), nullptr, nullptr, &gotSum);
+      EXPECT_EQ(gotSum, sum);
+      // Roots and powers round, so that the order of a device shows.
+      const double bound = 1e3 * (kHasNaN<T> ? double(std::numeric_limits<R>::epsilon()) : 0.0);
+      EXPECT_NEAR(Ops::abs_sum(device, n, dx.data(), R(1)), absolutes, bound * double(absolutes));
+      EXPECT_NEAR(Ops::abs_sum(device, n, dx.data(), R(3)), cubes, bound * double(cubes));
+    }
+  }
+}
+
+TYPED_TEST(BlasOpsTest, ExtremesStartAtTheIdentityOfTheirReducer) {
+  USE_TYPES
+  const T minStart = kIsComplex<T> ? T(0) : T(std::numeric_limits<R>::max());
+  const T maxStart = kIsComplex<T> ? T(0) : T(std::numeric_limits<R>::min());
+  for (const Device& device : testDevices()) {
+    for (const int n : kSizes) {
+      V x = randomVector<T>(n, 9);
+      plantNaN(x, 1);
+      T min = minStart, max = maxStart;
+      R absMax = std::numeric_limits<R>::min();
+      for (const T& value : x) {
+        R re, modulus;
+        if constexpr (kIsComplex<T>) {
+          re = value.re;
+          modulus = std::sqrt(value.re * value.re + value.im * value.im);
+          if (re < min.re) min = value;
+          if (re > max.re) max = value;
+        } else {
+          re = value;
+          modulus = value < 0 ? -value : value;
+          if (re < min) min = value;
+          if (re > max) max = value;
+        }
+        if (modulus > absMax) absMax = modulus;
+      }
+      DeviceArray<T> dx(device, x);
+      T gotMin(-1), gotMax(-1), gotSum(-1);
+      Ops::min_max_sum(device, n, dx.data(), &gotMin, nullptr, nullptr);
+      Ops::min_max_sum(device, n, dx.data(), nullptr, &gotMax, &gotSum);
+      EXPECT_EQ(realPart(gotMin), realPart(min)) << n;
+      EXPECT_EQ(realPart(gotMax), realPart(max)) << n;
+      if (device.type == Device::kHost) {
+        // Of elements with the same real part the first stays.
+        EXPECT_EQ(gotMin, min) << n;
+        EXPECT_EQ(gotMax, max) << n;
+      }
+      if (n == 0) {
+        EXPECT_EQ(gotSum, T(0));
+      }
+      EXPECT_EQ(Ops::abs_max(device, n, dx.data()), absMax) << n;
+    }
+  }
+}
+
+TYPED_TEST(BlasOpsTest, AdamStepMatchesTheFormulasInOrder) {
+  USE_TYPES
+  const T lr = kHasNaN<T> ? quarters<T>(1, 1) : T(1);
+  const T decay = kHasNaN<T> ? quarters<T>(2, 0) : T(3);
+  const R beta1 = kHasNaN<T> ? R(0.9) : R(2), beta2 = kHasNaN<T> ? R(0.99) : R(3);
+  const R eps = kHasNaN<T> ? R(1e-3) : R(2);
+  const auto raise = [](R base, I step) {
+    return static_cast<R>(std::pow(double(base), double(step)));
+  };
+  for (const Device& device : testDevices()) {
+    for (const I amsgrad : {0, 1}) {
+      const int n = 33;
+      V x = randomVector<T>(n, 10), m(x.size(), T(0));
+      std::vector<R> v(x.size(), R(0)), vmax(x.size(), R(0));
+      DeviceArray<T> dx(device, x), dm(device, m);
+      DeviceArray<R> dv(device, v), dvmax(device, vmax);
+      for (I step = 1; step <= 3; ++step) {
+        // The gradient shrinks, so that the running maximum differs from v.
+        V g = randomVector<T>(n, 11);
+        if (step == 3) std::fill(g.begin(), g.end(), T(0));
+        DeviceArray<T> dg(device, g);
+        Ops::adamw_step(device, n, dg.data(), dx.data(), dm.data(), dv.data(), dvmax.data(), lr,
+                        beta1, beta2, eps, decay, amsgrad, step);
+        for (std::size_t i = 0; i < x.size(); ++i) {
+          R square;
+          if constexpr (kIsComplex<T>) {
+            square = g[i].re * g[i].re + g[i].im * g[i].im;
+          } else {
+            square = g[i] * g[i];
+          }
+          x[i] = x[i] * (T(1) - lr * decay);
+          m[i] = T(1 - beta1) * g[i] + T(beta1) * m[i];
+          const T mhat = m[i] / T(1 - raise(beta1, step));
+          v[i] = beta2 * v[i] + (1 - beta2) * square;
+          R vv = v[i];
+          if (amsgrad != 0) vv = vmax[i] = std::max(v[i], vmax[i]);
+          const R vhat = vv / (1 - raise(beta2, step));
+          x[i] = x[i] - lr * mhat / T(static_cast<R>(std::sqrt(double(vhat))) + eps);
+        }
+      }
+      const V gotX = dx.values();
+      const std::vector<R> gotV = dv.values(), gotMax = dvmax.values();
+      const double bound = kHasNaN<T> ? 500 * double(std::numeric_limits<R>::epsilon()) : 0.0;
+      for (std::size_t i = 0; i < x.size(); ++i) {
+        EXPECT_NEAR(realPart(gotX[i]), realPart(x[i]), bound * (1 + double(abs(x[i])))) << i;
+        EXPECT_NEAR(imagPart(gotX[i]), imagPart(x[i]), bound * (1 + double(abs(x[i])))) << i;
+        EXPECT_NEAR(gotV[i], v[i], bound * (1 + double(abs(v[i])))) << i;
+        EXPECT_NEAR(gotMax[i], vmax[i], bound * (1 + double(abs(vmax[i])))) << i;
+      }
+    }
+  }
+}
 
 TEST(BlasOps, DotConjugatesTheFirstFactorAndDotuDoesNot) {
   const Device host;
@@ -12,6 +424,103 @@ TEST(BlasOps, DotConjugatesTheFirstFactorAndDotuDoesNot) {
   using Ops = BlasOps<Complex<double>, int>;
   EXPECT_EQ(Ops::dot(host, 1, x, x), Complex<double>(1));
   EXPECT_EQ(Ops::dotu(host, 1, x, x), Complex<double>(-1));
+}
+
+TEST(BlasOps, SmallCasesByHand) {
+  const Device host;
+  using Ops = BlasOps<double, int>;
+  const double zeros[] = {0, 0}, negative[] = {-3, -2};
+  EXPECT_EQ(Ops::abs_max(host, 2, zeros), 2.2250738585072014e-308);
+  double max = 0;
+  Ops::min_max_sum(host, 2, negative, nullptr, &max, nullptr);
+  EXPECT_EQ(max, 2.2250738585072014e-308);
+
+  const Complex<double> z[] = {{1, 2}, {3, 0}};
+  Complex<double> zmin(-1), zmax(-1), zsum(-1);
+  BlasOps<Complex<double>, int>::min_max_sum(host, 2, z, &zmin, &zmax, &zsum);
+  EXPECT_EQ(zmin, Complex<double>(0));
+  EXPECT_EQ(zmax, Complex<double>(3));
+  EXPECT_EQ(zsum, Complex<double>(4, 2));
+
+  double x[] = {0, 4};
+  Ops::reciprocal(host, 2, 2.0, x);
+  EXPECT_EQ(x[0], 2);
+  EXPECT_EQ(x[1], 0.5);
+
+  // Sums add in index order on the host: here the order decides.
+  const double large[] = {1e16, 1, -1e16, 1}, ones[] = {1, 1, 1, 1};
+  EXPECT_EQ(Ops::dot(host, 4, large, ones), 1);
+  double sum = 0;
+  Ops::min_max_sum(host, 4, large, nullptr, nullptr, &sum);
+  EXPECT_EQ(sum, 1);
+}
+
+TEST(BlasOps, AKindWithoutKernelsDoesNothingAndGivesZero) {
+  const Device hip(Device::kHip);
+  double x[] = {3, 4}, min = 7, max = 8, sum = 9;
+  using Ops = BlasOps<double, int>;
+  Ops::fill(hip, 2, 1.0, x);
+  Ops::min_max_sum(hip, 2, x, &min, &max, &sum);
+  EXPECT_EQ(x[0], 3);
+  EXPECT_EQ((std::array<double, 3>{min, max, sum}), (std::array<double, 3>{7, 8, 9}));
+  EXPECT_EQ(Ops::dot(hip, 2, x, x), 0);
+  EXPECT_EQ(Ops::abs_max(hip, 2, x), 0);
+}
+
+template <class To, class From>
+void checkConversion(const std::vector<From>& from, const std::vector<To>& expected) {
+  for (const Device& device : testDevices()) {
+    DeviceArray<From> x(device, from);
+    DeviceArray<To> y(device, std::vector<To>(from.size(), To(77)));
+    MixedBlasOps<To, From, int>::copy(device, static_cast<int>(from.size()), x.data(), y.data());
+    EXPECT_EQ(y.values(), expected);
+    DeviceArray<To> z(device, std::vector<To>(from.size(), To(77)));
+    MixedBlasOps<To, From, long>::copy(device, static_cast<long>(from.size()), x.data(), z.data());
+    EXPECT_EQ(z.values(), expected);
+  }
+}
+
+TEST(MixedBlasOps, ConvertsEachPairOfTypes) {
+  using CF = Complex<float>;
+  using CD = Complex<double>;
+  checkConversion<double, float>({0.1f, -2}, {static_cast<double>(0.1f), -2});
+  checkConversion<float, double>({0.1, 1e300}, {0.1f, std::numeric_limits<float>::infinity()});
+  checkConversion<double, int>({3, -2147483647}, {3, -2147483647});
+  checkConversion<float, int>({3, 16777217}, {3, 16777216});
+  checkConversion<int, double>({2.9, -2.9}, {2, -2});
+  checkConversion<int, float>({2.9f, -2.9f}, {2, -2});
+  checkConversion<CD, CF>({{0.5f, 0.1f}}, {{0.5, static_cast<double>(0.1f)}});
+  checkConversion<CF, CD>({{0.5, 0.1}}, {{0.5f, 0.1f}});
+  checkConversion<CD, int>({7}, {{7, 0}});
+  checkConversion<CF, int>({-7}, {{-7, 0}});
+}
+
+TEST(Complex, ArithmeticMatchesTheStandardType) {
+  const Complex<double> list[] = {{1, 2}, {-3.5, 0.25}, {0, -1}, {4, 0}};
+  for (const auto& a : list) {
+    for (const auto& b : list) {
+      const std::complex<double> p(a.re, a.im), q(b.re, b.im);
+      const auto check = [](const Complex<double>& got, const std::complex<double>& expected) {
+        EXPECT_NEAR(got.re, expected.real(), 1e-15 * (1 + std::abs(expected)));
+        EXPECT_NEAR(got.im, expected.imag(), 1e-15 * (1 + std::abs(expected)));
+      };
+      check(a + b, p + q);
+      check(a - b, p - q);
+      check(a * b, p * q);
+      check(a / b, p / q);
+      check(-a, -p);
+      Complex<double> c = a;
+      c /= b;
+      c *= b;
+      check(c, p);
+      EXPECT_EQ(a == b, p == q);
+      EXPECT_EQ(a != b, p != q);
+    }
+    EXPECT_DOUBLE_EQ(abs(a), std::hypot(a.re, a.im));
+  }
+  static_assert(
+      sizeof(Complex<float>) == 2 * sizeof(float) && std::is_trivially_copyable_v<Complex<double>>,
+      "arrays of complex numbers are plain memory");
 }
 
 }  // namespace

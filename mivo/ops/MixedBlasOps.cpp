@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "mivo/ops/MixedBlasOps.hpp"
+
+#include "mivo/ops/MixedBlasOpsImpl.hpp"
+#include "mivo/spm/dispatch.hpp"
+
+namespace mivo {
+
+template <class To, class From, class I>
+void MixedBlasOps<To, From, I>::copy(const Device& device, I n, const From* x, To* y) {
+  MIVO_DISPATCH(copy, n, x, y);
+}
+
+#define MIVO_INSTANCE(To, From)               \
+  template class MixedBlasOps<To, From, int>; \
+  template class MixedBlasOps<To, From, long>;
+MIVO_FOR_EACH_MIXED_PAIR(MIVO_INSTANCE)
+#undef MIVO_INSTANCE
+
+}  // namespace mivo
