@@ -52,6 +52,7 @@ typedef void MPI_User_function(void* in, void* inout, int* count, MPI_Datatype* 
 int MPI_Init(int* argc, char*** argv);
 int MPI_Initialized(int* flag);
 int MPI_Finalize(void);
+int MPI_Finalized(int* flag);
 int MPI_Abort(MPI_Comm comm, int code);
 int MPI_Comm_rank(MPI_Comm comm, int* rank);
 int MPI_Comm_size(MPI_Comm comm, int* size);

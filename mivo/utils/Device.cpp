@@ -196,8 +196,10 @@ void Device::finalize() {
   getDeviceInfoMap().clear();
   if (spm::is_initialized()) spm::finalize();
   int started = 0;
+  int ended = 0;
   MPI_Initialized(&started);
-  if (started) MPI_Finalize();
+  MPI_Finalized(&ended);
+  if (started && !ended) MPI_Finalize();
 }
 
 namespace spm {

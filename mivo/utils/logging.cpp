@@ -23,8 +23,11 @@ LogMessage::LogMessage(bool check, int level, int condition, const std::string& 
   int rank = 0;
   int size = 0;
   int started = 0;
+  int ended = 0;
   MPI_Initialized(&started);
-  if (started) {
+  // A message-passing library still says yes after its end, but then ends programs that ask for a rank.
+  MPI_Finalized(&ended);
+  if (started && !ended) {
     MPI_Comm_size(kCommWorld, &size);
     MPI_Comm_rank(kCommWorld, &rank);
   }

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+
+/// The statement ends the process with exit code 1, and all that it prints is one line of a failed
+/// check: the prefix of a world of one, "source:line] " and the text. The prefix stands in `where`,
+/// as in "Matrix:436"; for a check whose place in the source is free use MIVO_EXPECT_FATAL_TEXT,
+/// which compares what follows "] ".
+#define MIVO_EXPECT_FATAL(statement, where, text) \
+  EXPECT_EXIT(                                    \
+      {                                           \
+        ::mivo::test::stdoutToStderr();           \
+        statement;                                \
+      },                                          \
+      testing::ExitedWithCode(1),                 \
+      testing::Eq("I 0/1 " + std::string(where) + "] " + std::string(text) + "\n"))
+
+#define MIVO_EXPECT_FATAL_TEXT(statement, text) \
+  EXPECT_EXIT(                                  \
+      {                                         \
+        ::mivo::test::stdoutToStderr();         \
+        statement;                              \
+      },                                        \
+      testing::ExitedWithCode(1), testing::EndsWith("] " + std::string(text) + "\n"))
+
+namespace mivo::test {
+
+/// Log lines go to standard output, while the death tests look at standard error.
+inline void stdoutToStderr() { dup2(STDERR_FILENO, STDOUT_FILENO); }
+
+}  // namespace mivo::test
