@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include "mivo/spm/impls/OpenMP.hpp"
+#include "mivo/utils/Device.hpp"
+#include "tests/support/devices.hpp"
+
+namespace mivo {
+namespace {
+
+/// What a call prints on standard output.
+template <class Call>
+std::string printed(const Call& call) {
+  testing::internal::CaptureStdout();
+  call();
+  return testing::internal::GetCapturedStdout();
+}
+
+TEST(Device, ParsesKindAndOrdinal) {
+  struct {
+    const char* text;
+    int type, id;
+    const char* spelled;
+  } const cases[] = {{"cpu", 0, 0, "cpu:0"},      {"cuda:1", 1, 1, "cuda:1"},
+                     {"cuda", 1, 0, "cuda:0"},    {"hip:3", 2, 3, "hip:3"},
+                     {"cuda:1x", 1, 1, "cuda:1"}, {"cpu:2", 0, 2, "cpu:2"},
+                     {"cuda:2:5", 1, 2, "cuda:2"}};
+  for (const auto& c : cases) {
+    const Device device(std::string(c.text));
+    EXPECT_EQ(device.type, c.type) << c.text;
+    EXPECT_EQ(device.id, c.id) << c.text;
+    EXPECT_EQ(device.getString(), c.spelled);
+  }
+  EXPECT_EQ(Device::type_map, (std::map<std::string, int>{{"cpu", 0}, {"cuda", 1}, {"hip", 2}}));
+}
+
+TEST(Device, UnknownKindPrintsALineAndBecomesTheHost) {
+  for (const char* text : {"tpu:3", "foo", "CUDA:1", ""}) {
+    Device device(1, 4);
+    EXPECT_EQ(printed([&] { device = Device(std::string(text)); }),
+              "unrecognized device type: cpu\n");
+    EXPECT_EQ(device, Device());
+    EXPECT_EQ(device.getString(), "cpu:0");
+  }
+}
+
+TEST(Device, OrdinalThatIsNoNumberRaisesTheExceptionOfTheConversion) {
+  // Also for an unknown kind, since the ordinal is read first.
+  for (const char* text : {"cuda:abc", "cuda:", "tpu:x"}) {
+    try {
+      const Device device{std::string(text)};
+      FAIL() << text;
+    } catch (const std::invalid_argument& error) {
+      EXPECT_STREQ(error.what(), "stoi");
+    }
+  }
+  EXPECT_THROW(Device(std::string("cuda:2147483648")), std::out_of_range);
+}
+
+TEST(Device, UnknownNumberKeepsItsTypeUnderTheNameOfTheHost) {
+  const Device device(7, 2);
+  EXPECT_EQ(device.type, 7);
+  EXPECT_EQ(device.id, 2);
+  EXPECT_EQ(device.getString(), "cpu:2");
+  EXPECT_EQ(printed([&] { EXPECT_EQ(device.rawMalloc(8), nullptr); }),
+            "I 0/1 Device:114] unknown device type cpu:2\n");
+  char from = 1, to = 2;
+  device.rawCopyTo(1, &from, Device(), &to);
+  Device().rawCopyTo(1, &from, device, &to);
+  EXPECT_EQ(to, 2);
+  device.rawFree(&from);
+}
+
+TEST(Device, KindsThatTheBuildLacksHaveNoMemory) {
+  EXPECT_EQ(printed([] { EXPECT_EQ(Device(Device::kHip, 1).rawMalloc(8), nullptr); }),
+            "I 0/1 Device:110] device is hip:1 but HIP is not enabled\n");
+#ifndef MIVO_WITH_CUDA
+  EXPECT_EQ(printed([] { EXPECT_EQ(Device(Device::kCuda).rawMalloc(8), nullptr); }),
+            "I 0/1 Device:110] device is cuda:0 but CUDA is not enabled\n");
+  EXPECT_EQ(Device::getAllDevices(), std::vector<Device>{Device()});
+#endif
+  EXPECT_EQ(Device().getDeviceContext(), -1);
+}
+
+TEST(Device, OrdersByKindThenOrdinalWhateverTheName) {
+  EXPECT_LT(Device(0, 5), Device(1, 0));
+  EXPECT_LT(Device(1, 0), Device(1, 1));
+  EXPECT_FALSE(Device(1, 1) < Device(1, 1));
+  Device renamed(1, 1);
+  renamed.name = "other";
+  EXPECT_EQ(renamed, Device(1, 1));
+}
+
+TEST(Device, HostBlocksHoldTheirBytesAndGoBackThroughFree) {
+  const Device host;
+  const std::size_t mega = std::size_t(1) << 20;
+  for (const std::size_t bytes : {std::size_t(1), mega, 2 * mega, 5 * mega + 3}) {
+    void* p = host.rawMalloc(bytes);
+    ASSERT_NE(p, nullptr);
+    std::memset(p, 0x33, bytes);
+    if (bytes >= 2 * mega) {
+      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % (2 * mega), 0u);
+    }
+    std::free(p);
+  }
+  // A size that cannot be had gives null and does not wrap round.
+  EXPECT_EQ(host.rawMalloc(~std::size_t(0)), nullptr);
+  EXPECT_EQ(host.rawMalloc(~std::size_t(0) - mega), nullptr);
+  host.rawFree(nullptr);
+}
+
+TEST(Device, ReallocIsAFreshBlock) {
+  const Device host;
+  int* p = static_cast<int*>(host.rawMalloc(sizeof(int)));
+  *p = 41;
+  void* fresh = host.rawRealloc(p, 64);
+  EXPECT_NE(fresh, p);
+  EXPECT_EQ(*p, 41);
+  host.rawFree(fresh);
+  host.rawFree(p);
+}
+
+TEST(Device, CopiesBetweenAllPairsOfKindsThatHaveMemory) {
+  for (const Device& from : test::testDevices()) {
+    for (const Device& to : test::testDevices()) {
+      test::DeviceArray<int> source(from, std::vector<int>{1, 2, 3});
+      test::DeviceArray<int> target(to, std::vector<int>{7, 8, 9});
+      from.rawCopyTo(2 * sizeof(int), source.data(), to, target.data());
+      EXPECT_EQ(target.values(), (std::vector<int>{1, 2, 9}));
+      from.rawCopyTo(0, nullptr, to, nullptr);
+    }
+  }
+}
+
+TEST(Device, RegistryFollowsInitializeAndFinalize) {
+  Device::finalize();
+  EXPECT_FALSE(spm::is_initialized());
+  EXPECT_EQ(printed([] {
+              const Device::DeviceInfo info = Device().getDeviceInfo();
+              EXPECT_EQ(info.space, nullptr);
+              EXPECT_EQ(info.stream, nullptr);
+            }),
+            "can not get dev info for: cpu\n");
+
+  Device::initialize();
+  EXPECT_TRUE(spm::is_initialized());
+  const auto space = std::static_pointer_cast<spm::OpenMP>(Device().getDeviceInfo().space);
+  ASSERT_NE(space, nullptr);
+  EXPECT_EQ(space->threads, 1);
+  EXPECT_EQ(Device::getDeviceInfoMap().size(), Device::getAllDevices().size());
+  Device::initialize();
+  EXPECT_EQ(Device().getDeviceInfo().space, space);
+
+  Device::finalize();
+  EXPECT_TRUE(Device::getDeviceInfoMap().empty());
+  Device::initialize();
+  EXPECT_NE(Device().getDeviceInfo().space, nullptr);
+  EXPECT_EQ(printed([] { Device(2, 4).getDeviceInfo(); }), "can not get dev info for: hip\n");
+}
+
+}  // namespace
+}  // namespace mivo
