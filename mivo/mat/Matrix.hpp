@@ -25,8 +25,8 @@ class PartitionerT;
 ///
 /// A cheap handle on shared storage: copying a MatrixT shares the data, `deepCopy` duplicates it.
 /// Element (i, j) lies at data[i * cols + j]; the storage frees itself with the last handle. The
-/// members of "Storage" and "Exchange" work for any plain data type T; the others exist for the six value types
-/// with I int and long. Checks end the process; "same device" compares kinds.
+/// members of "Storage" and "Exchange" work for any plain data type T; the others exist for the six
+/// value types with I int and long. Checks end the process; "same device" compares kinds.
 template <class T, class I, class Layout = MatrixLayoutRowMajor>
 class MIVO_API MatrixT {
  public:
@@ -37,7 +37,8 @@ class MIVO_API MatrixT {
 
   MatrixT() { create(0, 0, Device(0, 0)); }
 
-  /// Fresh storage of rows * cols elements on `device`, content undefined; nothing is allocated for 0.
+  /// Fresh storage of rows * cols elements on `device`, content undefined; nothing is allocated for
+  /// 0.
   void create(I rows, I cols, const Device& device) {
     MIVO_CHECK_AT(rows >= 0 && cols >= 0, "Matrix", 117);
     const std::size_t count = elementCount(rows, cols);
@@ -49,10 +50,11 @@ class MIVO_API MatrixT {
     if (count > 0) impl_->data = static_cast<T*>(device.rawMalloc(count * sizeof(T)));
   }
 
-  /// Only the shape changes, for all handles, when the elements fit the capacity on the same kind of device; otherwise
-  /// `create`. The content is undefined where the count grows.
+  /// Only the shape changes, for all handles, when the elements fit the capacity on the same kind
+  /// of device; otherwise `create`. The content is undefined where the count grows.
   void resize(I rows, I cols, const Device& device) {
-    if (rows >= 0 && cols >= 0 && elementCount(rows, cols) <= static_cast<std::size_t>(impl_->capacity) &&
+    if (rows >= 0 && cols >= 0 &&
+        elementCount(rows, cols) <= static_cast<std::size_t>(impl_->capacity) &&
         impl_->device.type == device.type) {
       impl_->rows = rows;
       impl_->cols = cols;
@@ -70,13 +72,17 @@ class MIVO_API MatrixT {
   T* getData() const { return impl_->data; }
   const Device& getDevice() const { return impl_->device; }
 
-  /// `out` takes this shape on this device, by `resize`, and a copy of the data.
+  /// `out` takes this shape on this device, by `resize`, and a copy of the data; storage that it
+  /// shares with this matrix is replaced.
   void deepCopy(MatrixT& out) const {
-    out.resize(getRows(), getCols(), getDevice());
-    copyDataTo(out);
+    const MatrixT source = *this;
+    if (out.impl_ == source.impl_) out = MatrixT();
+    out.resize(source.getRows(), source.getCols(), source.getDevice());
+    source.copyDataTo(out);
   }
 
-  /// A second handle on the same storage when the kind is the matrix's own; otherwise a copy on `device`.
+  /// A second handle on the same storage when the kind is the matrix's own; otherwise a copy on
+  /// `device`.
   MatrixT toDevice(const Device& device) const {
     if (device.type == getDevice().type) return *this;
     MatrixT out;
@@ -91,8 +97,9 @@ class MIVO_API MatrixT {
       out = *this;
       return;
     }
-    out.resize(getRows(), getCols(), device);
-    copyDataTo(out);
+    const MatrixT source = *this;
+    out.resize(source.getRows(), source.getCols(), device);
+    source.copyDataTo(out);
   }
 
   // Exchange between ranks: rows, cols as `int`, then the elements; host memory only.
@@ -119,20 +126,20 @@ class MIVO_API MatrixT {
 
   // Construction from values.
 
-  /// Host matrix of values drawn evenly from [0, 1) (complex: both parts; integers: 0 to 99), from a
-  /// generator of fixed seed that goes on from call to call.
+  /// Host matrix of values drawn evenly from [0, 1) (complex: both parts; integers: 0 to 99), from
+  /// a generator of fixed seed that goes on from call to call.
   static MatrixT rand(I rows, I cols);
   /// Host column begin, begin + step, ... below end.
   static MatrixT range(I begin, I end, I step = 1);
   void fill(T value);
-  /// Complex matrix from real and imaginary parts of one shape, on the device of `re`; an empty part counts
-  /// as zeros. For a real T a copy of `re`.
+  /// Complex matrix from real and imaginary parts of one shape, on the device of `re`; an empty
+  /// part counts as zeros. For a real T a copy of `re`.
   void createComplex(const MatrixT<R, I, Layout>& re, const MatrixT<R, I, Layout>& im);
 
   // Element access and selection.
 
-  /// One element, by a round trip to the device; outside the shape `*ok` is false and the result 0. `ok`
-  /// may be null.
+  /// One element, by a round trip to the device; outside the shape `*ok` is false and the result 0.
+  /// `ok` may be null.
   T getElementValue(I i, I j, bool* ok) const;
   /// False, without effect, outside the shape.
   bool setElementValue(I i, I j, const T& value);
@@ -143,11 +150,12 @@ class MIVO_API MatrixT {
   /// Cuts the rows by a partitioner into one host matrix per part.
   template <class G, class L>
   void splitRows(const PartitionerT<G, L>& part, std::vector<MatrixT>& out) const;
-  /// Joins one block per part into one matrix with all rows in order, on the device of the first block with
-  /// elements.
+  /// Joins one block per part into one matrix with all rows in order, on the device of the first
+  /// block with elements.
   template <class G, class L>
   static MatrixT mergeRows(const PartitionerT<G, L>& part, const std::vector<MatrixT>& parts);
-  /// Positions of elements that are not exactly zero, ascending, as a column on the matrix's device.
+  /// Positions of elements that are not exactly zero, ascending, as a column on the matrix's
+  /// device.
   MatrixT<I, I, Layout> getNonZeroIndices() const;
 
   // Arithmetic on whole arrays of equal element count (see `BlasOps`).
@@ -208,8 +216,8 @@ class MIVO_API MatrixT {
 /// Index lists and other integer vectors of one rank.
 using IndexVector = MatrixT<int, int, MatrixLayoutRowMajor>;
 
-#define MIVO_EXTERN(T)                                           \
-  extern template class MatrixT<T, int, MatrixLayoutRowMajor>;   \
+#define MIVO_EXTERN(T)                                         \
+  extern template class MatrixT<T, int, MatrixLayoutRowMajor>; \
   extern template class MatrixT<T, long, MatrixLayoutRowMajor>;
 MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
 #undef MIVO_EXTERN

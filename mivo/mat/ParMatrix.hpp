@@ -20,12 +20,13 @@ namespace mivo {
 template <class T, class R, class C>
 class COOMatrixT;
 
-/// Distributed vector or multi-vector: rows are cut in consecutive blocks over the ranks of a communicator, and
-/// each rank holds its block of all columns as a local `MatrixT`.
+/// Distributed vector or multi-vector: rows are cut in consecutive blocks over the ranks of a
+/// communicator, and each rank holds its block of all columns as a local `MatrixT`.
 ///
-/// A handle: copies share all data, `deepCopy` duplicates. G is the type of global indices, L that of
-/// local ones; T is one of the six value types. Right-hand sides, solutions and Krylov vectors are of this type.
-/// Reductions and everything under "Moving entries" are collective over the matrix's communicator; element-wise operations are local.
+/// A handle: copies share all data, `deepCopy` duplicates. G is the type of global indices, L that
+/// of local ones; T is one of the six value types. Right-hand sides, solutions and Krylov vectors
+/// are of this type. Reductions and everything under "Moving entries" are collective over the
+/// matrix's communicator; element-wise operations are local.
 template <class T, class G, class L>
 class MIVO_API ParMatrixT {
  public:
@@ -130,8 +131,8 @@ class MIVO_API ParMatrixT {
 
   // Moving entries between ranks.
 
-  /// Opens an assembly: any rank may set any entry until `endAssemble` brings each to its owner. Entries that
-  /// nobody sets become 0.
+  /// Opens an assembly: any rank may set any entry until `endAssemble` brings each to its owner.
+  /// Entries that nobody sets become 0.
   void beginAssemble();
   /// Local, and safe from several threads.
   void setValue(G i, G j, const T& v, SetValueMode mode);
@@ -169,6 +170,19 @@ class MIVO_API ParMatrixT {
     Local local;
     std::shared_ptr<COOMatrixT<T, G, L>> assembly;
   };
+
+  /// A fresh implementation without a local block.
+  void createShape(G rows, G cols, const Partitioner& rowPart, const Partitioner& colPart,
+                   const Device& device, int comm);
+  /// The local block for this rank's rows, content undefined.
+  void createLocal();
+  /// Equal shape, partitions and comm.
+  template <class U>
+  bool hasSpreadOf(const ParMatrixT<U, G, L>& other) const;
+  /// Gives `out` an implementation of its own of this spread, unless it has one.
+  template <class U>
+  void copySpread(ParMatrixT<U, G, L>& out) const;
+
   std::shared_ptr<ParMatrixImpl> impl_;
 };
 
