@@ -10,6 +10,21 @@ if(MIVO_NATIVE)
   target_compile_options(mivo_options INTERFACE -march=native)
 endif()
 
+# mivo_compile_as_library(TARGET): the options with which every unit of the library is compiled.
+function(mivo_compile_as_library target)
+  target_include_directories(${target} PRIVATE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+  target_compile_features(${target} PRIVATE cxx_std_17)
+  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:mivo_options>)
+  set_target_properties(${target} PROPERTIES
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    POSITION_INDEPENDENT_CODE ON
+    DEFINE_SYMBOL "")
+  if(NOT CMAKE_BUILD_TYPE OR CMAKE_BUILD_TYPE STREQUAL "Release")
+    target_compile_options(${target} PRIVATE -O3)
+  endif()
+endfunction()
+
 # mivo_sources(FILE...): adds sources of the current folder to the library.
 function(mivo_sources)
   foreach(file IN LISTS ARGN)
@@ -18,32 +33,36 @@ function(mivo_sources)
 endfunction()
 
 # mivo_sources_by_type(FILE TYPES TYPE...): compiles a template family once for each value type, so that a
-# heavy family spreads over the cores. Each unit includes FILE with MIVO_ONLY_VALUE set to its type. TYPES are
+# heavy family spreads over the cores. Each unit is FILE with MIVO_ONLY_VALUE defined as its type. TYPES are
 # taken from int long float double cfloat cdouble.
 function(mivo_sources_by_type file)
   cmake_parse_arguments(ARG "" "" "TYPES" ${ARGN})
   get_filename_component(stem ${file} NAME_WE)
-  file(RELATIVE_PATH path ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR}/${file})
-  set(name_cfloat "mivo::Complex<float>")
-  set(name_cdouble "mivo::Complex<double>")
+  set(value_cfloat "::mivo::Complex<float>")
+  set(value_cdouble "::mivo::Complex<double>")
   foreach(type IN LISTS ARG_TYPES)
     set(value ${type})
-    if(DEFINED name_${type})
-      set(value ${name_${type}})
+    if(DEFINED value_${type})
+      set(value ${value_${type}})
     endif()
-    set(unit ${CMAKE_CURRENT_BINARY_DIR}/${stem}_${type}.cpp)
-    file(CONFIGURE OUTPUT ${unit} CONTENT
-      "#define MIVO_ONLY_VALUE ::${value}\n#include \"${path}\"\n")
-    if(NOT DEFINED name_${type})
-      file(CONFIGURE OUTPUT ${unit} CONTENT
-        "#define MIVO_ONLY_VALUE ${value}\n#include \"${path}\"\n")
-    endif()
-    target_sources(mivo PRIVATE ${unit})
+    # An object library each, and no generated file: a compiler cache then serves every build tree.
+    set(unit mivo_${stem}_${type})
+    add_library(${unit} OBJECT ${file})
+    mivo_compile_as_library(${unit})
+    target_compile_definitions(${unit} PRIVATE "MIVO_ONLY_VALUE=${value}")
+    target_link_libraries(${unit} PRIVATE nlohmann_json::nlohmann_json Threads::Threads)
+    target_sources(mivo PRIVATE $<TARGET_OBJECTS:${unit}>)
   endforeach()
 endfunction()
 
 set(MIVO_VALUE_TYPES int long float double cfloat cdouble)
 set(MIVO_SCALAR_TYPES float double cfloat cdouble)
+
+# mivo_internal_headers(FILE...): headers of the current folder that are not part of the public interface and are not
+# installed. Files named *Impl.hpp or *_impl.hpp need no such line.
+function(mivo_internal_headers)
+  set_property(GLOBAL APPEND PROPERTY MIVO_INTERNAL_HEADERS ${ARGN})
+endfunction()
 
 # mivo_test(NAME FILE...): a GoogleTest program of the current folder, with one ctest entry a case.
 function(mivo_test name)
