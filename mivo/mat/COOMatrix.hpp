@@ -3,8 +3,6 @@
 
 #include <iosfwd>
 #include <memory>
-#include <mutex>
-#include <unordered_map>
 
 #include "mivo/mat/CSRMatrix.hpp"
 #include "mivo/mat/MapWithLock.hpp"
@@ -14,11 +12,11 @@
 
 namespace mivo {
 
-/// Matrix entries in any order, from any thread, before a compressed matrix exists: a map of rows, each a map from
-/// column to value. A handle: copies share the entries.
+/// Matrix entries in any order, from any thread, before a compressed matrix exists: a map of rows,
+/// each a map from column to value. A handle: copies share the entries.
 ///
-/// R is the row index type, C the column index type: global ones while assembling, local rows for the
-/// result at the owner. A writer takes the row by `getRowEx`, then the row's own lock.
+/// R is the row index type, C the column index type: global ones while assembling, local rows for
+/// the result at the owner. A writer takes the row by `getRowEx`, then the row's own lock.
 template <class T, class R, class C>
 class MIVO_API COOMatrixT {
  public:
@@ -34,8 +32,9 @@ class MIVO_API COOMatrixT {
   /// The row's map, made when the row is missing (also in a const matrix). Safe from any thread.
   std::shared_ptr<Row> getRowEx(R row) const;
 
-  /// Moves every row to the rank that owns it and sums all contributions to one position there; `out`, whose
-  /// shape the caller has set, gets local row numbers. Collective. A row outside the partition ends the process.
+  /// Moves every row to the rank that owns it and sums all contributions to one position there;
+  /// `out`, whose shape the caller has set, gets local row numbers. Collective. A row outside the
+  /// partition ends the process.
   template <class L>
   void endAssemble(int comm, const PartitionerT<R, L>& rowPart, COOMatrixT<T, L, C>& out);
 
@@ -43,8 +42,8 @@ class MIVO_API COOMatrixT {
   template <class L>
   void toCSR(CSRMatrixT<T, L>& out) const;
 
-  /// Coordinate entries of a Matrix Market text; symmetric ones are mirrored, a repeated position keeps
-  /// its last value.
+  /// Coordinate entries of a Matrix Market text; symmetric ones are mirrored, a repeated position
+  /// keeps its last value.
   void loadFromStream(std::istream& is);
 
   struct COOMatrixImpl;
