@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+#include "mivo/utils/Device.hpp"
+
+namespace mivo::bench {
+
+/// Set by --quick: sizes so small that every benchmark ends at once, to see that it works.
+bool isQuick();
+
+/// A size of the full run, or of the quick one.
+inline long sized(long full, long quick) { return isQuick() ? quick : full; }
+
+/// Host array as the library takes it: large blocks aligned for huge pages. Touched before use.
+template <class T>
+class Array {
+ public:
+  explicit Array(std::size_t size, T value = T(1))
+      : size_(size), data_(static_cast<T*>(Device().rawMalloc(size * sizeof(T)))) {
+    std::fill_n(data_.get(), size, value);
+  }
+  T* data() const { return data_.get(); }
+  std::size_t size() const { return size_; }
+  T& operator[](std::size_t i) const { return data_.get()[i]; }
+
+ private:
+  struct Release {
+    void operator()(T* p) const { Device().rawFree(p); }
+  };
+  std::size_t size_;
+  std::unique_ptr<T, Release> data_;
+};
+
+inline double now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+template <class F>
+double secondsOf(const F& f) {
+  const double start = now();
+  f();
+  benchmark::ClobberMemory();
+  return now() - start;
+}
+
+inline double median(std::vector<double> values) {
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+/// One pass of a[i] = b[i] + s * c[i] over arrays far larger than the caches: seconds, and its
+/// bytes.
+double triadSeconds();
+double triadBytes();
+
+/// What stands beside a figure: the least bytes that must move, the bandwidth they imply, and its
+/// ratio to that of the triad timed between the passes.
+inline void report(benchmark::State& state, double bytes, const std::vector<double>& seconds,
+                   const std::vector<double>& triad) {
+  const double bandwidth = bytes / median(seconds) / 1e9;
+  const double triadBandwidth = triadBytes() / median(triad) / 1e9;
+  state.counters["ms"] = median(seconds) * 1e3;
+  state.counters["MB"] = bytes / 1e6;
+  state.counters["GB/s"] = bandwidth;
+  state.counters["triad_GB/s"] = triadBandwidth;
+  state.counters["vs_triad"] = bandwidth / triadBandwidth;
+}
+
+/// Times `kernel` and the triad in turn, so that a disturbed machine disturbs both. All figures are
+/// medians.
+template <class Kernel>
+void measure(benchmark::State& state, double bytes, const Kernel& kernel) {
+  std::vector<double> seconds;
+  std::vector<double> triad;
+  kernel();
+  for (auto _ : state) {
+    seconds.push_back(secondsOf(kernel));
+    triad.push_back(triadSeconds());
+    state.SetIterationTime(seconds.back());
+  }
+  report(state, bytes, seconds, triad);
+}
+
+/// The same beside a plain loop that does the same work; "vs_loop" above 1 means faster than the
+/// loop.
+template <class Kernel, class Loop>
+void measureBeside(benchmark::State& state, double bytes, const Kernel& kernel, const Loop& loop) {
+  std::vector<double> seconds;
+  std::vector<double> plain;
+  std::vector<double> triad;
+  kernel();
+  loop();
+  for (auto _ : state) {
+    seconds.push_back(secondsOf(kernel));
+    plain.push_back(secondsOf(loop));
+    triad.push_back(triadSeconds());
+    state.SetIterationTime(seconds.back());
+  }
+  report(state, bytes, seconds, triad);
+  state.counters["vs_loop"] = median(plain) / median(seconds);
+}
+
+/// Registers a benchmark under `name` that the functions above drive.
+template <class F>
+benchmark::internal::Benchmark* add(const std::string& name, F f) {
+  return benchmark::RegisterBenchmark(name.c_str(), f)
+      ->UseManualTime()
+      ->Unit(benchmark::kMillisecond);
+}
+
+/// Implemented by each program: registers its benchmarks.
+void registerBenchmarks();
+
+}  // namespace mivo::bench
