@@ -46,7 +46,7 @@ class MIVO_API LogMessage {
  private:
   std::ostream* stream_;
   bool check_;
-  int level_;
+  [[maybe_unused]] int level_;  // carried for readers in a debugger
   int condition_;
   std::string file_;
   int line_;
