@@ -175,8 +175,9 @@ TYPED_TEST(SpBlasAlgebra, DiagonalUpdateLeavesTheRestUnscaled) {
     DeviceArray<T> da(device, a);
     DeviceArray<T> db(device, b);
     // Offsets that put the diagonal elsewhere and, for some rows, out of the block.
-    for (const auto& [first_row, first_col] :
-         std::vector<std::pair<int, int>>{{0, 0}, {3, 1}, {2, 9}}) {
+    for (const auto& first : std::vector<std::pair<int, int>>{{0, 0}, {3, 1}, {2, 9}}) {
+      const int first_row = first.first;
+      const int first_col = first.second;
       for (const bool given : {true, false}) {
         for (const T beta : {T(2), T(0)}) {
           Csr expected;
