@@ -182,6 +182,9 @@ class MIVO_API ParMatrixT {
   /// Gives `out` an implementation of its own of this spread, unless it has one.
   template <class U>
   void copySpread(ParMatrixT<U, G, L>& out) const;
+  /// Spreads the root's matrix, evenly when no partition is given; false, without effect, when the
+  /// root has none. Collective; `m` is read on the root only.
+  bool scatterRows(int comm, int root, const Local* m, const Partitioner* given);
 
   std::shared_ptr<ParMatrixImpl> impl_;
 };

@@ -1,0 +1,337 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstddef>
+#include <fstream>
+#include <limits>
+#include <sstream>
+#include <vector>
+
+#include "mivo/mat/ParMatrix.hpp"
+#include "tests/support/dense.hpp"
+#include "tests/support/devices.hpp"
+#include "tests/support/fatal.hpp"
+#include "tests/support/files.hpp"
+
+namespace mivo {
+namespace {
+
+using test::matrixOf;
+using test::smallValues;
+using test::testDevices;
+using test::valuesOf;
+
+template <class T>
+using Vector = ParMatrixT<T, long, int>;
+
+template <class T>
+Vector<T> vectorOf(const Device& device, const std::vector<T>& values, int cols = 1) {
+  Vector<T> x(static_cast<long>(values.size()) / cols, cols, device);
+  x.setLocalMatrix({matrixOf<T>(device, static_cast<int>(values.size()) / cols, cols, values)});
+  return x;
+}
+
+template <class T>
+std::vector<T> valuesOf(const Vector<T>& x) {
+  return test::valuesOf(x.getLocalMatrix());
+}
+
+template <class T>
+class ParMatrixTest : public testing::Test {
+ protected:
+  void SetUp() override { Device::initialize(); }
+};
+using ValueTypes = testing::Types<int, long, float, double, Complex<float>, Complex<double>>;
+TYPED_TEST_SUITE(ParMatrixTest, ValueTypes);
+
+TYPED_TEST(ParMatrixTest, CreationShapesTheLocalBlock) {
+  for (const Device& device : testDevices()) {
+    Vector<TypeParam> x(7, 3, device);
+    EXPECT_EQ(x.getSize(), 21);
+    EXPECT_EQ(x.getLocalMatrix().getRows(), 7);
+    EXPECT_EQ(x.getLocalMatrix().getCols(), 3);
+    EXPECT_EQ(x.getRowPartitioner().getGlobalSize(), 7);
+    EXPECT_EQ(x.getColPartitioner().getGlobalSize(), 3);
+    EXPECT_EQ(x.getDevice(), device);
+    long begin = -1, end = -1;
+    x.getOwnerShipRange(&begin, &end);
+    EXPECT_EQ(begin, 0);
+    EXPECT_EQ(end, 7);
+
+    PartitionerT<long, int> part;
+    part.create(5, 1);
+    Vector<TypeParam> y;
+    y.create(part, device);
+    EXPECT_EQ(y.getRows(), 5);
+    EXPECT_EQ(y.getCols(), 1);
+    EXPECT_EQ(y.getColPartitioner().getNumParts(), 1);
+    EXPECT_EQ(y.getLocalMatrix(-1).getSize(), 5);
+
+    const TypeParam* data = x.getLocalMatrix().getData();
+    x.resize(7, 3, device);
+    EXPECT_EQ(x.getLocalMatrix().getData(), data);
+    x.resize(8, 3, device);
+    EXPECT_EQ(x.getLocalMatrix().getRows(), 8);
+  }
+}
+
+TYPED_TEST(ParMatrixTest, EmptyObjectsAnswerEveryQuery) {
+  Vector<TypeParam> none;
+  Vector<TypeParam> noRows(0, 4, Device());
+  for (const Vector<TypeParam>& x : {none, noRows, none.deepCopy(), noRows.toDevice(Device())}) {
+    EXPECT_EQ(x.getRows(), 0);
+    EXPECT_EQ(x.getSize(), 0);
+    long begin = -1, end = -1;
+    x.getOwnerShipRange(&begin, &end);
+    EXPECT_EQ(begin, 0);
+    EXPECT_EQ(end, 0);
+    bool ok = true;
+    EXPECT_EQ(x.getElementValue(0, 0, &ok), TypeParam(0));
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(Vector<TypeParam>::normL1(x), 0);
+    EXPECT_EQ(Vector<TypeParam>::dot(x, x), TypeParam(0));
+  }
+}
+
+TYPED_TEST(ParMatrixTest, ElementAccessIsByGlobalRow) {
+  for (const Device& device : testDevices()) {
+    const std::vector<TypeParam> a = smallValues<TypeParam>(6, 1);
+    Vector<TypeParam> x = vectorOf(device, a, 2);
+    bool ok = false;
+    EXPECT_EQ(x.getElementValue(2, 1, &ok), a[5]);
+    EXPECT_TRUE(ok);
+    EXPECT_TRUE(x.setElementValue(1, 0, TypeParam(44)));
+    EXPECT_EQ(x.getElementValue(1, 0, nullptr), TypeParam(44));
+    EXPECT_FALSE(x.setElementValue(3, 0, TypeParam(1)));
+    EXPECT_FALSE(x.setElementValue(0, 2, TypeParam(1)));
+    EXPECT_FALSE(x.setElementValue(-1, 0, TypeParam(1)));
+    EXPECT_EQ(x.getElementValue(0, 2, &ok), TypeParam(0));
+    EXPECT_FALSE(ok);
+  }
+}
+
+TYPED_TEST(ParMatrixTest, ArithmeticActsOnTheLocalBlock) {
+  using T = TypeParam;
+  using V = Vector<T>;
+  const std::size_t n = 31;
+  const std::vector<T> x = smallValues<T>(n, 2), y = smallValues<T>(n, 3), z = smallValues<T>(n, 4);
+  for (const Device& device : testDevices()) {
+    const V vx = vectorOf(device, x), vy = vectorOf(device, y);
+    const auto result = [&](const auto& operation) {
+      V target = vectorOf(device, z);
+      operation(target);
+      return valuesOf(target);
+    };
+    const auto expected = [&](const auto& formula) {
+      std::vector<T> out(n);
+      for (std::size_t i = 0; i < n; ++i) out[i] = formula(x[i], y[i], z[i]);
+      return out;
+    };
+    const T a(3), b(-2), c(5);
+    EXPECT_EQ(result([&](V& t) { t.fill(c); }), std::vector<T>(n, c));
+    EXPECT_EQ(result([&](V& t) { t *= a; }), expected([&](T, T, T w) { return w * a; }));
+    EXPECT_EQ(result([&](V& t) { V::axpy(a, vx, t); }),
+              expected([&](T u, T, T w) { return w + u * a; }));
+    EXPECT_EQ(result([&](V& t) { V::axpby(a, vx, b, t); }),
+              expected([&](T u, T, T w) { return u * a + w * b; }));
+    EXPECT_EQ(result([&](V& t) { V::axpbypz(a, vx, b, vy, t); }),
+              expected([&](T u, T v, T w) { return w + u * a + v * b; }));
+    EXPECT_EQ(result([&](V& t) { V::axpbypcz(a, vx, b, vy, c, t); }),
+              expected([&](T u, T v, T w) { return v * b + u * a + w * c; }));
+    EXPECT_EQ(result([&](V& t) { V::axypbz(a, vx, vy, b, t); }),
+              expected([&](T u, T v, T w) { return u * a * v + w * b; }));
+
+    V one = vectorOf(device, std::vector<T>{T(1), T(0), T(-1)});
+    V::reciprocal(T(2), one);
+    EXPECT_EQ(valuesOf(one), (std::vector<T>{T(2), T(2), T(-2)}));
+    V square = vectorOf(device, std::vector<T>{T(2), T(0), T(5)});
+    V::pow(T(2), square);
+    EXPECT_NEAR(static_cast<double>(abs(valuesOf(square)[0])), 4, 1e-5);
+    EXPECT_EQ(valuesOf(square)[1], T(0));
+    EXPECT_NEAR(static_cast<double>(abs(valuesOf(square)[2])), 25, 1e-4);
+  }
+}
+
+TYPED_TEST(ParMatrixTest, ReductionsFollowTheirDefinition) {
+  using T = TypeParam;
+  using R = RealType<T>;
+  using V = Vector<T>;
+  const std::vector<T> x = smallValues<T>(33, 5), y = smallValues<T>(33, 6);
+  T dot(0), sum(0), low(0), high(0);
+  double squares = 0, absolutes = 0, largest = 0;
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    dot = dot + conj(x[i]) * y[i];
+    sum = sum + x[i];
+    if (lessByReal(x[i], low)) low = x[i];
+    if (lessByReal(high, x[i])) high = x[i];
+    squares += static_cast<double>(absSquared(x[i]));
+    absolutes += std::sqrt(static_cast<double>(absSquared(x[i])));
+    largest = std::max(largest, std::sqrt(static_cast<double>(absSquared(x[i]))));
+  }
+  for (const Device& device : testDevices()) {
+    const V vx = vectorOf(device, x), vy = vectorOf(device, y);
+    EXPECT_EQ(V::dot(vx, vy), dot);
+    EXPECT_EQ(static_cast<double>(V::absSum(vx, R(2))), squares);
+    EXPECT_NEAR(static_cast<double>(V::normL1(vx)), absolutes, 1e-4);
+    EXPECT_EQ(V::normL2(vx), static_cast<R>(std::sqrt(static_cast<R>(squares))));
+    EXPECT_NEAR(static_cast<double>(V::absMax(vx)), largest, 1e-5);
+    T min(7), max(7), total(7);
+    vx.min_max_sum(&min, &max, &total);
+    EXPECT_EQ(min, low);
+    EXPECT_EQ(max, high);
+    EXPECT_EQ(total, sum);
+    vx.min_max_sum(nullptr, nullptr, nullptr);
+
+    V zero(4, device);
+    zero.fill(T(0));
+    EXPECT_EQ(V::normL2(zero), R(0));
+    EXPECT_EQ(V::absMax(zero), std::is_integral_v<R> ? R(0) : std::numeric_limits<R>::min());
+  }
+}
+
+TYPED_TEST(ParMatrixTest, CopiesKeepUnevenSplitsAndOwnTheirData) {
+  using V = Vector<TypeParam>;
+  PartitionerT<long, int> rows, cols;
+  // More parts than ranks: only the shape of the split matters here.
+  rows.create(6, std::vector<long>{0, 4, 6});
+  cols.create(2, std::vector<long>{0, 0, 2});
+  for (const Device& device : testDevices()) {
+    V x;
+    x.create(rows, cols, device);
+    EXPECT_EQ(x.getLocalMatrix().getRows(), 4);
+    x.fill(TypeParam(3));
+
+    V even(6, 2, device);
+    const TypeParam* old = even.getLocalMatrix().getData();
+    x.deepCopy(even);
+    EXPECT_TRUE(even.hasShapeOf(x));
+    EXPECT_TRUE(even.getRowPartitioner() == rows);
+    EXPECT_NE(even.getLocalMatrix().getData(), old);
+    EXPECT_EQ(valuesOf(even), std::vector<TypeParam>(8, TypeParam(3)));
+
+    // A second copy reuses the storage.
+    const TypeParam* data = even.getLocalMatrix().getData();
+    x.deepCopy(even);
+    EXPECT_EQ(even.getLocalMatrix().getData(), data);
+
+    V handle = x, shared = x.toDevice(device), deep = x.deepCopy();
+    V selfCopy = x;
+    x.deepCopy(selfCopy);
+    x.deepCopy(shared);
+    handle.fill(TypeParam(5));
+    EXPECT_EQ(valuesOf(x), std::vector<TypeParam>(8, TypeParam(5)));
+    EXPECT_EQ(valuesOf(deep), std::vector<TypeParam>(8, TypeParam(3)));
+    EXPECT_EQ(valuesOf(selfCopy), valuesOf(deep));
+    EXPECT_EQ(valuesOf(shared), valuesOf(deep))
+        << "a deep copy into shared storage must unshare it";
+
+    ParMatrixT<double, long, int> structure;
+    x.copyStructure(structure);
+    EXPECT_TRUE(structure.hasShapeOf(x));
+    EXPECT_EQ(structure.getLocalMatrix().getSize(), 8);
+    EXPECT_FALSE(structure.hasShapeOf(V(6, 2, device)));
+  }
+}
+
+TYPED_TEST(ParMatrixTest, SplitsIntoPartsAndJoinsThem) {
+  using R = RealType<TypeParam>;
+  for (const Device& device : testDevices()) {
+    const std::vector<TypeParam> a = smallValues<TypeParam>(7, 8);
+    const Vector<TypeParam> x = vectorOf(device, a);
+    Vector<R> re, im(3, device);
+    x.getReal(re);
+    x.getImag(im);
+    EXPECT_EQ(im.getRows(), 7);
+    for (std::size_t k = 0; k < a.size(); ++k) {
+      EXPECT_EQ(valuesOf(re)[k], realPart(a[k]));
+      EXPECT_EQ(valuesOf(im)[k], imagPart(a[k]));
+    }
+    EXPECT_EQ(valuesOf(x.getReal()), valuesOf(re));
+    EXPECT_EQ(valuesOf(x.getImag()), valuesOf(im));
+    Vector<TypeParam> joined;
+    joined.createComplex(re, im);
+    EXPECT_EQ(valuesOf(joined), a);
+    EXPECT_TRUE(joined.hasShapeOf(x));
+    joined.createComplex(re, Vector<R>());
+    EXPECT_TRUE(joined.hasShapeOf(x));
+    EXPECT_EQ(valuesOf(joined.getImag()), std::vector<R>(7, R(0)));
+  }
+}
+
+TYPED_TEST(ParMatrixTest, SavesAndLoadsItsFile) {
+  const std::vector<TypeParam> a =
+      smallValues<RealType<TypeParam>>(6, 9).empty()
+          ? std::vector<TypeParam>()
+          : std::vector<TypeParam>{TypeParam(1), TypeParam(-2), TypeParam(3)};
+  const std::string path = test::tempFile("par_vector.mtx");
+  for (const Device& device : testDevices()) {
+    const Vector<TypeParam> x = vectorOf(device, a);
+    x.saveToFile(path);
+    std::ostringstream text;
+    x.saveToStream(text);
+    EXPECT_EQ(test::readFile(path), text.str()) << "on one rank the name is taken as it stands";
+    Vector<TypeParam> y;
+    y.loadFromFile(path, device);
+    EXPECT_TRUE(y.hasShapeOf(x));
+    EXPECT_EQ(valuesOf(y), a);
+    y.loadFromFile(test::tempFile("no_such_file.mtx"), device);
+    EXPECT_EQ(valuesOf(y), a) << "a file that cannot be opened changes nothing";
+  }
+}
+
+/// diag(2) as an operator that is no stored matrix.
+template <class T>
+class Doubling : public ParMatrixFreeT<T, long, int> {
+ public:
+  using typename ParMatrixFreeT<T, long, int>::AsyncMatVecObject;
+  int getComm() const override { return kCommWorld; }
+  Device getDevice() const override { return Device(); }
+  long getRows() const override { return 3; }
+  long getCols() const override { return 3; }
+  void aAxpby(T alpha, const Vector<T>& x, T beta, Vector<T>& y, AsyncMatVecObject*) override {
+    Vector<T>::axpby(alpha * T(2), x, beta, y);
+  }
+};
+
+TYPED_TEST(ParMatrixTest, ResidualIsRightHandSideMinusProduct) {
+  using T = TypeParam;
+  using V = Vector<T>;
+  Doubling<T> A;
+  for (const Device& device : testDevices()) {
+    const V x = vectorOf(device, std::vector<T>{T(1), T(2), T(3)});
+    const V b = vectorOf(device, std::vector<T>{T(2), T(7), T(10)});
+    V r;
+    V::residual_vec(A, x, b, r);
+    EXPECT_EQ(valuesOf(r), (std::vector<T>{T(0), T(3), T(4)}));
+    EXPECT_EQ(V::residual(A, x, b, r), 5);
+    EXPECT_EQ(V::residual(A, x, b), 5);
+    EXPECT_EQ(valuesOf(b)[1], T(7));
+  }
+}
+
+TEST(ParMatrix, SequentialMatrixWrapsTheLocalOne) {
+  for (const Device& device : testDevices()) {
+    for (int comm : {kCommSelf, kCommWorld}) {
+      const MatrixT<double, int> m = matrixOf<double>(device, 3, 2, {1, 2, 3, 4, 5, 6});
+      Vector<double> x;
+      x.createSeq(m, comm);
+      EXPECT_EQ(x.getComm(), comm);
+      EXPECT_EQ(x.getLocalMatrix().getData(), m.getData());
+      EXPECT_EQ(x.getElementValue(2, 0, nullptr), 5);
+      EXPECT_EQ(x.getDevice(), device);
+    }
+  }
+}
+
+TEST(ParMatrix, LocalBlockMustBeOne) {
+  Device::initialize();
+  Vector<double> x(2, Device());
+  const MatrixT<double, int> block = x.getLocalMatrix();
+  MIVO_EXPECT_FATAL(x.setLocalMatrix({}), "ParMatrix:282", "only support localMat.size == 1");
+  MIVO_EXPECT_FATAL((x.setLocalMatrix({block, block})), "ParMatrix:282",
+                    "only support localMat.size == 1");
+}
+
+}  // namespace
+}  // namespace mivo
