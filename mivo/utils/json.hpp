@@ -14,11 +14,14 @@ namespace mivo {
 /// the `type_error` of the JSON library.
 MIVO_API json getJsonByKey(const json& j, const std::string& key, int index);
 
-/// Reads one key of a parameter object. The field keeps its value when `params` is no object or
-/// lacks the key; a value of the wrong type raises the `type_error` of the JSON library.
+/// Reads one key of a parameter object; true when it was there. The field keeps its value when
+/// `params` is no object or lacks the key; a value of the wrong type raises the `type_error` of the
+/// JSON library.
 template <class V>
-void readJsonKey(const json& params, const char* key, V& field) {
-  if (params.is_object() && params.contains(key)) field = params[key].template get<V>();
+bool readJsonKey(const json& params, const char* key, V& field) {
+  if (!params.is_object() || !params.contains(key)) return false;
+  field = params[key].template get<V>();
+  return true;
 }
 
 }  // namespace mivo
