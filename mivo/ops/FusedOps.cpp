@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "mivo/ops/FusedOps.hpp"
+
+#include "mivo/ops/FusedOpsImpl.hpp"
+#include "mivo/spm/dispatch.hpp"
+
+namespace mivo {
+
+template <class T, class I>
+RealType<T> FusedOps<T, I>::cg_update(const Device& device, I n, T alpha, const T* p, T* x,
+                                      const T* q, T* r) {
+  return MIVO_DISPATCH(cg_update, n, alpha, p, x, q, r);
+}
+
+template <class T, class I>
+void FusedOps<T, I>::jacobi_from_zero(const Device& device, I n, T relax, const T* d, const T* b,
+                                      T* x) {
+  MIVO_DISPATCH(jacobi_from_zero, n, relax, d, b, x);
+}
+
+template <class T, class I>
+I FusedOps<T, I>::count_nonfinite(const Device& device, I n, const T* x) {
+  return MIVO_DISPATCH(count_nonfinite, n, x);
+}
+
+#define MIVO_INSTANCE(T) template class FusedOps<T, int>;
+MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
+#undef MIVO_INSTANCE
+
+}  // namespace mivo

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "mivo/spm/parallel.hpp"
+#include "mivo/utils/ScalarTraits.hpp"
+
+namespace mivo {
+
+/// True when no part of `a` is infinite or NaN: only then a - a is zero.
+template <class T>
+MIVO_FUNCTION bool isFinite(const T& a) {
+  const RealType<T> re = realPart(a);
+  const RealType<T> im = imagPart(a);
+  return re - re == 0 && im - im == 0;
+}
+
+/// Bodies of `FusedOps`, written once for all execution spaces.
+template <class T, class I, class Space>
+class FusedOpsImpl {
+ public:
+  using R = RealType<T>;
+  using Policy = spm::RangePolicy<Space>;
+
+  static R cg_update(Space& space, I n, T alpha, const T* p, T* x, const T* q, T* r);
+  static void jacobi_from_zero(Space& space, I n, T relax, const T* d, const T* b, T* x);
+  static I count_nonfinite(Space& space, I n, const T* x);
+};
+
+// Products by one and zero are kept: for complex numbers they decide signs of zeros and spread NaN.
+
+template <class T, class I, class Space>
+RealType<T> FusedOpsImpl<T, I, Space>::cg_update(Space& space, I n, T alpha, const T* p, T* x,
+                                                 const T* q, T* r) {
+  R result{};
+  const T minus = -alpha;
+  const T one(1);
+  spm::parallel_reduce(
+      Policy(space, 0, n),
+      [=] MIVO_FUNCTION(I i, R & acc) {
+        x[i] = p[i] * alpha + x[i] * one;
+        const T ri = q[i] * minus + r[i] * one;
+        r[i] = ri;
+        acc += absSquared(ri);
+      },
+      spm::Sum<R, Space>(result));
+  return result;
+}
+
+template <class T, class I, class Space>
+void FusedOpsImpl<T, I, Space>::jacobi_from_zero(Space& space, I n, T relax, const T* d, const T* b,
+                                                 T* x) {
+  const T zero(0);
+  const T one(1);
+  spm::parallel_for(Policy(space, 0, n), [=] MIVO_FUNCTION(I i) {
+    const T r = T(-1) * zero + one * b[i];
+    x[i] = (d[i] * relax) * r + zero * one;
+  });
+}
+
+template <class T, class I, class Space>
+I FusedOpsImpl<T, I, Space>::count_nonfinite(Space& space, I n, const T* x) {
+  I result{};
+  spm::parallel_reduce(
+      Policy(space, 0, n), [=] MIVO_FUNCTION(I i, I & acc) { acc += isFinite(x[i]) ? 0 : 1; },
+      spm::Sum<I, Space>(result));
+  return result;
+}
+
+}  // namespace mivo
