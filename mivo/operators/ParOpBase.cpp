@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "mivo/operators/ParOpBase.hpp"
+
+#include "mivo/utils/Factory.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+ParOpBaseT<T, G, L>::~ParOpBaseT() = default;
+
+template <class T, class G, class L>
+Factory<ParOpBaseT<T, G, L>>& ParOpBaseT<T, G, L>::getFactory() {
+  static Factory<ParOpBaseT> factory("op_type");
+  return factory;
+}
+
+#define MIVO_INSTANCE(T) template class ParOpBaseT<T, long, int>;
+MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
+#undef MIVO_INSTANCE
+
+}  // namespace mivo

@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+
+#include "mivo/operators/ParOperatorIdentity.hpp"
+#include "mivo/utils/Complex.hpp"
+#include "tests/support/devices.hpp"
+#include "tests/support/operators.hpp"
+
+namespace mivo {
+namespace {
+
+using OperatorPtr = std::shared_ptr<ParOperator>;
+
+OperatorPtr node(const std::string& family, const std::string& name, const std::string& tag = "") {
+  auto op = std::make_shared<ParOperator>();
+  op->family_name = family;
+  op->registered_name = name;
+  op->tagName = tag;
+  return op;
+}
+
+std::string described(const ParOperator& op, int level) {
+  std::ostringstream out;
+  op.describe(out, level);
+  return out.str();
+}
+
+TEST(ParOperator, DescribesTheTreeWithRolesAndTags) {
+  const OperatorPtr solver = node("ParSolverT", "SolverPCG");
+  EXPECT_EQ(described(*solver, 0), "ParSolverT SolverPCG\n");
+
+  const OperatorPtr preconditioner = node("ParPreconditionerT", "PrecondList");
+  const OperatorPtr smoother = node("ParSmootherT", "SmootherJacobi", "inner");
+  solver->appendChild(preconditioner, "preconditioner");
+  solver->appendChild(nullptr, "nobody");
+  preconditioner->appendChild(smoother, "smoother");
+  preconditioner->appendChild(node("ParSmootherT", "SmootherSOR", "t"), "");
+  EXPECT_EQ(described(*solver, 0),
+            "ParSolverT SolverPCG\n"
+            "  preconditioner ParPreconditionerT PrecondList\n"
+            "    smoother[inner] ParSmootherT SmootherJacobi\n"
+            "    [t] ParSmootherT SmootherSOR\n");
+  EXPECT_EQ(described(*smoother, 3), "      smoother[inner] ParSmootherT SmootherJacobi\n");
+}
+
+TEST(ParOperator, FindsTheFirstTagDepthFirst) {
+  const OperatorPtr root = node("F", "root", "root");
+  const OperatorPtr left = node("F", "left", "l"), deep = node("F", "deep", "x");
+  const OperatorPtr right = node("F", "right", "x"), untagged = node("F", "untagged");
+  root->appendChild(left, "a");
+  left->appendChild(deep, "b");
+  root->appendChild(right, "c");
+  root->appendChild(untagged, "d");
+  EXPECT_EQ(ParOperator::findOpByTagName(root, "x"), deep);
+  EXPECT_EQ(ParOperator::findOpByTagName(root, "root"), root);
+  EXPECT_EQ(ParOperator::findOpByTagName(root, ""), untagged);
+  EXPECT_EQ(ParOperator::findOpByTagName(root, "missing"), nullptr);
+}
+
+TEST(ParOperator, KeepsOneCallbackForEachTagAndPlace) {
+  ParOperator op;
+  std::string calls;
+  op.registerCallBack("t", CallBackPlace::Before, [&](OperatorPtr) { calls += "old"; });
+  op.registerCallBack("t", CallBackPlace::After, [&](OperatorPtr) { calls += "after "; });
+  op.registerCallBack("t", CallBackPlace::Before, [&](OperatorPtr) { calls += "before "; });
+  op.getCallBack("t", CallBackPlace::Before)(nullptr);
+  op.getCallBack("t", CallBackPlace::After)(nullptr);
+  EXPECT_EQ(calls, "before after ");
+
+  EXPECT_FALSE(op.getCallBack("unknown", CallBackPlace::Before));
+  EXPECT_EQ(op.callbacks.size(), 1u) << "asking makes no entry";
+  op.registerCallBack("one", CallBackPlace::Before, nullptr);
+  EXPECT_FALSE(op.getCallBack("one", CallBackPlace::Before));
+  EXPECT_FALSE(op.getCallBack("one", CallBackPlace::After));
+}
+
+TEST(ParOperator, CopiesShareTheChildren) {
+  ParOperator op;
+  op.reserved = 5;
+  op.tagName = "t";
+  op.registerCallBack("t", CallBackPlace::After, [](OperatorPtr) {});
+  op.appendChild(node("F", "child"), "role");
+  ParOperator copy(op), assigned;
+  assigned = op;
+  for (ParOperator* other : {&copy, &assigned}) {
+    EXPECT_EQ(other->reserved, 5);
+    EXPECT_EQ(other->tagName, "t");
+    EXPECT_TRUE(other->getCallBack("t", CallBackPlace::After));
+    ASSERT_EQ(other->children.size(), 1u);
+  }
+  op.children.front()->tagName = "changed";
+  EXPECT_EQ(copy.children.front()->tagName, "changed");
+  op.appendChild(node("F", "second"), "role");
+  EXPECT_EQ(copy.children.size(), 1u);
+}
+
+TEST(AsyncMatVecObject, WaitsForTheResultOrItsException) {
+  ParMatrixFreeT<double, long, int>::AsyncMatVecObject async;
+  async.arm().set_value(7);
+  EXPECT_EQ(async.wait(), 7);
+  async.arm().set_exception(std::make_exception_ptr(std::runtime_error("broken")));
+  EXPECT_THROW(async.wait(), std::runtime_error);
+}
+
+template <class T>
+class Identity : public testing::Test {};
+using Scalars = testing::Types<float, double, Complex<float>, Complex<double>>;
+TYPED_TEST_SUITE(Identity, Scalars);
+
+TYPED_TEST(Identity, CopiesInEveryRoleAndKeepsWhatItShouldNotTouch) {
+  using T = TypeParam;
+  for (const Device& device : test::testDevices()) {
+    ParOperatorIdentityT<T, long, int> identity;
+    EXPECT_EQ(identity.getComm(), kCommWorld);
+    EXPECT_EQ(identity.getDevice(), Device());
+    EXPECT_EQ(identity.getRows(), 0);
+    EXPECT_EQ(identity.getCols(), 0);
+
+    const std::vector<T> values{T(1), T(-2), T(3)};
+    const auto x = test::parVectorOf<T>(device, values);
+    const auto fresh = [&] { return test::parVectorOf<T>(device, {T(7), T(7), T(7)}); };
+    auto y = fresh();
+    identity.aAxpby(T(2), x, T(3), y, nullptr);
+    EXPECT_EQ(test::valuesOf(y), values);
+    y = fresh();
+    identity.matVec(x, y, nullptr);
+    EXPECT_EQ(test::valuesOf(y), values);
+    y = fresh();
+    identity.precondition(x, y);
+    EXPECT_EQ(test::valuesOf(y), values);
+    EXPECT_NE(y.getLocalMatrix().getData(), x.getLocalMatrix().getData());
+    y = fresh();
+    identity.setup(identity);
+    identity.smooth(x, y);
+    EXPECT_EQ(test::valuesOf(y), test::valuesOf(fresh()));
+
+    // as a solver: one application of the preconditioner, its own or the one that is given
+    RealType<T> relres = 5;
+    int iter = 9;
+    identity.solve(identity, x, y, iter, relres);
+    EXPECT_EQ(test::valuesOf(y), values);
+    test::DiagonalPreconditioner<T> twice(test::parVectorOf<T>(device, {T(2), T(2), T(2)}));
+    identity.solve(twice, identity, x, y, iter, relres);
+    EXPECT_EQ(test::valuesOf(y), (std::vector<T>{T(2), T(-4), T(6)}));
+    EXPECT_EQ(iter, 9);
+    EXPECT_EQ(relres, 5);
+  }
+}
+
+}  // namespace
+}  // namespace mivo
