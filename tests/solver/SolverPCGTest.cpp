@@ -1,0 +1,384 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "mivo/operators/ParOperatorIdentity.hpp"
+#include "mivo/solver/SolverPCG.hpp"
+#include "mivo/utils/Factory.hpp"
+#include "tests/support/devices.hpp"
+#include "tests/support/operators.hpp"
+
+namespace mivo {
+namespace {
+
+using test::DenseOperator;
+using test::DiagonalPreconditioner;
+using test::ParVector;
+using test::parVectorOf;
+using test::printed;
+using test::valuesOf;
+
+template <class T>
+std::shared_ptr<SolverPCG_T<T, long, int>> makePCG(const json& params = json()) {
+  auto solver = ParSolverT<T, long, int>::getFactory().createInstance(
+      {{"solver_type", "SolverPCG"}, {"SolverPCG_params", params}});
+  return std::dynamic_pointer_cast<SolverPCG_T<T, long, int>>(solver);
+}
+
+template <class T>
+struct Status {
+  int iter;
+  RealType<T> r, relR0, relB;
+  bool operator==(const Status& o) const {
+    return iter == o.iter && r == o.r && relR0 == o.relR0 && relB == o.relB;
+  }
+};
+
+/// The method as the books write it, on host arrays, with one plain loop for each operation.
+template <class T>
+struct ReferencePCG {
+  using R = RealType<T>;
+  std::vector<T> x;
+  std::vector<Status<T>> history;
+
+  ReferencePCG(const std::vector<T>& A, const std::vector<T>& d, const std::vector<T>& b,
+               const std::vector<T>& start, R rtol, int maxIts)
+      : x(start) {
+    const std::size_t n = b.size();
+    const auto dot = [n](const std::vector<T>& u, const std::vector<T>& v) {
+      T sum(0);
+      for (std::size_t i = 0; i < n; ++i) sum += conj(u[i]) * v[i];
+      return sum;
+    };
+    const auto norm = [n](const std::vector<T>& u) {
+      R sum(0);
+      for (std::size_t i = 0; i < n; ++i) sum += absSquared(u[i]);
+      return R(std::sqrt(sum));
+    };
+    std::vector<T> r = b, z(n), p(n);
+    const std::vector<T> Ax = test::denseProduct(A, T(1), x, T(0), x);
+    for (std::size_t i = 0; i < n; ++i) r[i] = b[i] * T(1) + Ax[i] * T(-1);
+    const R r0 = norm(r), normb = norm(b);
+    history.push_back({0, r0, r0 / r0, r0 / normb});
+    R res = r0;
+    T rho(0);
+    for (int k = 1; res > rtol * r0 && k <= maxIts; ++k) {
+      for (std::size_t i = 0; i < n; ++i) z[i] = d[i] * r[i];
+      const T rhoNew = dot(r, z);
+      const T beta = k == 1 ? T(0) : rhoNew / rho;
+      for (std::size_t i = 0; i < n; ++i) p[i] = k == 1 ? z[i] : z[i] + p[i] * beta;
+      rho = rhoNew;
+      const std::vector<T> q = test::denseProduct(A, T(1), p, T(0), p);
+      const T alpha = rho / dot(p, q);
+      for (std::size_t i = 0; i < n; ++i) x[i] = p[i] * alpha + x[i];
+      for (std::size_t i = 0; i < n; ++i) r[i] = q[i] * -alpha + r[i];
+      res = norm(r);
+      history.push_back({k, res, res / r0, res / normb});
+    }
+  }
+};
+
+template <class T>
+class PCG : public testing::Test {};
+using Scalars = testing::Types<float, double, Complex<float>, Complex<double>>;
+TYPED_TEST_SUITE(PCG, Scalars);
+
+TYPED_TEST(PCG, FollowsTheReferenceBitForBitAndSolvesTheSystem) {
+  using T = TypeParam;
+  using R = RealType<T>;
+  const R rtol = sizeof(R) == sizeof(float) ? R(1e-5) : R(1e-12);
+  for (const Device& device : test::testDevices()) {
+    for (const std::size_t n : {1, 2, 31, 33}) {
+      for (const bool zeroStart : {true, false}) {
+        const auto matrix = test::positiveDefinite<T>(n, 5);
+        const auto b = test::smallValues<T>(n, 6);
+        if (n == 1 && isZero(b[0])) continue;
+        std::vector<T> inverse(n), start(n, T(0));
+        for (std::size_t i = 0; i < n; ++i) inverse[i] = T(1) / matrix[i * n + i];
+        if (!zeroStart) start = test::smallValues<T>(n, 7);
+        const ReferencePCG<T> reference(matrix, inverse, b, start, rtol, 2000);
+
+        DenseOperator<T> A(device, n, matrix);
+        DiagonalPreconditioner<T> P(parVectorOf(device, inverse));
+        auto x = parVectorOf(device, start);
+        auto pcg = makePCG<T>({{"rtol", rtol}});
+        std::vector<Status<T>> history;
+        pcg->observer = [&](int iter, R r, R relR0, R relB) {
+          history.push_back({iter, r, relR0, relB});
+        };
+        pcg->setup(A);
+        int iter = -1;
+        R relres = -1;
+        pcg->solve(P, A, parVectorOf(device, b), x, iter, relres);
+
+        EXPECT_EQ(history, reference.history) << "n " << n;
+        EXPECT_EQ(valuesOf(x), reference.x);
+        EXPECT_EQ(iter, reference.history.back().iter);
+        EXPECT_EQ(relres, reference.history.back().relB);
+        EXPECT_EQ(A.products, iter + (zeroStart ? 0 : 1)) << "a zero start saves one product";
+        EXPECT_EQ(P.applications, iter);
+        EXPECT_EQ(P.setups, 0) << "the solver leaves the set-up to the caller";
+        const auto exact = test::denseSolve(matrix, b);
+        for (std::size_t i = 0; i < n; ++i) {
+          EXPECT_LT(abs(valuesOf(x)[i] - exact[i]), 100 * rtol) << "n " << n << ", row " << i;
+        }
+      }
+    }
+  }
+}
+
+TYPED_TEST(PCG, NeedsNoMoreStepsThanThereAreEigenvalues) {
+  using T = TypeParam;
+  using R = RealType<T>;
+  // four eigenvalues in a matrix of order 40
+  const std::size_t n = 40;
+  std::vector<T> matrix(n * n, T(0));
+  for (std::size_t i = 0; i < n; ++i) matrix[i * n + i] = T(R(1 + i % 4));
+  for (const Device& device : test::testDevices()) {
+    DenseOperator<T> A(device, n, matrix);
+    const auto b = parVectorOf(device, test::smallValues<T>(n, 3));
+    auto x = parVectorOf(device, std::vector<T>(n, T(0)));
+    auto pcg = makePCG<T>({{"rtol", 1e-5}});
+    int iter = 0;
+    R relres = 0;
+    pcg->solve(A, b, x, iter, relres);
+    EXPECT_LE(iter, 4);
+    EXPECT_LE(relres, R(1e-5));
+  }
+}
+
+TYPED_TEST(PCG, IsDoneAfterOneStepWithTheIdentity) {
+  using T = TypeParam;
+  using R = RealType<T>;
+  for (const Device& device : test::testDevices()) {
+    DenseOperator<T> A(device, 3, {T(1), T(0), T(0), T(0), T(1), T(0), T(0), T(0), T(1)});
+    const std::vector<T> b{T(3), T(-4), T(12)};
+    auto x = parVectorOf(device, std::vector<T>(3, T(0)));
+    auto pcg = makePCG<T>();
+    int iter = 0;
+    R relres = 1;
+    pcg->solve(A, parVectorOf(device, b), x, iter, relres);
+    EXPECT_EQ(iter, 1);
+    EXPECT_EQ(relres, R(0));
+    EXPECT_EQ(valuesOf(x), b);
+  }
+}
+
+// The rest does not depend on the value type.
+
+struct Outcome {
+  int iter = -7;
+  double relres = -7;
+  std::vector<double> x;
+  std::string text;
+};
+
+Outcome run(SolverPCG_T<double, long, int>& pcg, const std::vector<double>& matrix,
+            const std::vector<double>& b, const std::vector<double>& start) {
+  Outcome out;
+  DenseOperator<double> A(Device(), b.size(), matrix);
+  auto x = parVectorOf(Device(), start);
+  const auto rhs = parVectorOf(Device(), b);
+  out.text = printed([&] { pcg.solve(A, rhs, x, out.iter, out.relres); });
+  out.x = valuesOf(x);
+  return out;
+}
+
+/// Times are the only part of the texts that differs from run to run.
+std::string withoutTimes(const std::string& text) {
+  static const std::regex time("(solve_time|precond_setup|precond) [0-9.e+-]+");
+  return std::regex_replace(text, time, "$1 T");
+}
+
+const std::vector<double> kMatrix{2, 0, 0, 8};
+
+TEST(SolverPCG, ReadsItsKeys) {
+  const auto pcg = makePCG<double>({{"rtol", 0.5},
+                                    {"max_its", 7},
+                                    {"verbose", 2},
+                                    {"btol", 0.25},
+                                    {"atol", 0.125},
+                                    {"verb", 3},
+                                    {"preconditioner", {{"tagName", "p"}}}});
+  EXPECT_EQ(pcg->name, "PCG");
+  EXPECT_EQ(pcg->rtol, 0.5);
+  EXPECT_EQ(pcg->max_its, 7);
+  EXPECT_EQ(pcg->verbose, 2);
+  EXPECT_EQ(pcg->btol, 0.25);
+  EXPECT_EQ(pcg->atol, 0.125);
+  EXPECT_EQ(pcg->verb, 3);
+  // an incomplete preconditioner is completed to the identity
+  std::ostringstream tree;
+  pcg->describe(tree, 0);
+  EXPECT_EQ(tree.str(),
+            "ParSolverT SolverPCG\n  preconditioner[p] ParPreconditionerT PrecondIdentity\n");
+
+  const auto plain = makePCG<double>();
+  EXPECT_EQ(plain->rtol, 1e-8);
+  EXPECT_EQ(plain->max_its, 2000);
+  EXPECT_EQ(plain->verbose + plain->verb, 0);
+  EXPECT_EQ(plain->btol + plain->atol, 0);
+  EXPECT_NE(plain->preconditioner, nullptr);
+}
+
+TEST(SolverPCG, TakesTheIdentityForAnUnknownPreconditioner) {
+  const auto pcg = makePCG<double>({{"preconditioner", {{"preconditioner_type", "NoSuch"}}}});
+  EXPECT_EQ(pcg->preconditioner, nullptr);
+  EXPECT_TRUE(pcg->children.empty());
+  const Outcome out = run(*pcg, kMatrix, {1, 1}, {0, 0});
+  EXPECT_EQ(out.iter, 2);
+  EXPECT_NEAR(out.x[1], 0.125, 1e-14);
+}
+
+TEST(SolverPCG, PrintsItsTables) {
+  const auto pcg =
+      makePCG<double>({{"verbose", 2}, {"verb", 1}, {"max_its", 1}, {"btol", 0.5}, {"atol", 1e-3}});
+  // r0 = (3, 4); alpha = 25 / (2 * 9 + 8 * 16) = 25 / 146; then |r| = |(3 - 6 alpha, 4 - 32 alpha)|
+  const Outcome out = run(*pcg, kMatrix, {3, 4}, {0, 0});
+  EXPECT_EQ(
+      withoutTimes(out.text),
+      "I 0/1 ParOperator:83] Begin solving equation: size 2 solver PCG device cpu:0\n"
+      "I 0/1 ParOperator:86]     iter           |r|      |r|/|r0|       |r|/|b|     conv_rate\n"
+      "I 0/1 ParOperator:100]        0  5.000000e+00  1.000000e+00  1.000000e+00  1.000000e+00\n"
+      "======================== PCG =====================\n"
+      "Tolerances: atol=0.001, rtol=1e-08, btol=0.5\n"
+      "Iters   Resid. norm    Resid./resid0  Resid./rhs\n"
+      "-----   ------------   -------------  ------------\n"
+      "    0   5.000000e+00   1.000000e+00   1.000000e+00\n"
+      "I 0/1 ParOperator:100]        1  2.465753e+00  4.931507e-01  4.931507e-01  4.931507e-01\n"
+      "    1   2.465753e+00   4.931507e-01   4.931507e-01\n"
+      "I 0/1 ParOperator:113] Finish solving using PCG, iter/max_its 1/1, res_b 4.931507e-01, "
+      "solve_time T, precond_setup T, precond T\n");
+}
+
+TEST(SolverPCG, PrintsFirstAndLastLineAtVerboseOne) {
+  const auto pcg = makePCG<double>({{"verbose", 1}, {"max_its", 1}});
+  const Outcome out = run(*pcg, kMatrix, {3, 4}, {0, 0});
+  EXPECT_EQ(withoutTimes(out.text),
+            "I 0/1 ParOperator:83] Begin solving equation: size 2 solver PCG device cpu:0\n"
+            "I 0/1 ParOperator:113] Finish solving using PCG, iter/max_its 1/1, res_b 0.493151, "
+            "solve_time T, precond_setup T, precond T\n");
+  EXPECT_EQ(run(*makePCG<double>(), kMatrix, {3, 4}, {0, 0}).text, "");
+}
+
+TEST(SolverPCG, KeepsRateAndTimesFromSolveToSolve) {
+  const auto pcg = makePCG<double>({{"verbose", 2}, {"max_its", 1}});
+  run(*pcg, kMatrix, {3, 4}, {0, 0});
+  const double first = pcg->lastResB;
+  EXPECT_NEAR(first, 360.0 / 730.0, 1e-15);
+  const double seconds = pcg->solveTime.getTimeSec();
+  const Outcome again = run(*pcg, kMatrix, {3, 4}, {0, 0});
+  EXPECT_THAT(again.text, testing::HasSubstr(
+                              "ParOperator:100]        0  5.000000e+00  1.000000e+00  1.000000e+00"
+                              "  2.027778e+00\n"))
+      << "the first rate is against the end of the solve before";
+  EXPECT_EQ(pcg->solveTime.getCount(), 2u);
+  EXPECT_GT(pcg->solveTime.getTimeSec(), seconds);
+}
+
+TEST(SolverPCG, AnswersAZeroRightHandSideInSilence) {
+  const auto pcg = makePCG<double>({{"verbose", 2}, {"verb", 1}});
+  int calls = 0;
+  pcg->observer = [&](int, double, double, double) { ++calls; };
+  const Outcome out = run(*pcg, kMatrix, {0, 0}, {5, 6});
+  EXPECT_EQ(out.x, (std::vector<double>{0, 0}));
+  EXPECT_EQ(out.iter, -7);
+  EXPECT_EQ(out.relres, -7);
+  EXPECT_EQ(out.text, "");
+  EXPECT_EQ(calls, 0);
+  EXPECT_EQ(pcg->solveTime.getCount(), 0u);
+  EXPECT_EQ(pcg->lastResB, 1.0);
+}
+
+TEST(SolverPCG, TakesTheLargestTolerance) {
+  const std::vector<double> b{3, 4};
+  // |b| = 5, and from this start |r0| = |(1, 4)|
+  const std::vector<double> start{1, 0};
+  EXPECT_EQ(run(*makePCG<double>({{"atol", 4.2}}), kMatrix, b, start).iter, 0);
+  EXPECT_GT(run(*makePCG<double>({{"atol", 4.1}}), kMatrix, b, start).iter, 0);
+  EXPECT_EQ(run(*makePCG<double>({{"btol", 0.83}}), kMatrix, b, start).iter, 0);
+  EXPECT_GT(run(*makePCG<double>({{"btol", 0.82}}), kMatrix, b, start).iter, 0);
+  EXPECT_EQ(run(*makePCG<double>({{"rtol", 1.0}}), kMatrix, b, start).iter, 0);
+  EXPECT_EQ(run(*makePCG<double>({{"btol", 1e-14}}), kMatrix, b, start).iter,
+            run(*makePCG<double>(), kMatrix, b, start).iter)
+      << "the default rtol is the larger one";
+}
+
+TEST(SolverPCG, ReportsTheStartWithoutIterations) {
+  const auto pcg = makePCG<double>({{"max_its", 0}, {"verbose", 1}});
+  const Outcome out = run(*pcg, kMatrix, {3, 4}, {1, 0});
+  EXPECT_EQ(out.iter, 0);
+  EXPECT_DOUBLE_EQ(out.relres, std::sqrt(17.0) / 5);
+  EXPECT_EQ(out.x, (std::vector<double>{1, 0}));
+  EXPECT_THAT(out.text, testing::HasSubstr("Begin solving"));
+  EXPECT_THAT(out.text, testing::HasSubstr("iter/max_its 0/0, res_b 0.824621,"));
+}
+
+TEST(SolverPCG, EndsAtOnceWithAnExactStartOrNaN) {
+  const Outcome exact = run(*makePCG<double>({{"verb", 1}}), kMatrix, {2, 8}, {1, 1});
+  EXPECT_EQ(exact.iter, 0);
+  EXPECT_EQ(exact.relres, 0);
+  EXPECT_THAT(exact.text, testing::ContainsRegex("    0   0.000000e.00 +-?nan +0.000000e.00\n"));
+
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const Outcome lost = run(*makePCG<double>(), kMatrix, {1, nan}, {0, 0});
+  EXPECT_EQ(lost.iter, 0);
+  EXPECT_TRUE(std::isnan(lost.relres));
+  // NaN that comes up later ends the iteration as well
+  const Outcome later = run(*makePCG<double>(), {1, 0, 0, nan}, {1, 1}, {0, 0});
+  EXPECT_EQ(later.iter, 1);
+  EXPECT_TRUE(std::isnan(later.relres));
+}
+
+TEST(SolverPCG, WarnsOfABreakdownAndKeepsWhatItHas) {
+  // (p, A p) = 0 in the first step
+  const Outcome first = run(*makePCG<double>(), {1, 0, 0, -1}, {1, 1}, {0, 0});
+  EXPECT_EQ(first.text, "/project/src/solver/SolverPCG:120, Warning! the matrix may not be SPD.\n");
+  EXPECT_EQ(first.iter, 1);
+  EXPECT_DOUBLE_EQ(first.relres, 1);
+  EXPECT_EQ(first.x, (std::vector<double>{0, 0}));
+
+  // (r, z) = 0 in the first step makes alpha 0, and is found in the second
+  DenseOperator<double> A(Device(), 2, {1, 0, 0, 2});
+  DiagonalPreconditioner<double> P(parVectorOf<double>(Device(), {1, -1}));
+  auto x = parVectorOf<double>(Device(), {0, 0});
+  const auto pcg = makePCG<double>();
+  int iter = 0;
+  double relres = 0;
+  const std::string text = printed([&] {
+    pcg->solve(P, A, parVectorOf<double>(Device(), {1, 1}), x, iter, relres);
+  });
+  EXPECT_EQ(text, "/project/src/solver/SolverPCG:107, Warning! the matrix may not be SPD.\n");
+  EXPECT_EQ(iter, 2);
+  EXPECT_DOUBLE_EQ(relres, 1);
+  EXPECT_EQ(pcg->solveTime.getCount(), 1u);
+}
+
+TEST(SolverPCG, TellsTheObserverWithoutBeingVerbose) {
+  const auto pcg = makePCG<double>();
+  std::vector<int> iterations;
+  std::vector<double> residuals;
+  pcg->observer = [&](int iter, double, double, double relB) {
+    iterations.push_back(iter);
+    residuals.push_back(relB);
+  };
+  const Outcome out = run(*pcg, kMatrix, {3, 4}, {0, 0});
+  EXPECT_EQ(iterations, (std::vector<int>{0, 1, 2}));
+  EXPECT_EQ(residuals.back(), out.relres);
+}
+
+TEST(SolverPCG, TimesThePreconditionerItIsGiven) {
+  const auto pcg = makePCG<double>();
+  run(*pcg, kMatrix, {3, 4}, {0, 0});
+  EXPECT_EQ(pcg->preconditioner->precondTime.getCount(), 2u);
+}
+
+}  // namespace
+}  // namespace mivo
