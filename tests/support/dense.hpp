@@ -3,12 +3,11 @@
 
 #include <cstddef>
 #include <random>
-#include <type_traits>
 #include <vector>
 
 #include "mivo/mat/Matrix.hpp"
 #include "mivo/utils/Device.hpp"
-#include "mivo/utils/ScalarTraits.hpp"
+#include "tests/support/values.hpp"
 
 namespace mivo::test {
 
@@ -26,18 +25,6 @@ template <class T, class I>
 std::vector<T> valuesOf(const MatrixT<T, I>& m) {
   const MatrixT<T, I> host = m.toDevice(Device());
   return std::vector<T>(host.getData(), host.getData() + host.getSize());
-}
-
-/// Small whole numbers, so that sums and products of a few are exact in every value type.
-template <class T>
-T smallValue(std::mt19937& gen) {
-  std::uniform_int_distribution<int> pick(-9, 9);
-  if constexpr (kIsComplex<T>) {
-    const int re = pick(gen);
-    return T(static_cast<RealType<T>>(re), static_cast<RealType<T>>(pick(gen)));
-  } else {
-    return static_cast<T>(pick(gen));
-  }
 }
 
 template <class T>

@@ -8,8 +8,8 @@
 
 namespace mivo::test {
 
-/// Every device of this run: the host, and whatever the build and machine offer beside it. Suites of
-/// kernels and containers loop over it, so that they are written once.
+/// Every device of this run: the host, and whatever the build and machine offer beside it. Suites
+/// of kernels and containers loop over it, so that they are written once.
 inline std::vector<Device> testDevices() {
   Device::initialize();
   return Device::getAllDevices();
