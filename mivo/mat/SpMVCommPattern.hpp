@@ -7,6 +7,7 @@
 #include <memory>
 #include <vector>
 
+#include "mivo/comu/Stream.hpp"
 #include "mivo/mat/CSRMatrix.hpp"
 #include "mivo/mat/Matrix.hpp"
 #include "mivo/mat/ParMatrix.hpp"
@@ -20,24 +21,37 @@ namespace mivo {
 template <class T, class G, class L>
 class ParCSRMatrixT;
 
-/// One column block of a distributed matrix with its product buffer, linked to the plan block that feeds it.
+/// One column block of a distributed matrix with its product buffer, linked to the plan block that
+/// feeds it.
 template <class T, class G, class L>
 struct LocalBlockT;
 
-/// A ghost value on its way back to its owner.
+/// A ghost value on its way back to its owner. Packed without the gap between its fields.
 template <class T, class I>
 struct MIVO_API ReverseData {
   I index;  ///< position in the owner's local vector
   T value;
+
+  int getStreamSize() const { return static_cast<int>(sizeof(I) + sizeof(T)); }
+  void packStream(comu::Stream& stream) const {
+    stream.pushBack(&index, static_cast<int>(sizeof(I)));
+    stream.pushBack(&value, static_cast<int>(sizeof(T)));
+  }
+  void unpackStream(comu::Stream& stream) {
+    stream.popFront(&index, static_cast<int>(sizeof(I)));
+    stream.popFront(&value, static_cast<int>(sizeof(T)));
+  }
 };
 
 /// Plan for exchanging vector entries between the ranks of a distributed sparse matrix.
 ///
-/// Records which entries of the local vector every other rank needs and which ghost entries this rank reads, and
-/// holds the message buffers. `exchange` overlaps the messages with a local product; `reverseExchange`
-/// carries values from ghost positions back to their owners. A handle: copies share the plan.
+/// Records which entries of the local vector every other rank needs and which ghost entries this
+/// rank reads, and holds the message buffers. `exchange` overlaps the messages with a local
+/// product; `reverseExchange` carries values from ghost positions back to their owners. A handle:
+/// copies share the plan.
 ///
-/// `create`, `exchange`, `reverseExchange` and `getGhostMatrix` are collective. One thread at a time.
+/// `create`, `exchange`, `reverseExchange` and `getGhostMatrix` are collective. One thread at a
+/// time.
 template <class T, class G, class L>
 class MIVO_API SpMVCommPatternT {
  public:
@@ -46,14 +60,15 @@ class MIVO_API SpMVCommPatternT {
 
   /// Ghost side: a block of columns that another rank owns (or this one).
   struct SpmvColBlock {
-    G col_start = 0;               ///< first global column
-    G col_end = 0;                 ///< one past the last global column
-    IndexVector nzc_recv_indices;  ///< device: block-local columns that the local rows touch, ascending
-    IndexVector host_indices;      ///< the same on the host
-    Vector recv_x;                 ///< device: input of the block, one element per column
-    Vector host_recv_buffer;       ///< packed message, one element per needed column
-    Vector device_recv_buffer;     ///< the same on the plan's device
-    IndexVector recv_write_flag;   ///< per element of recv_x: written for the reverse exchange
+    G col_start = 0;  ///< first global column
+    G col_end = 0;    ///< one past the last global column
+    IndexVector
+        nzc_recv_indices;      ///< device: block-local columns that the local rows touch, ascending
+    IndexVector host_indices;  ///< the same on the host
+    Vector recv_x;             ///< device: input of the block, one element per column
+    Vector host_recv_buffer;   ///< packed message, one element per needed column
+    Vector device_recv_buffer;    ///< the same on the plan's device
+    IndexVector recv_write_flag;  ///< per element of recv_x: written for the reverse exchange
     int recv_request = 0x2c000000;
     LocalBlockT<T, G, L>* block = nullptr;  ///< set by `ParCSRMatrixT::prepareMatVec`
   };
@@ -70,16 +85,18 @@ class MIVO_API SpMVCommPatternT {
 
   SpMVCommPatternT();
 
-  /// `colCounts[p]` counts the stored entries of each column of block p; empty for a block without entries.
+  /// `colCounts[p]` counts the stored entries of each column of block p; empty for a block without
+  /// entries.
   void create(int comm, const Device& device, const PartitionerT<G, L>& colPartitioner,
               const std::vector<IndexVector>& colCounts);
   template <class U>
   void create(const ParCSRMatrixT<U, G, L>& A);
 
-  /// Posts all messages, calls `localCallback` for the own block (with -1 and null where there is none), then
-  /// `recvCallback` for each block as its message arrives, then, on several ranks, `finishCallback`. Callbacks may be
-  /// empty. With `async` the receiving part runs on a helper thread that is joined before the call returns; the message layer
-  /// must then be started with at least the serialized thread level.
+  /// Posts all messages, calls `localCallback` for the own block (with -1 and null where there is
+  /// none), then `recvCallback` for each block as its message arrives, then, on several ranks,
+  /// `finishCallback`. Callbacks may be empty. With `async` the receiving part runs on a helper
+  /// thread that is joined before the call returns; the message layer must then be started with at
+  /// least the serialized thread level.
   void exchange(const ParMatrixT<T, G, L>& x, const BlockCallback& localCallback,
                 const BlockCallback& recvCallback, const std::function<void()>& finishCallback,
                 AsyncMatVecObject* async);
@@ -95,8 +112,8 @@ class MIVO_API SpMVCommPatternT {
   void fill(T value);
   /// Clears the write flags of all ghost entries.
   void initReverseExchange();
-  /// Sends ghost entries whose flag is set to their owners, which fold them into x by `reduce`, and into `mask`
-  /// (where that has elements) by `maskReduce`, whose second argument is 1.
+  /// Sends ghost entries whose flag is set to their owners, which fold them into x by `reduce`, and
+  /// into `mask` (where that has elements) by `maskReduce`, whose second argument is 1.
   void reverseExchange(ParMatrixT<T, G, L>& x, ParMatrixT<int, G, L>& mask,
                        const std::function<T(const T&, const T&)>& reduce,
                        const std::function<int(const int&, const int&)>& maskReduce);
@@ -107,7 +124,8 @@ class MIVO_API SpMVCommPatternT {
   /// The same on the plan's device.
   MatrixT<COT_RawCommPattern<T, L>, L, MatrixLayoutRowMajor> getRawMatOnDev() const;
 
-  /// The rows of A that this rank's ghost columns name, at their global row numbers, with global columns.
+  /// The rows of A that this rank's ghost columns name, at their global row numbers, with global
+  /// columns.
   template <class U>
   CSRMatrixT<U, int> getGhostMatrix(const ParCSRMatrixT<U, G, L>& A) const;
   /// The plan for another value type; index lists are shared.
@@ -128,6 +146,18 @@ class MIVO_API SpMVCommPatternT {
  private:
   template <class, class, class>
   friend class SpMVCommPatternT;
+  template <class, class, class>
+  friend class ParCSRMatrixT;
+
+  /// An empty plan for this communicator and device.
+  void setPlace(int comm, const Device& device);
+  /// Sends what the other ranks want of x and opens the receipts.
+  void postMessages(const Vector& x, int rank, int tag);
+  /// Waits for the receipts and hands each block on, in the order of arrival or of the ranks, then
+  /// waits for the sends.
+  void finishMessages(int rank, const BlockCallback& recvCallback);
+  void deliver(int procId, SpmvColBlock& block, const BlockCallback& recvCallback);
+
   std::shared_ptr<SpMVCommPatternImpl> impl_;
 };
 
