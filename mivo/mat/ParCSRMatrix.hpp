@@ -23,7 +23,8 @@ namespace mivo {
 template <class T, class G, class L>
 class RowAssembly;
 
-/// Statistics of a distributed matrix, as one row of a table. `sparse` is nnzs / rows^2, also for a rectangular matrix.
+/// Statistics of a distributed matrix, as one row of a table. `sparse` is nnzs / rows^2, also for a
+/// rectangular matrix.
 template <class G>
 struct MIVO_API MatrixMetaT {
   G rows = 0;
@@ -37,13 +38,13 @@ struct MIVO_API MatrixMetaT {
   std::string getString() const;
 };
 
-/// Distributed sparse matrix. Rows are cut over the ranks by the row partitioner; a rank's rows are cut by the
-/// column partitioner into column blocks with columns numbered from 0, so that a product needs no index
-/// translation: block p meets the vector entries of rank p.
+/// Distributed sparse matrix. Rows are cut over the ranks by the row partitioner; a rank's rows are
+/// cut by the column partitioner into column blocks with columns numbered from 0, so that a product
+/// needs no index translation: block p meets the vector entries of rank p.
 ///
-/// A handle: copies share everything, `deepCopy` duplicates. The halo exchange plan is built at the first product
-/// after a change of the pattern. T is one of the six value types; (G, L) is (int, int) or (long, int).
-/// Assembly's end, products, and whatever says so are collective.
+/// A handle: copies share everything, `deepCopy` duplicates. The halo exchange plan is built at the
+/// first product after a change of the pattern. T is one of the six value types; (G, L) is (int,
+/// int) or (long, int). Assembly's end, products, and whatever says so are collective.
 template <class T, class G, class L>
 class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
  public:
@@ -120,7 +121,8 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
   void endAssemble();
   /// Entries of m, with global rows and columns, are added up over the ranks. Collective.
   void createByAssemble(const CSRMatrixT<T, G>& m, int comm);
-  /// Visits rows and entries of an assembly that has begun and not ended; results of the visitors are ignored.
+  /// Visits rows and entries of an assembly that has begun and not ended; results of the visitors
+  /// are ignored.
   void traversal(const std::function<bool(G row, G nnzOfRow)>& rowFn,
                  const std::function<bool(G row, G col, T& value)>& elemFn);
 
@@ -173,6 +175,18 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
 
  private:
   friend class RowAssembly<T, G, L>;
+
+  /// A fresh matrix without entries.
+  void reset(const Partitioner& rowPart, const Partitioner& colPart, const Device& device,
+             int comm);
+  /// Replaces all blocks and what was derived from them.
+  void replaceBlocks(const std::vector<Local>& blocks);
+  void multiplyAdd(T a, const Vector& x, T b, Vector& y, AsyncMatVecObject* async) const;
+  /// Becomes the matrix m of the root, or tells on all ranks by false that the root has none.
+  bool scatterFrom(int comm, int root, const Local& m, bool valid);
+  /// Creates y for a product with x unless it fits.
+  void shapeResult(const Vector& x, Vector& y) const;
+
   std::shared_ptr<ParCSRMatrixImpl> impl_;
 };
 

@@ -4,13 +4,14 @@
 #include <cstddef>
 #include <vector>
 
+#include "mivo/mat/MapWithLock.hpp"
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/utils/logging.hpp"
 
 namespace mivo {
 
-/// Assembly of a distributed matrix from rows in ascending order, for callers inside the library that know their
-/// rows: the fast form of `beginAssemble`, `setValue` in mode Add, `endAssemble`.
+/// Assembly of a distributed matrix from rows in ascending order, for callers inside the library
+/// that know their rows: the fast form of `beginAssemble`, `setValue` in mode Add, `endAssemble`.
 ///
 ///     RowAssembly<T, G, L> rows(A);   // A has been created
 ///     for (G i = begin; i < end; ++i) {
@@ -19,9 +20,10 @@ namespace mivo {
 ///     }
 ///     rows.finish();                  // collective
 ///
-/// Gives the same matrix to the bit, the same messages and the same collectives, without the hash maps.
-/// Columns of a row come in any order, contributions to one position are added up in the order given. Rows of
-/// other ranks are allowed; those of this rank are what it is quick for. One thread.
+/// Gives the same matrix to the bit, the same messages and the same collectives, without the hash
+/// maps. Columns of a row come in any order, contributions to one position are added up in the
+/// order given. Rows of other ranks are allowed; those of this rank are what it is quick for. One
+/// thread.
 template <class T, class G, class L>
 class RowAssembly {
  public:
@@ -36,19 +38,16 @@ class RowAssembly {
   /// An entry of the row that was begun last.
   void add(G col, const T& value) {
     if (cursor_ == limit_) growRow();
-    cursor_->col = col;
+    cursor_->first = col;
     // A position starts at zero, so that a lone -0.0 is stored as 0.0.
-    cursor_->value = T(0) + value;
+    cursor_->second = T(0) + value;
     ++cursor_;
   }
   /// Sends rows to their owners and builds the column blocks of the matrix.
   void finish();
 
  private:
-  struct Entry {
-    G col;
-    T value;
-  };
+  using Entry = typename MapWithLockType<G, T>::value_type;
   struct Chunk {
     Entry* data;
     std::size_t size;
@@ -60,27 +59,20 @@ class RowAssembly {
     ~Store();
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
-    /// Makes room behind the `used` entries of the open row at `row`, which may move; gives its new place.
-    Entry* grow(Entry* row, std::size_t used);
-    Entry* end() const { return chunks.empty() ? nullptr : chunks.back().data + chunks.back().size; }
+    /// More room for the open row, whose `used` entries stand behind the closed ones; gives its new
+    /// place.
+    Entry* grow(std::size_t used);
+    Entry* end() const {
+      return chunks.empty() ? nullptr : chunks.back().data + chunks.back().size;
+    }
     Entry* limit() const {
       return chunks.empty() ? nullptr : chunks.back().data + chunks.back().capacity;
     }
-    void append(std::size_t count) { chunks.back().size += count; }
+
     std::vector<Chunk> chunks;
   };
-  /// Walks the rows of a store, giving back finished chunks on the last walk.
-  class Reader {
-   public:
-    Reader(Store& store, bool release) : store_(store), release_(release) {}
-    const Entry* next(std::size_t count);
-
-   private:
-    Store& store_;
-    bool release_;
-    std::size_t chunk_ = 0;
-    std::size_t position_ = 0;
-  };
+  /// Walks the rows of a store; the last walk gives back the chunks behind it.
+  struct Reader;
   struct ForeignRow {
     G row;
     std::size_t count;
@@ -88,18 +80,17 @@ class RowAssembly {
   /// Part of an own row that another rank set, still in its message.
   struct Contribution {
     L row;
-    int source;
     int count;
     const unsigned char* entries;
   };
-  struct Inbox;
+  struct Messages;
 
   void growRow();
   void closeRow();
-  static std::size_t combine(Entry* entries, std::size_t count);
-  void exchangeForeignRows(Inbox& inbox);
-  void mergeContributions(const Inbox& inbox);
-  void buildBlocks(std::vector<CSRMatrixT<T, L>>& blocks);
+  void exchangeForeignRows(Messages& messages);
+  void packForeignRows(Messages& messages);
+  std::vector<Contribution> readContributions(const Messages& messages) const;
+  void addContributions(std::vector<Contribution> contributions);
 
   ParCSRMatrixT<T, G, L>& matrix_;
   G begin_ = 0;

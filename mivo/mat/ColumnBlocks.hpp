@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The last step of an assembly: rows with global columns become the column blocks of a distributed
+// matrix. Internal.
+
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+#include <utility>
+#include <vector>
+
+#include "mivo/mat/CSRMatrix.hpp"
+#include "mivo/mat/Partitioner.hpp"
+#include "mivo/utils/logging.hpp"
+
+namespace mivo {
+
+/// Sorts the entries of a row by column, keeping the order of entries of one column.
+template <class Entry>
+void sortRow(Entry* entries, std::size_t count) {
+  constexpr std::size_t kInsertion = 32;
+  const auto before = [](const Entry& a, const Entry& b) { return a.first < b.first; };
+  if (count > kInsertion) {
+    if (!std::is_sorted(entries, entries + count, before)) {
+      std::stable_sort(entries, entries + count, before);
+    }
+    return;
+  }
+  for (std::size_t k = 1; k < count; ++k) {
+    if (!(entries[k].first < entries[k - 1].first)) continue;
+    const Entry moved = entries[k];
+    std::size_t place = k;
+    do {
+      entries[place] = entries[place - 1];
+      --place;
+    } while (place > 0 && moved.first < entries[place - 1].first);
+    entries[place] = moved;
+  }
+}
+
+/// Adds up the entries of each column of a sorted row, in their order; gives the number that
+/// remain.
+template <class Entry>
+std::size_t sumDuplicates(Entry* entries, std::size_t count) {
+  std::size_t last = 0;
+  for (std::size_t k = 1; k < count; ++k) {
+    if (entries[k].first == entries[last].first) {
+      entries[last].second += entries[k].second;
+    } else if (++last != k) {
+      entries[last] = entries[k];
+    }
+  }
+  return count == 0 ? 0 : last + 1;
+}
+
+/// The part of the entries of a sorted row, found from the part of the entry before.
+template <class G, class L>
+class PartCursor {
+ public:
+  explicit PartCursor(const PartitionerT<G, L>& part) : offsets_(part.getOffsets()) {}
+
+  std::size_t find(G col) {
+    if (col < begin_ || col >= end_) {
+      const auto above = std::upper_bound(offsets_.begin(), offsets_.end(), col);
+      MIVO_CHECK(above != offsets_.begin() && above != offsets_.end())
+          << "endAssemble: column " << col << " lies outside the matrix";
+      part_ = static_cast<std::size_t>(above - offsets_.begin()) - 1;
+      begin_ = offsets_[part_];
+      end_ = *above;
+    }
+    return part_;
+  }
+  /// First column of the part that was found last.
+  G begin() const { return begin_; }
+
+ private:
+  const std::vector<G>& offsets_;
+  std::size_t part_ = 0;
+  G begin_ = 0;
+  G end_ = 0;
+};
+
+template <class L>
+L narrowEntryCount(std::size_t count) {
+  MIVO_CHECK(count <= static_cast<std::size_t>(std::numeric_limits<L>::max()))
+      << "endAssemble: " << count << " entries of one block exceed the index type";
+  return static_cast<L>(count);
+}
+
+/// Column blocks on the host, one per part, those without entries default-built.
+///
+/// `source` hands out the rows in order, twice: `source.restart(last)` begins a walk,
+/// `source.count(i)` tells the number of entries of row i, and `source.row(i)` gives them, sorted
+/// by column and without duplicates.
+template <class T, class G, class L, class Source>
+std::vector<CSRMatrixT<T, L>> buildColumnBlocks(const PartitionerT<G, L>& part, L rows,
+                                                Source& source) {
+  std::vector<CSRMatrixT<T, L>> blocks(static_cast<std::size_t>(part.getNumParts()));
+  if (rows == 0 || blocks.empty()) return blocks;
+
+  std::vector<std::size_t> nnz(blocks.size(), 0);
+  PartCursor<G, L> cursor(part);
+  source.restart(false);
+  for (L i = 0; i < rows; ++i) {
+    const std::size_t count = source.count(i);
+    if (blocks.size() == 1 || count == 0) {
+      nnz[0] += count;
+      continue;
+    }
+    const auto* entries = source.row(i);
+    for (std::size_t k = 0; k < count; ++k) ++nnz[cursor.find(entries[k].first)];
+  }
+
+  struct Target {
+    L* row_ptr;
+    L* col_idx;
+    T* values;
+    L filled;
+  };
+  std::vector<Target> targets;
+  std::vector<std::size_t> targetOf(blocks.size(), 0);
+  for (std::size_t p = 0; p < blocks.size(); ++p) {
+    if (nnz[p] == 0) continue;
+    blocks[p].create(rows, part.getLocalSizeForPart(static_cast<L>(p)), narrowEntryCount<L>(nnz[p]),
+                     Device());
+    blocks[p].getRowPtr()[0] = 0;
+    targetOf[p] = targets.size();
+    targets.push_back({blocks[p].getRowPtr(), blocks[p].getColIdx(), blocks[p].getValues(), 0});
+  }
+  if (targets.empty()) return blocks;
+
+  source.restart(true);
+  if (blocks.size() == 1) {
+    const Target out = targets[0];
+    const G cols = part.getGlobalSize();
+    std::size_t filled = 0;
+    for (L i = 0; i < rows; ++i) {
+      const std::size_t count = source.count(i);
+      if (count > 0) {
+        const auto* entries = source.row(i);
+        MIVO_CHECK(entries[0].first >= 0 && entries[count - 1].first < cols)
+            << "endAssemble: column "
+            << (entries[0].first < 0 ? entries[0].first : entries[count - 1].first)
+            << " lies outside the matrix";
+        for (std::size_t k = 0; k < count; ++k) {
+          out.col_idx[filled + k] = static_cast<L>(entries[k].first);
+          out.values[filled + k] = entries[k].second;
+        }
+        filled += count;
+      }
+      out.row_ptr[i + 1] = static_cast<L>(filled);
+    }
+    return blocks;
+  }
+  for (L i = 0; i < rows; ++i) {
+    const std::size_t count = source.count(i);
+    const auto* entries = count > 0 ? source.row(i) : nullptr;
+    for (std::size_t k = 0; k < count; ++k) {
+      Target& out = targets[targetOf[cursor.find(entries[k].first)]];
+      out.col_idx[out.filled] = static_cast<L>(entries[k].first - cursor.begin());
+      out.values[out.filled] = entries[k].second;
+      ++out.filled;
+    }
+    for (Target& out : targets) out.row_ptr[i + 1] = out.filled;
+  }
+  return blocks;
+}
+
+}  // namespace mivo

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// A distributed matrix as text: one file per rank and block out, one file on rank 0 in.
+
+#include <fstream>
+#include <istream>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "mivo/mat/ParCSRMatrix.hpp"
+#include "mivo/mat/ParCSRMatrixImpl.hpp"
+#include "mivo/utils/strings.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+void ParCSRMatrixT<T, G, L>::saveToStream(std::ostream& os, int precision) {
+  os << "the matrix for process " << impl_->rank() << '/' << impl_->size() << " is\n";
+  for (const auto& entry : impl_->local_blocks) {
+    os << "block " << entry.first << '\n';
+    onHost(entry.second.matrix).saveToStream(os, precision);
+  }
+}
+
+template <class T, class G, class L>
+void ParCSRMatrixT<T, G, L>::saveToFile(const std::string& name, int precision) {
+  const int rank = impl_->rank();
+  const int size = impl_->size();
+  const std::vector<std::string> parts = stringSplitExt(name);
+  for (const auto& entry : impl_->local_blocks) {
+    std::string file = name;
+    if (size > 1) {
+      file = parts[0] + "-size_" + std::to_string(size) + "-rank_" + std::to_string(rank) +
+             "-part_" + std::to_string(entry.first);
+      if (!parts[1].empty()) file += "." + parts[1];
+    }
+    onHost(entry.second.matrix).saveToFile(file, precision);
+  }
+}
+
+template <class T, class G, class L>
+void ParCSRMatrixT<T, G, L>::loadFromStream(std::istream& is, const Device& device, int comm) {
+  int rank = 0;
+  MPI_Comm_rank(comm, &rank);
+  Local local;
+  // Only rank 0's stream counts: the others may have none. All ranks learn from it whether there is
+  // a matrix.
+  const bool readable = rank != 0 || !is.fail();
+  if (rank == 0 && readable) local.loadFromStream(is);
+  ParCSRMatrixT loaded;
+  if (!loaded.scatterFrom(comm, 0, local, readable)) return;
+  // The parts stand on the host; a copy to the host would be the same again.
+  if (device.type == Device::kHost) {
+    *this = loaded;
+  } else {
+    *this = loaded.toDevice(device);
+  }
+}
+
+template <class T, class G, class L>
+void ParCSRMatrixT<T, G, L>::loadFromFile(const std::string& name, const Device& device, int comm) {
+  std::ifstream file(name);
+  loadFromStream(file, device, comm);
+}
+
+#define MIVO_INST(T)                         \
+  template class ParCSRMatrixT<T, int, int>; \
+  template class ParCSRMatrixT<T, long, int>;
+MIVO_INSTANTIATE_VALUES(MIVO_INST)
+#undef MIVO_INST
+
+}  // namespace mivo

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "mivo/mat/ParCSRMatrix.hpp"
+#include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/communicator.hpp"
+
+namespace mivo {
+
+template <class T, class R, class C>
+class COOMatrixT;
+
+/// The matrix itself where it is on the host, else a copy.
+template <class T, class I>
+CSRMatrixT<T, I> onHost(const CSRMatrixT<T, I>& m) {
+  return m.getDevice().type == Device::kHost ? m : m.toDevice(Device());
+}
+
+template <class T, class G, class L>
+struct LocalBlockT {
+  CSRMatrixT<T, L> matrix;  ///< the rank's rows by the block's columns, numbered from 0
+  MatrixT<T, L, MatrixLayoutRowMajor> product_buffer;  ///< partial product, one element per row
+  typename SpMVCommPatternT<T, G, L>::SpmvColBlock* plan_block = nullptr;
+};
+
+template <class T, class G, class L>
+struct ParCSRMatrixT<T, G, L>::ParCSRMatrixImpl {
+  int comm = kCommWorld;
+  G rows = 0;
+  G cols = 0;
+  Device device;
+  Partitioner row_part;
+  Partitioner col_part;
+  std::shared_ptr<COOMatrixT<T, G, G>> assembly;  ///< between beginAssemble and endAssemble
+  std::uint64_t assembly_id = 0;                  ///< different for every assembly of the process
+  std::map<int, LocalBlockT<T, G, L>> local_blocks;  ///< by column block; those with entries
+  bool prepared = false;                             ///< plan and block links are valid
+  std::mutex product_lock;                           ///< serialises additions into the result
+  Plan plan;
+
+  int rank() const {
+    int rank = 0;
+    MPI_Comm_rank(comm, &rank);
+    return rank;
+  }
+  int size() const {
+    int size = 1;
+    MPI_Comm_size(comm, &size);
+    return size;
+  }
+  L localRows() const { return row_part.getLocalSizeForPart(static_cast<L>(rank())); }
+
+  /// Cuts the blocks from a plan that is about to go.
+  void unlinkBlocks() {
+    prepared = false;
+    for (auto& entry : local_blocks) entry.second.plan_block = nullptr;
+    plan.recvTraversal([](int, auto* block) { block->block = nullptr; });
+  }
+};
+
+}  // namespace mivo

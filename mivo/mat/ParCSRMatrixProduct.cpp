@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Products of a distributed matrix with a vector.
+
+#include <cstddef>
+#include <mutex>
+#include <vector>
+
+#include "mivo/mat/ParCSRMatrix.hpp"
+#include "mivo/mat/ParCSRMatrixImpl.hpp"
+#include "mivo/ops/BlasOps.hpp"
+#include "mivo/utils/logging.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+void ParCSRMatrixT<T, G, L>::prepareMatVec(bool force) const {
+  ParCSRMatrixImpl& impl = *impl_;
+  if (impl.rows == 0 || impl.cols == 0) return;
+  if (!force && impl.prepared) return;
+  impl.unlinkBlocks();
+  std::vector<IndexVector> colCounts(static_cast<std::size_t>(impl.col_part.getNumParts()));
+  for (std::size_t p = 0; p < colCounts.size(); ++p) {
+    const Local block = getLocalMatrix(static_cast<int>(p));
+    if (block.getNnz() > 0) block.getColElementCount(colCounts[p]);
+  }
+  impl.plan.create(impl.comm, impl.device, impl.col_part, colCounts);
+  impl.plan.recvTraversal([&impl](int p, typename Plan::SpmvColBlock* planBlock) {
+    const auto found = impl.local_blocks.find(p);
+    MIVO_CHECK(found != impl.local_blocks.end());
+    LocalBlockT<T, G, L>& block = found->second;
+    planBlock->block = &block;
+    block.plan_block = planBlock;
+    block.product_buffer.resize(block.matrix.getRows(), 1, block.matrix.getDevice());
+  });
+  impl.prepared = true;
+}
+
+template <class T, class G, class L>
+void ParCSRMatrixT<T, G, L>::exchangeMatVec(const Vector& x,
+                                            const typename Plan::BlockCallback& localCallback,
+                                            const typename Plan::BlockCallback& recvCallback,
+                                            const std::function<void()>& finishCallback,
+                                            AsyncMatVecObject* async) const {
+  const ParCSRMatrixImpl& impl = *impl_;
+  MIVO_CHECK(impl.cols == x.getRows()) << "aAxpby: A.cols != x.rows";
+  MIVO_CHECK(impl.device.type == x.getDevice().type) << "aAxpby: A and x must on the same device";
+  MIVO_CHECK(impl.comm == x.getComm()) << "aAxpby: A and x must have the same comm";
+  // The plan picks entries of x by the column partition.
+  MIVO_CHECK(impl.col_part.getNumParts() != x.getRowPartitioner().getNumParts() ||
+             impl.col_part == x.getRowPartitioner())
+      << "aAxpby: A.cols != x.rows (the partitions differ)";
+  prepareMatVec(false);
+  impl_->plan.exchange(x, localCallback, recvCallback, finishCallback, async);
+}
+
+namespace {
+
+/// What the callbacks of a product share. They capture one reference, so that they fit into a
+/// std::function without memory of their own.
+template <class T, class G, class L>
+struct Product {
+  using Block = typename SpMVCommPatternT<T, G, L>::SpmvColBlock;
+
+  T a;
+  T b;
+  MatrixT<T, L, MatrixLayoutRowMajor> x;
+  MatrixT<T, L, MatrixLayoutRowMajor> y;
+  std::mutex& lock;
+
+  /// y = a A_own x + b y
+  void own(Block* block) {
+    const std::lock_guard<std::mutex> guard(lock);
+    if (block == nullptr) {
+      BlasOps<T, L>::scal(y.getDevice(), y.getSize(), b, y.getData());
+      return;
+    }
+    MIVO_CHECK(block->block != nullptr);
+    const CSRMatrixT<T, L>& matrix = block->block->matrix;
+    if (matrix.getNnz() > 0) {
+      matrix.aAxpby(a, x, b, y);
+    } else {
+      // The local product would give y up.
+      BlasOps<T, L>::scal(y.getDevice(), y.getSize(), b, y.getData());
+    }
+  }
+
+  /// y += a A_p x_p
+  void remote(Block* block) {
+    MIVO_CHECK(block->block != nullptr);
+    LocalBlockT<T, G, L>& local = *block->block;
+    if (local.matrix.getNnz() == 0) return;
+    local.matrix.aAxpby(a, block->recv_x, T(0), local.product_buffer);
+    const std::lock_guard<std::mutex> guard(lock);
+    y += local.product_buffer;
+  }
+};
+
+}  // namespace
+
+template <class T, class G, class L>
+void ParCSRMatrixT<T, G, L>::multiplyAdd(T a, const Vector& x, T b, Vector& y,
+                                         AsyncMatVecObject* async) const {
+  const ParCSRMatrixImpl& impl = *impl_;
+  MIVO_CHECK(impl.cols == x.getRows()) << "aAxpby: A.cols != x.rows";
+  MIVO_CHECK(impl.rows == y.getRows() && x.getCols() == y.getCols())
+      << "aAxpby: A.rows!= y.rows || x.cols != y.cols";
+  MIVO_CHECK(impl.device.type == x.getDevice().type) << "aAxpby: A and x must on the same device";
+  MIVO_CHECK(impl.comm == x.getComm()) << "aAxpby: A and x must have the same comm";
+
+  // Every rank knows all partitions, so that all of them come to the same decision.
+  const bool sameRows = impl.rows == 0 || y.getRowPartitioner() == impl.row_part;
+  const bool sameDevice = y.getDevice().type == impl.device.type;
+  if (!sameRows || !sameDevice) {
+    MIVO_CHECK(sameRows || isZero(b)) << "aAxpby: A.rows!= y.rows";
+    MIVO_CHECK(sameDevice || isZero(b)) << "aAxpby: A and y must on the same device";
+    y.create(impl.row_part, x.getColPartitioner(), impl.device, impl.comm);
+  }
+
+  Product<T, G, L> product{a, b, x.getLocalMatrix(-1), y.getLocalMatrix(-1), impl_->product_lock};
+  exchangeMatVec(
+      x, [&product](int, typename Plan::SpmvColBlock* block) { product.own(block); },
+      [&product](int, typename Plan::SpmvColBlock* block) { product.remote(block); }, nullptr,
+      async);
+}
+
+template <class T, class G, class L>
+void ParCSRMatrixT<T, G, L>::shapeResult(const Vector& x, Vector& y) const {
+  const ParCSRMatrixImpl& impl = *impl_;
+  const bool fits = y.getRows() == impl.rows && y.getCols() == x.getCols() &&
+                    y.getRowPartitioner() == impl.row_part && y.getComm() == impl.comm &&
+                    y.getDevice().type == impl.device.type;
+  if (!fits) y.create(impl.row_part, x.getColPartitioner(), impl.device, impl.comm);
+}
+
+template <class T, class G, class L>
+void ParCSRMatrixT<T, G, L>::aAxpby(T a, const Vector& x, T b, Vector& y,
+                                    AsyncMatVecObject* async) {
+  multiplyAdd(a, x, b, y, async);
+}
+
+template <class T, class G, class L>
+void ParCSRMatrixT<T, G, L>::matVec(const Vector& x, Vector& y, AsyncMatVecObject* async) {
+  shapeResult(x, y);
+  aAxpby(T(1), x, T(0), y, async);
+}
+
+template <class T, class G, class L>
+typename ParCSRMatrixT<T, G, L>::Vector ParCSRMatrixT<T, G, L>::matVec(const Vector& x) const {
+  Vector y;
+  shapeResult(x, y);
+  multiplyAdd(T(1), x, T(0), y, nullptr);
+  return y;
+}
+
+#define MIVO_INST(T)                         \
+  template class ParCSRMatrixT<T, int, int>; \
+  template class ParCSRMatrixT<T, long, int>;
+MIVO_INSTANTIATE_VALUES(MIVO_INST)
+#undef MIVO_INST
+
+}  // namespace mivo
