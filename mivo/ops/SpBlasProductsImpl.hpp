@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "mivo/ops/long_rows.hpp"
 #include "mivo/ops/sparse_rows.hpp"
 
 namespace mivo {
@@ -33,8 +34,12 @@ class SpBlasProductsImpl {
 template <class T, class I, class Space>
 void SpBlasProductsImpl<T, I, Space>::aAx(Space& space, T alpha, I rows, const I* rowptr,
                                           const I* col_idx, const T* values, const T* x, T* y) {
+  const auto store = [=](I i, const T& s) { y[i] = alpha * s; };
+  if (sparse::longRowProducts(space, rows, rowptr, col_idx, values, x, store)) return;
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(I i) {
-    y[i] = alpha * sparse::rowDot(rowptr[i], rowptr[i + 1], col_idx, values, x, T(0));
+    const I begin = rowptr[i];
+    sparse::prefetchEntry(col_idx, values, std::int64_t(begin) + sparse::kFetchAhead);
+    y[i] = alpha * sparse::rowDot(begin, rowptr[i + 1], col_idx, values, x, T(0));
   });
 }
 
@@ -42,8 +47,12 @@ template <class T, class I, class Space>
 void SpBlasProductsImpl<T, I, Space>::aAxpby(Space& space, T alpha, I rows, const I* rowptr,
                                              const I* col_idx, const T* values, const T* x, T beta,
                                              T* y) {
+  const auto store = [=](I i, const T& s) { y[i] = alpha * s + beta * y[i]; };
+  if (sparse::longRowProducts(space, rows, rowptr, col_idx, values, x, store)) return;
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(I i) {
-    const T s = sparse::rowDot(rowptr[i], rowptr[i + 1], col_idx, values, x, T(0));
+    const I begin = rowptr[i];
+    sparse::prefetchEntry(col_idx, values, std::int64_t(begin) + sparse::kFetchAhead);
+    const T s = sparse::rowDot(begin, rowptr[i + 1], col_idx, values, x, T(0));
     y[i] = alpha * s + beta * y[i];
   });
 }
@@ -53,9 +62,12 @@ void SpBlasProductsImpl<T, I, Space>::jacobi(Space& space, I rows, const I* rowp
                                              const I* col_idx, const T* values, const T* x,
                                              const T* b, T* y, T omega) {
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(I i) {
+    const I begin = rowptr[i];
+    const I end = rowptr[i + 1];
+    sparse::prefetchEntry(col_idx, values, std::int64_t(begin) + sparse::kFetchAhead);
     T s = T(0);
     T d = T(1);
-    for (I k = rowptr[i]; k < rowptr[i + 1]; ++k) {
+    for (I k = begin; k < end; ++k) {
       const I c = col_idx[k];
       const T v = values[k];
       s += v * x[c];
@@ -90,7 +102,9 @@ void SpBlasProductsImpl<T, I, Space>::richardson(Space& space, I rows, const I* 
                                                  const I* col_idx, const T* values, const T* x,
                                                  const T* b, T* y, T omega) {
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(I i) {
-    const T s = sparse::rowDot(rowptr[i], rowptr[i + 1], col_idx, values, x, T(0));
+    const I begin = rowptr[i];
+    sparse::prefetchEntry(col_idx, values, std::int64_t(begin) + sparse::kFetchAhead);
+    const T s = sparse::rowDot(begin, rowptr[i + 1], col_idx, values, x, T(0));
     y[i] += (b[i] - s) * omega;
   });
 }
@@ -101,13 +115,17 @@ void SpBlasProductsImpl<T, I, Space>::sor(Space& space, I rows, const I* rowptr,
                                           const I* order) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(I) {
     const T keep = T(1) - omega;
+    const std::int64_t ahead = forward != 0 ? sparse::kFetchAhead : -sparse::kFetchAhead;
     for (I step = 0; step < rows; ++step) {
       const I k = forward != 0 ? step : rows - 1 - step;
       const I i = order != nullptr ? order[k] : k;
       if (i < 0) continue;
+      const I begin = rowptr[i];
+      const I end = rowptr[i + 1];
+      sparse::prefetchEntry(col_idx, values, begin + ahead);
       T s = T(0);
       T d = T(1);
-      for (I j = rowptr[i]; j < rowptr[i + 1]; ++j) {
+      for (I j = begin; j < end; ++j) {
         const I c = col_idx[j];
         if (c == i) {
           d = values[j];
@@ -125,6 +143,7 @@ void SpBlasProductsImpl<T, I, Space>::par_sor(Space& space, I rows, int rank, I 
                                               const BlockView* blocks, const T* b, const T* diag,
                                               T* x, T omega, int forward, const I* order) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(I) {
+    const std::int64_t ahead = forward != 0 ? sparse::kFetchAhead : -sparse::kFetchAhead;
     for (I step = 0; step < rows; ++step) {
       const I k = forward != 0 ? step : rows - 1 - step;
       const I i = order != nullptr ? order[k] : k;
@@ -134,7 +153,9 @@ void SpBlasProductsImpl<T, I, Space>::par_sor(Space& space, I rows, int rank, I 
         const BlockView& a = blocks[m];
         // Ghost values stay as they were fetched before the sweep.
         const T* operand = a.rank == rank ? x : a.x;
-        s = sparse::rowDot(a.row_begin[i], a.row_end[i], a.col_idx, a.values, operand, s);
+        const I begin = a.row_begin[i];
+        sparse::prefetchEntry(a.col_idx, a.values, begin + ahead);
+        s = sparse::rowDot(begin, a.row_end[i], a.col_idx, a.values, operand, s);
       }
       x[i] += (b[i] - s) * omega / diag[i];
     }

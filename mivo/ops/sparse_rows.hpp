@@ -19,10 +19,42 @@ MIVO_FUNCTION bool counting(const I* col_idx, const T* values) {
   return col_idx == nullptr || values == nullptr;
 }
 
-/// Sum of a_j x_j over positions [begin, end), in stored order, added to s.
+/// Entries by which loops over rows fetch ahead. Processors' own prefetching ends at each page,
+/// which costs a product with short rows about a third of its speed.
+constexpr int kFetchAhead = 512;
+
+/// Hints that p[at] is needed soon; it may lie outside of the array.
+template <class U>
+[[gnu::always_inline]] MIVO_FUNCTION inline void prefetch(const U* p, std::int64_t at) {
+#ifndef __CUDA_ARCH__
+  const auto address =
+      reinterpret_cast<std::uintptr_t>(p) + static_cast<std::uintptr_t>(at) * sizeof(U);
+  __builtin_prefetch(reinterpret_cast<const void*>(address), 0, 0);
+#endif
+}
+
+/// The same for column and value of an entry.
 template <class T, class I>
-MIVO_FUNCTION T rowDot(I begin, I end, const I* col_idx, const T* values, const T* x, T s) {
-  for (I k = begin; k < end; ++k) s += values[k] * x[col_idx[k]];
+[[gnu::always_inline]] MIVO_FUNCTION inline void prefetchEntry(const I* col_idx, const T* values,
+                                                               std::int64_t at) {
+  prefetch(col_idx, at);
+  prefetch(values, at);
+}
+
+/// Sum of a_j x_j over positions [begin, end), in stored order, added to s. Unrolled by hand: left
+/// alone, compilers vectorise along the short row and lose more than they gain.
+template <class T, class I>
+[[gnu::always_inline]] MIVO_FUNCTION inline T rowDot(I begin, I end, const I* col_idx,
+                                                     const T* values, const T* x, T s) {
+  const I tail = end - ((end - begin) & 3);
+  I k = begin;
+  for (; k < tail; k += 4) {
+    s += values[k] * x[col_idx[k]];
+    s += values[k + 1] * x[col_idx[k + 1]];
+    s += values[k + 2] * x[col_idx[k + 2]];
+    s += values[k + 3] * x[col_idx[k + 3]];
+  }
+  for (; k < end; ++k) s += values[k] * x[col_idx[k]];
   return s;
 }
 
