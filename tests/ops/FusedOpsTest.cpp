@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "mivo/ops/BlasOps.hpp"
+#include "mivo/ops/FusedOps.hpp"
+#include "mivo/ops/SpBlasOps.hpp"
+#include "tests/support/devices.hpp"
+
+namespace mivo {
+namespace {
+
+/// Ordinary numbers with zeros of both signs, infinities and NaN strewn in where `wild`.
+template <class R>
+R draw(std::mt19937& rng, bool wild) {
+  switch (rng() % 12) {
+    case 0:
+      return R(0);
+    case 1:
+      return -R(0);
+    case 2:
+      if (wild) return std::numeric_limits<R>::infinity();
+      break;
+    case 3:
+      if (wild) return std::numeric_limits<R>::quiet_NaN();
+      break;
+    default:
+      break;
+  }
+  return std::uniform_real_distribution<R>(-2, 2)(rng);
+}
+
+template <class T>
+std::vector<T> drawVector(std::mt19937& rng, int n, bool wild) {
+  std::vector<T> out(static_cast<std::size_t>(n));
+  for (T& v : out) {
+    const auto re = draw<RealType<T>>(rng, wild);
+    if constexpr (kIsComplex<T>) {
+      v = T(re, draw<RealType<T>>(rng, wild));
+    } else {
+      v = re;
+    }
+  }
+  return out;
+}
+
+template <class R>
+bool sameBits(R a, R b) {
+  if (std::isnan(a) || std::isnan(b)) return std::isnan(a) && std::isnan(b);
+  return a == b && std::signbit(a) == std::signbit(b);
+}
+
+template <class T>
+void expectSameBits(const std::vector<T>& a, const std::vector<T>& b) {
+  ASSERT_EQ(a.size(), b.size());
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    EXPECT_TRUE(sameBits(realPart(a[i]), realPart(b[i])) &&
+                sameBits(imagPart(a[i]), imagPart(b[i])))
+        << i << ": " << a[i] << " and " << b[i];
+  }
+}
+
+template <class T>
+class FusedOpsTest : public testing::Test {};
+using Scalars = testing::Types<float, double, Complex<float>, Complex<double>>;
+TYPED_TEST_SUITE(FusedOpsTest, Scalars);
+
+constexpr int kSizes[] = {0, 1, 2, 31, 32, 33, 597};
+
+TYPED_TEST(FusedOpsTest, CgUpdateHasTheBitsOfTwoAxpbyAndANorm) {
+  using T = TypeParam;
+  using R = RealType<T>;
+  std::mt19937 rng(11);
+  for (const Device& device : test::testDevices()) {
+    for (const int n : kSizes) {
+      for (const bool wild : {false, true}) {
+        test::DeviceArray<T> p(device, drawVector<T>(rng, n, wild));
+        test::DeviceArray<T> q(device, drawVector<T>(rng, n, wild));
+        const auto x0 = drawVector<T>(rng, n, wild), r0 = drawVector<T>(rng, n, wild);
+        const T alpha = drawVector<T>(rng, 1, false)[0];
+        test::DeviceArray<T> x(device, x0), r(device, r0), xs(device, x0), rs(device, r0);
+        BlasOps<T, int>::axpby(device, n, alpha, p.data(), T(1), xs.data());
+        BlasOps<T, int>::axpby(device, n, -alpha, q.data(), T(1), rs.data());
+        const R squares = BlasOps<T, int>::abs_sum(device, n, rs.data(), R(2));
+        const R fused =
+            FusedOps<T, int>::cg_update(device, n, alpha, p.data(), x.data(), q.data(), r.data());
+        EXPECT_TRUE(sameBits(fused, squares)) << fused << " and " << squares;
+        expectSameBits(x.values(), xs.values());
+        expectSameBits(r.values(), rs.values());
+      }
+    }
+  }
+}
+
+TYPED_TEST(FusedOpsTest, JacobiFromZeroHasTheBitsOfASweepWithProduct) {
+  using T = TypeParam;
+  std::mt19937 rng(12);
+  for (const Device& device : test::testDevices()) {
+    for (const int n : kSizes) {
+      for (const bool wild : {false, true}) {
+        // a full finite matrix, empty in every seventh row
+        std::vector<int> rowptr{0}, columns;
+        for (int i = 0; i < n; ++i) {
+          for (int j = 0; j < n && i % 7 != 3; ++j) columns.push_back(j);
+          rowptr.push_back(static_cast<int>(columns.size()));
+        }
+        test::DeviceArray<int> rows(device, rowptr), cols(device, columns);
+        test::DeviceArray<T> values(device,
+                                    drawVector<T>(rng, static_cast<int>(columns.size()), false));
+        const auto b0 = drawVector<T>(rng, n, wild);
+        test::DeviceArray<T> b(device, b0), r(device, b0), d(device, drawVector<T>(rng, n, wild));
+        test::DeviceArray<T> expected(device, drawVector<T>(rng, n, true));
+        test::DeviceArray<T> x(device, drawVector<T>(rng, n, true));
+        const T relax = drawVector<T>(rng, 1, false)[0];
+
+        BlasOps<T, int>::fill(device, n, T(0), expected.data());
+        SpBlasOps<T, int>::aAxpby(device, T(-1), n, n, rows.data(), nullptr, cols.data(),
+                                  values.data(), expected.data(), T(1), r.data());
+        BlasOps<T, int>::axypbz(device, n, relax, d.data(), r.data(), T(1), expected.data());
+        FusedOps<T, int>::jacobi_from_zero(device, n, relax, d.data(), b.data(), x.data());
+        expectSameBits(x.values(), expected.values());
+      }
+    }
+  }
+}
+
+TYPED_TEST(FusedOpsTest, CountsElementsWithAnyPartThatIsNotFinite) {
+  using T = TypeParam;
+  using R = RealType<T>;
+  std::mt19937 rng(13);
+  const R bad[] = {std::numeric_limits<R>::infinity(), -std::numeric_limits<R>::infinity(),
+                   std::numeric_limits<R>::quiet_NaN()};
+  for (const Device& device : test::testDevices()) {
+    EXPECT_EQ((FusedOps<T, int>::count_nonfinite(device, 0, nullptr)), 0);
+    auto values = drawVector<T>(rng, 597, false);
+    values[5] = T(std::numeric_limits<R>::max());
+    values[6] = T(std::numeric_limits<R>::denorm_min());
+    EXPECT_EQ((FusedOps<T, int>::count_nonfinite(device, 597,
+                                                 test::DeviceArray<T>(device, values).data())),
+              0);
+    int expected = 0;
+    for (const R v : bad) {
+      values[static_cast<std::size_t>(100 * expected)] = T(v);
+      ++expected;
+      if constexpr (kIsComplex<T>) {
+        values[static_cast<std::size_t>(100 * expected)] = T(R(1), v);
+        ++expected;
+      }
+    }
+    EXPECT_EQ((FusedOps<T, int>::count_nonfinite(device, 597,
+                                                 test::DeviceArray<T>(device, values).data())),
+              expected);
+  }
+}
+
+}  // namespace
+}  // namespace mivo
