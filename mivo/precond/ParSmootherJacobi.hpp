@@ -60,17 +60,20 @@ class MIVO_API ParSmootherJacobi_T : public ParOpBaseT<T, G, L> {
   bool shareMatrix(const Operator& A);
 
   ParCSRMatrixT<T, G, L> matrix;
-  Vector inverse;            ///< factor of the residual in a sweep
-  double last_residual = 0;  ///< |b - A x| before the last sweep that needed it
+  Vector inverse;  ///< factor of the residual in a sweep
 
  private:
-  void sweep(const Vector& b, Vector& x);
-  /// The first sweep from x = 0, without a product; false when it has to be done at length.
+  /// x = x + relax inverse .* (b - A x). With `needNorm`, `last_residual` becomes |b - A x|.
+  void sweep(const Vector& b, Vector& x, bool needNorm);
+  /// The first sweep from x = 0 without a product, whatever x holds; false, without effect, when it
+  /// has to be done at length.
   bool sweepFromZero(const Vector& b, Vector& x);
   void logResidual(const char* what, int sweepNumber, const Vector& b, const Vector& x);
 
-  Vector residual;          ///< scratch of the sweeps
-  bool all_finite = false;  ///< no local entry of the matrix is infinite or NaN
+  double last_residual = 0;  ///< |b - A x| before the last sweep that needed it
+  Vector scratch;            ///< residual of the sweeps
+  /// A times zero is exactly +0 on this rank: it has an own block, and all its values are finite.
+  bool zero_start_is_trivial = false;
 };
 
 #define MIVO_EXTERN(T) extern template class ParSmootherJacobi_T<T, long, int>;

@@ -63,8 +63,10 @@ class MIVO_API ParSmootherSOR_T : public ParOpBaseT<T, G, L> {
  private:
   void sweeps(const char* what, const Vector& b, Vector& x);
 
+  // Filled by each sweep, since pointers in the views may change.
   typename ParCSRMatrixT<T, G, L>::BlockTable host_blocks;
   typename ParCSRMatrixT<T, G, L>::BlockTable device_blocks;
+  Vector scratch;  ///< residuals
 };
 
 #define MIVO_EXTERN(T) extern template class ParSmootherSOR_T<T, long, int>;

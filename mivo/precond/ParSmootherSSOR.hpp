@@ -14,10 +14,13 @@ namespace mivo {
 template <class T, class G, class L>
 class MIVO_API ParSmootherSSOR_T : public ParSmootherSOR_T<T, G, L> {
  public:
-  using typename ParSmootherSOR_T<T, G, L>::Vector;
+  using Base = ParSmootherSOR_T<T, G, L>;
+  using Base::create;
+  using typename Base::Vector;
 
   ~ParSmootherSSOR_T() override;
 
+  void create(const json& params);
   void sor_step(const Vector& b, Vector& x, double omega, bool ascending, int* rowOrder) override;
 };
 

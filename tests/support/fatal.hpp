@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <string>
 
 /// The statement ends the process with exit code 1, and all that it prints is one line of a failed
@@ -30,7 +31,11 @@
 
 namespace mivo::test {
 
-/// Log lines go to standard output, while the death tests look at standard error.
-inline void stdoutToStderr() { dup2(STDERR_FILENO, STDOUT_FILENO); }
+/// Log lines go to standard output, while the death tests look at standard error. What stands in
+/// the buffer from before, such as the greeting of a child that starts anew, keeps its way.
+inline void stdoutToStderr() {
+  std::fflush(stdout);
+  dup2(STDERR_FILENO, STDOUT_FILENO);
+}
 
 }  // namespace mivo::test

@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <cstdio>
 #include <functional>
 #include <iostream>
+#include <limits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -130,6 +132,16 @@ std::vector<T> denseSolve(std::vector<T> A, std::vector<T> b) {
     b[i] /= A[i * n + i];
   }
   return b;
+}
+
+/// Elements agree but for a few roundings.
+template <class T>
+void expectNear(const std::vector<T>& a, const std::vector<T>& b) {
+  ASSERT_EQ(a.size(), b.size());
+  const RealType<T> eps = std::numeric_limits<RealType<T>>::epsilon();
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    EXPECT_LE(abs(a[i] - b[i]), 256 * eps * (1 + abs(b[i]))) << i << ": " << a[i] << ", " << b[i];
+  }
 }
 
 /// What `action` writes to standard output, with the stream in its default format at the start.

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "mivo/precond/ParSmootherSOR.hpp"
+
+#include "mivo/mpi_stub/mpi.h"
+#include "mivo/ops/SpBlasOps.hpp"
+#include "mivo/utils/Factory.hpp"
+#include "mivo/utils/json.hpp"
+#include "mivo/utils/logging.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+ParSmootherSOR_T<T, G, L>::~ParSmootherSOR_T() = default;
+
+template <class T, class G, class L>
+void ParSmootherSOR_T<T, G, L>::create(const json& params) {
+  ParSolverT<T, G, L>::create(params, "SOR");
+  double factor = 1;
+  if (readJsonKey(params, "relax", factor)) relax = T(static_cast<R>(factor));
+  readJsonKey(params, "forward", forward);
+  readJsonKey(params, "nsweeps", nsweeps);
+  readJsonKey(params, "initial_zero", initial_zero);
+}
+
+template <class T, class G, class L>
+void ParSmootherSOR_T<T, G, L>::setup(const Operator& A) {
+  this->setupTime.start();
+  const auto* csr = dynamic_cast<const ParCSRMatrixT<T, G, L>*>(&A);
+  if (csr != nullptr) {
+    matrix = *csr;
+    diagonal = matrix.getDiag();
+    MPI_Comm_rank(matrix.getComm(), &matrix_rank);
+  } else {
+    MIVO_LOG(0, true) << "ParSOR setup should be a ParCSRMatrix!";
+  }
+  this->setupTime.stop();
+}
+
+template <class T, class G, class L>
+void ParSmootherSOR_T<T, G, L>::sor_step(const Vector& b, Vector& x, double omega, bool ascending,
+                                         int* rowOrder) {
+  const auto local_b = b.getLocalMatrix(), local_x = x.getLocalMatrix();
+  const auto local_d = diagonal.getLocalMatrix();
+  // brings the ghost values to the blocks of other ranks
+  matrix.exchangeMatVec(x, {}, {}, {}, nullptr);
+  matrix.getRawMat(host_blocks);
+
+  const Device device = matrix.getDevice();
+  if (device.type != host_blocks.getDevice().type) {
+    device_blocks.resize(host_blocks.getRows(), host_blocks.getCols(), device);
+    host_blocks.getDevice().rawCopyTo(
+        static_cast<std::size_t>(host_blocks.getSize()) * sizeof(*host_blocks.getData()),
+        host_blocks.getData(), device, device_blocks.getData());
+  } else {
+    device_blocks = host_blocks;
+  }
+  SpBlasOps<T, L>::par_sor(device, matrix.getLocalRows(), matrix_rank, device_blocks.getSize(),
+                           device_blocks.getData(), local_b.getData(), local_d.getData(),
+                           local_x.getData(), T(static_cast<R>(omega)), ascending ? 1 : 0,
+                           rowOrder);
+}
+
+template <class T, class G, class L>
+void ParSmootherSOR_T<T, G, L>::sweeps(const char* what, const Vector& b, Vector& x) {
+  for (int i = 0; i < nsweeps; ++i) {
+    sor_step(b, x, static_cast<double>(realPart(relax)), forward, nullptr);
+    if (this->verbose != 0) {
+      const R norm = Vector::residual(matrix, x, b, scratch);
+      MIVO_LOG(3, true) << what << i << " " << norm;
+    }
+  }
+}
+
+template <class T, class G, class L>
+void ParSmootherSOR_T<T, G, L>::smooth(const Vector& b, Vector& x) {
+  sweeps("smooth ", b, x);
+}
+
+template <class T, class G, class L>
+void ParSmootherSOR_T<T, G, L>::precondition(const Vector& b, Vector& x) {
+  this->precondTime.start();
+  if (initial_zero) x.fill(T(0));
+  sweeps("precondition ", b, x);
+  this->precondTime.stop();
+}
+
+template <class T, class G, class L>
+void ParSmootherSOR_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector& b, Vector& x,
+                                      int& iter, R& relres) {
+  MPI_Comm_size(A.getComm(), &this->commSize);
+  MPI_Comm_rank(A.getComm(), &this->rank);
+  MPI_Comm_rank(matrix.getComm(), &matrix_rank);
+  const R bnorm = Vector::normL2(b);
+  const R r0 = Vector::residual(matrix, x, b, scratch);
+
+  this->beginSolve(P, A, b, x, iter, relres);
+  int it = 1;
+  R rel = r0 / bnorm;
+  for (; it <= this->max_its; ++it) {
+    sor_step(b, x, static_cast<double>(realPart(relax)), forward, nullptr);
+    const R res = Vector::residual(matrix, x, b, scratch);
+    rel = res / bnorm;
+    this->logSolverStatus(P, it, res, res / r0, rel);
+    if (this->rtol > rel) break;
+  }
+  iter = it;
+  relres = rel;
+  this->finishSolve(P, this->max_its, it, rel);
+}
+
+#define MIVO_INSTANCE(T) template class ParSmootherSOR_T<T, long, int>;
+MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
+#undef MIVO_INSTANCE
+
+#define MIVO_REGISTER_TYPE(T)                                                                   \
+  MIVO_REGISTER(ParSmootherT, "SmootherSOR", T, long, int, ParSmootherSOR_T<T, long, int>)      \
+  MIVO_REGISTER(ParPreconditionerT, "PrecondSOR", T, long, int, ParSmootherSOR_T<T, long, int>) \
+  MIVO_REGISTER(ParSolverT, "SolverSOR", T, long, int, ParSmootherSOR_T<T, long, int>)
+MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
+#undef MIVO_REGISTER_TYPE
+
+}  // namespace mivo

@@ -1,0 +1,340 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "mivo/precond/ParSmootherJacobi.hpp"
+#include "mivo/precond/ParSmootherJacobiLp.hpp"
+#include "mivo/utils/Factory.hpp"
+#include "tests/support/devices.hpp"
+#include "tests/support/par_csr.hpp"
+
+namespace mivo {
+namespace {
+
+using test::expectNear;
+using test::parCsrOf;
+using test::ParVector;
+using test::parVectorOf;
+using test::printed;
+using test::valuesOf;
+
+template <class T>
+using Jacobi = ParSmootherJacobi_T<T, long, int>;
+template <class T>
+using JacobiLp = ParSmootherJacobiLp_T<T, long, int>;
+
+template <class T>
+std::shared_ptr<Jacobi<T>> makeJacobi(const json& params = json(),
+                                      const std::string& name = "PrecondJacobi") {
+  return std::dynamic_pointer_cast<Jacobi<T>>(
+      ParPreconditionerT<T, long, int>::getFactory().createInstance(
+          {{"preconditioner_type", name}, {name + "_params", params}}));
+}
+
+/// x + relax f .* (b - A x)
+template <class T>
+std::vector<T> sweepOf(const std::vector<T>& A, const std::vector<T>& factor, T relax,
+                       const std::vector<T>& b, const std::vector<T>& x) {
+  const std::vector<T> r = test::denseProduct(A, T(-1), x, T(1), b);
+  std::vector<T> out(x.size());
+  for (std::size_t i = 0; i < x.size(); ++i) out[i] = (factor[i] * relax) * r[i] + x[i];
+  return out;
+}
+
+template <class T>
+class JacobiTest : public testing::Test {};
+using Scalars = testing::Types<float, double, Complex<float>, Complex<double>>;
+TYPED_TEST_SUITE(JacobiTest, Scalars);
+
+TYPED_TEST(JacobiTest, SweepsAsTheFormulaSays) {
+  using T = TypeParam;
+  using R = RealType<T>;
+  const T relax(R(0.75));
+  for (const Device& device : test::testDevices()) {
+    for (const int n : {1, 2, 31, 33}) {
+      const auto size = static_cast<std::size_t>(n);
+      auto dense = test::smallValues<T>(size * size, 21);
+      std::vector<T> inverse(size);
+      for (std::size_t i = 0; i < size; ++i) {
+        // a zero counts as 1
+        dense[i * size + i] = i == 2 ? T(0) : T(R(4 + 4 * n));
+        inverse[i] = i == 2 ? T(1) : T(1) / dense[i * size + i];
+      }
+      const auto b = test::smallValues<T>(size, 22), start = test::smallValues<T>(size, 23);
+      auto expected = start, fromZero = std::vector<T>(size, T(0));
+      for (int k = 0; k < 3; ++k) {
+        expected = sweepOf(dense, inverse, relax, b, expected);
+        fromZero = sweepOf(dense, inverse, relax, b, fromZero);
+      }
+
+      auto jacobi = makeJacobi<T>({{"relax", 0.75}, {"nsweeps", 3}});
+      jacobi->setup(parCsrOf(device, n, n, dense));
+      const auto rhs = parVectorOf(device, b);
+      auto x = parVectorOf(device, start);
+      jacobi->smooth(rhs, x);
+      expectNear(valuesOf(x), expected);
+      x = parVectorOf(device, start);
+      jacobi->precondition(rhs, x);
+      expectNear(valuesOf(x), fromZero);
+      jacobi->initial_zero = false;
+      x = parVectorOf(device, start);
+      jacobi->precondition(rhs, x);
+      expectNear(valuesOf(x), expected);
+    }
+  }
+}
+
+// The first sweep from zero is done without a product. Its bits must be those of the long way,
+// which "initial_zero" false takes with a start of zeros.
+TYPED_TEST(JacobiTest, FromZeroHasTheBitsOfASweepFromZeros) {
+  using T = TypeParam;
+  using R = RealType<T>;
+  const R inf = std::numeric_limits<R>::infinity();
+  const auto same = [](const T& a, const T& b) {
+    const auto part = [](R u, R v) {
+      return (std::isnan(u) && std::isnan(v)) || (u == v && std::signbit(u) == std::signbit(v));
+    };
+    return part(realPart(a), realPart(b)) && part(imagPart(a), imagPart(b));
+  };
+  for (const Device& device : test::testDevices()) {
+    for (const bool finiteMatrix : {true, false}) {
+      std::vector<T> dense = test::smallValues<T>(36, 24);
+      dense[8] = finiteMatrix ? T(5) : T(inf);
+      const std::vector<T> b{T(1), T(-R(0)), T(R(0)), T(-2), T(inf), T(1)};
+      const auto A = parCsrOf(device, 6, 6, dense);
+      auto fast = makeJacobi<T>({{"relax", -0.5}}), slow = makeJacobi<T>({{"relax", -0.5}});
+      fast->setup(A);
+      slow->setup(A);
+      slow->initial_zero = false;
+      auto x = parVectorOf(device, std::vector<T>(6, T(inf)));
+      auto y = parVectorOf(device, std::vector<T>(6, T(0)));
+      fast->precondition(parVectorOf(device, b), x);
+      slow->precondition(parVectorOf(device, b), y);
+      const auto got = valuesOf(x), expected = valuesOf(y);
+      for (std::size_t i = 0; i < 6; ++i) {
+        EXPECT_TRUE(same(got[i], expected[i])) << i << ": " << got[i] << ", " << expected[i];
+      }
+      // infinity times zero in row 1 is NaN, although the start is zero
+      EXPECT_EQ(std::isnan(realPart(got[1])), !finiteMatrix);
+    }
+  }
+}
+
+TYPED_TEST(JacobiTest, ScalesByPowersOfTheRowInTheLpForm) {
+  using T = TypeParam;
+  using R = RealType<T>;
+  auto dense = test::smallValues<T>(25, 25);
+  for (std::size_t j = 0; j < 5; ++j) dense[3 * 5 + j] = T(0);
+  const auto b = test::smallValues<T>(5, 26);
+  const std::vector<T> zeros(5, T(0));
+  for (const Device& device : test::testDevices()) {
+    for (const double order : {1.0, 2.0, 3.0}) {
+      std::vector<T> factor(5);
+      for (std::size_t i = 0; i < 5; ++i) {
+        R sum = 0;
+        for (std::size_t j = 0; j < 5; ++j) {
+          sum += static_cast<R>(std::pow(static_cast<double>(abs(dense[5 * i + j])), order));
+        }
+        factor[i] = dense[6 * i] / T(sum == 0 ? R(1) : sum);
+      }
+      auto lp = makeJacobi<T>({{"order", order}, {"relax", 2.0}}, "PrecondJacobiLp");
+      ASSERT_NE(std::dynamic_pointer_cast<JacobiLp<T>>(lp), nullptr);
+      lp->setup(parCsrOf(device, 5, 5, dense));
+      auto x = parVectorOf(device, zeros);
+      lp->precondition(parVectorOf(device, b), x);
+      expectNear(valuesOf(x), sweepOf(dense, factor, T(2), b, zeros));
+    }
+  }
+}
+
+TEST(ParSmootherJacobi, ReadsItsOwnKeysAlone) {
+  const json params{{"relax", 0.5},
+                    {"nsweeps", 4},
+                    {"initial_zero", false},
+                    {"max_iters", 6},
+                    {"rtol", 1e-2},
+                    {"max_its", 3},
+                    {"verbose", 1},
+                    {"order", 1.0},
+                    {"preconditioner", {{"preconditioner_type", "PrecondIdentity"}}}};
+  for (const std::string name : {"PrecondJacobi", "PrecondJacobiLp"}) {
+    const auto jacobi = makeJacobi<double>(params, name);
+    EXPECT_EQ(jacobi->relax, 0.5);
+    EXPECT_EQ(jacobi->nsweeps, 4);
+    EXPECT_FALSE(jacobi->initial_zero);
+    EXPECT_EQ(jacobi->max_iters, 6);
+    EXPECT_EQ(jacobi->rtol, 1e-8);
+    EXPECT_EQ(jacobi->max_its, 2000);
+    EXPECT_EQ(jacobi->verbose, 0);
+    EXPECT_EQ(jacobi->preconditioner, nullptr);
+    EXPECT_TRUE(jacobi->children.empty());
+  }
+  const auto lp =
+      std::dynamic_pointer_cast<JacobiLp<double>>(makeJacobi<double>(params, "PrecondJacobiLp"));
+  EXPECT_EQ(lp->order, 1.0);
+  EXPECT_EQ(JacobiLp<double>().order, 2.0);
+}
+
+TEST(ParSmootherJacobi, TurnsIntoTheIdentityAfterItsBudgetForGood) {
+  const auto A = parCsrOf<double>(Device(), 2, 2, {2, 1, 1, 4});
+  const auto b = parVectorOf<double>(Device(), {4, 8});
+  auto jacobi = makeJacobi<double>({{"max_iters", 1}, {"nsweeps", 3}});
+  auto reference = makeJacobi<double>({{"nsweeps", 3}});
+  jacobi->setup(A);
+  reference->setup(A);
+  auto x = parVectorOf<double>(Device(), {0, 0}), y = parVectorOf<double>(Device(), {0, 0});
+  jacobi->precondition(b, x);
+  reference->precondition(b, y);
+  EXPECT_EQ(valuesOf(x), valuesOf(y)) << "the budget is looked at before the sweeps only";
+  EXPECT_EQ(jacobi->apply_count, 3);
+  jacobi->precondition(b, x);
+  EXPECT_EQ(valuesOf(x), valuesOf(b));
+  jacobi->setup(A);
+  x.fill(7);
+  jacobi->precondition(b, x);
+  EXPECT_EQ(valuesOf(x), valuesOf(b)) << "a new set-up gives no new budget";
+  EXPECT_EQ(jacobi->apply_count, 3);
+}
+
+TEST(ParSmootherJacobi, DoesNothingInNoSweeps) {
+  auto jacobi = makeJacobi<double>({{"nsweeps", 0}});
+  jacobi->setup(parCsrOf<double>(Device(), 2, 2, {2, 1, 1, 4}));
+  const auto b = parVectorOf<double>(Device(), {4, 8});
+  auto x = parVectorOf<double>(Device(), {5, 6});
+  jacobi->smooth(b, x);
+  EXPECT_EQ(valuesOf(x), (std::vector<double>{5, 6}));
+  jacobi->initial_zero = false;
+  jacobi->precondition(b, x);
+  EXPECT_EQ(valuesOf(x), (std::vector<double>{5, 6}));
+  jacobi->initial_zero = true;
+  jacobi->precondition(b, x);
+  EXPECT_EQ(valuesOf(x), (std::vector<double>{0, 0}));
+}
+
+TEST(ParSmootherJacobi, SolvesUntilTheResidualBeforeASweepIsSmall) {
+  auto A = parCsrOf<double>(Device(), 2, 2, {2, 0, 0, 4});
+  const auto b = parVectorOf<double>(Device(), {3, 4});
+  auto x = parVectorOf<double>(Device(), {0, 0});
+  Jacobi<double> jacobi;
+  jacobi.setup(A);
+  int iter = 0;
+  double relres = 0;
+  // exact after one sweep, which the residual of the second one shows
+  EXPECT_EQ(printed([&] { jacobi.solve(A, b, x, iter, relres); }), "");
+  EXPECT_EQ(iter, 2);
+  EXPECT_EQ(relres, 0);
+  EXPECT_EQ(valuesOf(x), (std::vector<double>{1.5, 1}));
+
+  x.fill(0);
+  jacobi.rtol = 1.0;
+  jacobi.solve(A, b, x, iter, relres);
+  EXPECT_EQ(iter, 2) << "a ratio equal to rtol is not enough";
+  x.fill(0);
+  jacobi.rtol = 1.0001;
+  jacobi.solve(A, b, x, iter, relres);
+  EXPECT_EQ(iter, 1);
+  EXPECT_EQ(relres, 1);
+  EXPECT_EQ(valuesOf(x), (std::vector<double>{1.5, 1})) << "the sweep has been made";
+}
+
+TEST(ParSmootherJacobi, CountsOneTooManyWithoutConvergence) {
+  auto A = parCsrOf<double>(Device(), 2, 2, {1, 2, 2, 1});
+  const auto b = parVectorOf<double>(Device(), {3, 4});
+  auto x = parVectorOf<double>(Device(), {0, 0});
+  Jacobi<double> jacobi;
+  jacobi.setup(A);
+  jacobi.max_its = 5;
+  int iter = 0;
+  double relres = 0;
+  jacobi.solve(A, b, x, iter, relres);
+  EXPECT_EQ(iter, 6);
+  // a sweep doubles the length of the residual; that before the fifth one counts
+  EXPECT_DOUBLE_EQ(relres, 16);
+
+  jacobi.max_its = 0;
+  x = parVectorOf<double>(Device(), {3, -3});
+  jacobi.solve(A, b, x, iter, relres);
+  EXPECT_EQ(iter, 1);
+  EXPECT_DOUBLE_EQ(relres, std::sqrt(37.0) / 5);
+  EXPECT_EQ(valuesOf(x), (std::vector<double>{3, -3}));
+}
+
+TEST(ParSmootherJacobi, ConvergesInTheLpFormWhereThePlainOneDoesNot) {
+  auto A = parCsrOf<double>(Device(), 3, 3, {1, .8, .8, .8, 1, .8, .8, .8, 1});
+  const auto b = parVectorOf<double>(Device(), {1, 2, 4});
+  int iter = 0;
+  double relres = 0;
+  for (const double order : {1.0, 2.0}) {
+    auto x = parVectorOf<double>(Device(), {0, 0, 0});
+    JacobiLp<double> lp;
+    lp.order = order;
+    lp.setup(A);
+    lp.solve(A, b, x, iter, relres);
+    EXPECT_LE(iter, 2000);
+    EXPECT_LT((ParVector<double>::residual(A, x, b)), 1e-7);
+  }
+  Jacobi<double> plain;
+  plain.setup(A);
+  plain.max_its = 50;
+  auto x = parVectorOf<double>(Device(), {0, 0, 0});
+  plain.solve(A, b, x, iter, relres);
+  EXPECT_EQ(iter, 51);
+  EXPECT_GT(relres, 1);
+}
+
+TEST(ParSmootherJacobi, RefusesOtherOperatorsButGoesOn) {
+  test::DenseOperator<double> other(Device(), 1, {1});
+  for (const std::string name : {"PrecondJacobi", "PrecondJacobiLp"}) {
+    auto jacobi = makeJacobi<double>(json(), name);
+    jacobi->setup(parCsrOf<double>(Device(), 1, 1, {4}));
+    EXPECT_THAT(printed([&] { jacobi->setup(other); }),
+                testing::EndsWith("] ParSOR setup should be a ParCSRMatrix!\n"));
+    auto x = parVectorOf<double>(Device(), {0});
+    jacobi->precondition(parVectorOf<double>(Device(), {8}), x);
+    EXPECT_EQ(valuesOf(x), (std::vector<double>{2})) << "the earlier matrix is still there";
+  }
+}
+
+TEST(ParSmootherJacobi, SharesTheMatrixAndTimesItsWork) {
+  auto A = parCsrOf<double>(Device(), 1, 1, {4});
+  Jacobi<double> jacobi;
+  jacobi.setup(A);
+  A.fill(2);
+  jacobi.initial_zero = false;
+  auto x = parVectorOf<double>(Device(), {1});
+  jacobi.precondition(parVectorOf<double>(Device(), {8}), x);
+  EXPECT_EQ(valuesOf(x), (std::vector<double>{1 + 0.25 * (8 - 2)}));
+  EXPECT_EQ(jacobi.setupTime.getCount(), 1u);
+  EXPECT_EQ(jacobi.precondTime.getCount(), 1u);
+}
+
+TEST(ParSmootherJacobi, LogsTheResidualBehindEachSweep) {
+  auto A = parCsrOf<double>(Device(), 1, 1, {4});
+  const auto b = parVectorOf<double>(Device(), {8});
+  Jacobi<double> jacobi;
+  jacobi.setup(A);
+  jacobi.verbose = 1;
+  jacobi.relax = 0.5;
+  jacobi.nsweeps = 2;
+  auto x = parVectorOf<double>(Device(), {0});
+  const auto lines = [](const std::string& first, const std::string& second) {
+    return testing::MatchesRegex("I 0/1 [^ ]+\\] " + first + "\nI 0/1 [^ ]+\\] " + second + "\n");
+  };
+  EXPECT_THAT(printed([&] { jacobi.smooth(b, x); }), lines("smooth 0 4", "smooth 1 2"));
+  EXPECT_THAT(printed([&] { jacobi.precondition(b, x); }),
+              lines("precondition 0 4", "precondition 1 2"));
+  jacobi.max_its = 2;
+  int iter = 0;
+  double relres = 0;
+  x.fill(0);
+  EXPECT_THAT(printed([&] { jacobi.solve(A, b, x, iter, relres); }),
+              lines("solve 1 1", "solve 2 0.5"));
+}
+
+}  // namespace
+}  // namespace mivo
