@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "mivo/utils/Complex.hpp"
 #include "mivo/utils/export.hpp"
 
 namespace mivo {
@@ -34,5 +35,7 @@ class MIVO_API DofMapND {
 
 extern template class DofMapND<double, long>;
 extern template class DofMapND<double, int>;
+extern template class DofMapND<Complex<double>, long>;
+extern template class DofMapND<Complex<double>, int>;
 
 }  // namespace mivo

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "mivo/testcase/TestCase.hpp"
+
+#include <string>
+
+#include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/Factory.hpp"
+#include "mivo/utils/json.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+TestCaseT<T, G, L>::~TestCaseT() = default;
+
+template <class T, class G, class L>
+void TestCaseT<T, G, L>::create(const json& params) {
+  std::string text;
+  if (readJsonKey(params, "device", text)) device = Device(text);
+}
+
+template <class T, class G, class L>
+void TestCaseT<T, G, L>::setDeviceAndComm(const Device& where, int communicator) {
+  device = where;
+  comm = communicator;
+  MPI_Comm_size(comm, &size);
+  MPI_Comm_rank(comm, &rank);
+}
+
+template <class T, class G, class L>
+Factory<TestCaseT<T, G, L>>& TestCaseT<T, G, L>::getFactory() {
+  static Factory<TestCaseT> factory("testcase_type");
+  return factory;
+}
+
+#define MIVO_INSTANCE(T) template class TestCaseT<T, long, int>;
+MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
+#undef MIVO_INSTANCE
+template class TestCaseT<double, int, int>;
+template class TestCaseT<Complex<double>, int, int>;
+
+}  // namespace mivo

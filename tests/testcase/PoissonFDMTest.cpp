@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mivo/precond/ParSmootherJacobi.hpp"
+#include "mivo/solver/SolverPCG.hpp"
+#include "mivo/testcase/DofMapND.hpp"
+#include "mivo/testcase/PoissonFDM.hpp"
+#include "mivo/utils/Factory.hpp"
+#include "tests/support/devices.hpp"
+#include "tests/support/fatal.hpp"
+#include "tests/support/par_csr.hpp"
+
+namespace mivo {
+namespace {
+
+using test::valuesOf;
+
+TEST(DofMapND, NumbersTheFirstCoordinateFastest) {
+  const DofMapND<double, long> map({3, 4, 5});
+  EXPECT_EQ(map.getStrides(), (std::vector<long>{1, 3, 12, 60}));
+  EXPECT_EQ(map.getSize(), 60);
+  EXPECT_EQ(map.getDim(), 3);
+  EXPECT_EQ(map.grid2idx({2, 1, 3}), 2 + 3 + 36);
+  long expected = 0;
+  std::vector<long> grid;
+  for (long k = 0; k < 5; ++k) {
+    for (long j = 0; j < 4; ++j) {
+      for (long i = 0; i < 3; ++i, ++expected) {
+        map.idx2grid(expected, grid);
+        EXPECT_EQ(grid, (std::vector<long>{i, j, k}));
+        EXPECT_EQ(map.grid2idx(grid), expected);
+      }
+    }
+  }
+  EXPECT_EQ((DofMapND<double, int>({}).getSize()), 1);
+  MIVO_EXPECT_FATAL_TEXT((DofMapND<double, int>({50000, 50000})),
+                         "DofMapND: the number of grid points exceeds the index type");
+}
+
+template <class T, class G>
+struct System {
+  ParCSRMatrixT<T, G, int> A;
+  ParMatrixT<T, G, int> x, b;
+};
+
+template <class T, class G>
+System<T, G> generate(const json& params, const Device& device = Device()) {
+  auto problem = TestCaseT<T, G, int>::getFactory().createInstance(
+      {{"testcase_type", "PoissonFDM"}, {"PoissonFDM_params", params}});
+  if (device != Device()) problem->setDeviceAndComm(device, kCommWorld);
+  System<T, G> s;
+  problem->generate(s.A, s.x, s.b);
+  return s;
+}
+
+/// The three results by nested loops over the grid, without numbering helpers.
+struct Reference {
+  std::vector<double> A, x, b;
+
+  Reference(int dim, int N) {
+    int n = 1;
+    for (int k = 0; k < dim; ++k) n *= N;
+    const auto size = static_cast<std::size_t>(n);
+    A.assign(size * size, 0.0);
+    const double h = 1.0 / N;
+    for (int i = 0; i < n; ++i) {
+      const std::size_t row = static_cast<std::size_t>(i) * size;
+      bool boundary = false;
+      double s = 1;
+      int stride = 1;
+      for (int k = 0; k < dim; ++k, stride *= N) {
+        const int g = i / stride % N;
+        boundary = boundary || g == 0 || g == N - 1;
+        s *= std::sin(3.141592653589793 * (g * h));
+      }
+      stride = 1;
+      for (int k = 0; k < dim && !boundary; ++k, stride *= N) {
+        A[row + static_cast<std::size_t>(i)] += 2 / (h * h);
+        A[row + static_cast<std::size_t>(i - stride)] += -1 / (h * h);
+        A[row + static_cast<std::size_t>(i + stride)] += -1 / (h * h);
+      }
+      if (boundary) A[row + static_cast<std::size_t>(i)] = 1;
+      x.push_back(s);
+      b.push_back(boundary ? 0 : dim * 3.141592653589793 * 3.141592653589793 * s);
+    }
+  }
+};
+
+template <class T>
+std::vector<T> convert(const std::vector<double>& values) {
+  return std::vector<T>(values.begin(), values.end());
+}
+
+template <class T, class G>
+void expectReference(const Device& device) {
+  for (const auto& [dim, N] : std::vector<std::pair<int, int>>{
+           {1, 1}, {1, 2}, {1, 7}, {2, 1}, {2, 3}, {2, 6}, {3, 2}, {3, 4}, {3, 5}, {4, 3}}) {
+    const auto s = generate<T, G>({{"dim", dim}, {"N", N}}, device);
+    const Reference reference(dim, N);
+    EXPECT_EQ(test::denseOf(s.A), convert<T>(reference.A)) << "dim " << dim << ", N " << N;
+    EXPECT_EQ(valuesOf(s.x.getLocalMatrix()), convert<T>(reference.x));
+    EXPECT_EQ(valuesOf(s.b.getLocalMatrix()), convert<T>(reference.b));
+    EXPECT_EQ(s.A.getDevice(), device);
+    EXPECT_EQ(s.x.getDevice(), device);
+    EXPECT_EQ(s.b.getDevice(), device);
+  }
+}
+
+TEST(PoissonFDM, IsTheFiniteDifferenceLaplacian) {
+  for (const Device& device : test::testDevices()) {
+    expectReference<double, long>(device);
+    expectReference<double, int>(device);
+    expectReference<Complex<double>, long>(device);
+    expectReference<Complex<double>, int>(device);
+  }
+}
+
+TEST(PoissonFDM, DefaultsToAHundredByAHundredPoints) {
+  const auto s = generate<double, long>(json());
+  const auto meta = s.A.computeMeta();
+  EXPECT_EQ(meta.rows, 10000);
+  EXPECT_EQ(meta.cols, 10000);
+  EXPECT_EQ(meta.nnzs, 98 * 98 * 5 + 4 * 99);
+  EXPECT_EQ(meta.row_nnz_min, 1);
+  EXPECT_EQ(meta.row_nnz_max, 5);
+  EXPECT_NEAR(s.A.getElementValue(101, 101, nullptr), 40000, 1e-9);
+  EXPECT_NEAR(s.A.getElementValue(101, 1, nullptr), -10000, 1e-9);
+  EXPECT_EQ(s.x.getRows(), 10000);
+  EXPECT_EQ(s.b.getRows(), 10000);
+}
+
+TEST(PoissonFDM, HasRandomAndUnsetRightHandSides) {
+  const auto s = generate<double, long>({{"N", 8}, {"rhs", "random"}});
+  const auto b = valuesOf(s.b.getLocalMatrix());
+  int distinct = 0;
+  for (int i = 0; i < 64; ++i) {
+    const int g = i % 8, h = i / 8;
+    const double v = b[static_cast<std::size_t>(i)];
+    if (g == 0 || g == 7 || h == 0 || h == 7) {
+      EXPECT_EQ(v, 0);
+    } else {
+      EXPECT_TRUE(v >= 0 && v < 1) << v;
+      if (v != b[9]) ++distinct;
+    }
+  }
+  EXPECT_EQ(distinct, 35) << "all inner values but the first one itself";
+  EXPECT_EQ(valuesOf(s.x.getLocalMatrix()), std::vector<double>(64, 0.0));
+
+  const auto other = generate<double, long>({{"N", 8}, {"rhs", "none"}});
+  EXPECT_EQ(other.b.getRows(), 64);
+  EXPECT_EQ(other.x.getRows(), 64);
+  EXPECT_EQ(other.A.getNnzs(), s.A.getNnzs());
+}
+
+TEST(PoissonFDM, TakesDegenerateGrids) {
+  const auto point = generate<double, long>({{"dim", 0}});
+  EXPECT_EQ(point.A.getRows(), 1);
+  EXPECT_EQ(point.A.getNnzs(), 0);
+  EXPECT_EQ(valuesOf(point.x.getLocalMatrix()), std::vector<double>{1}) << "an empty product";
+  EXPECT_EQ(valuesOf(point.b.getLocalMatrix()), std::vector<double>{0});
+  const auto nothing = generate<double, long>({{"N", 0}});
+  EXPECT_EQ(nothing.A.getRows(), 0);
+  EXPECT_EQ(nothing.b.getRows(), 0);
+  MIVO_EXPECT_FATAL_TEXT((generate<double, long>({{"N", -3}})),
+                         "PoissonFDM: dim 2 and N -3 must not be negative");
+}
+
+TEST(PoissonFDM, PlacesItsResultsOnTheDeviceOfTheConfiguration) {
+  for (const Device& device : test::testDevices()) {
+    const auto s = generate<double, long>({{"N", 4}, {"device", device.getString()}});
+    EXPECT_EQ(s.A.getDevice(), device);
+    EXPECT_EQ(s.b.getDevice(), device);
+  }
+}
+
+TEST(PoissonFDM, IsSolvedByJacobiPreconditionedConjugateGradients) {
+  for (const Device& device : test::testDevices()) {
+    auto s = generate<double, long>({{"dim", 3}, {"N", 9}}, device);
+    const auto solver = ParSolverT<double, long, int>::getFactory().createInstance(json::parse(R"(
+      {"solver_type": "SolverPCG", "SolverPCG_params": {"rtol": 1e-10, "preconditioner":
+        {"preconditioner_type": "PrecondJacobi"}}})"));
+    solver->preconditioner->setup(s.A);
+    solver->setup(s.A);
+    s.x.fill(0);
+    int iter = 0;
+    double relres = 1;
+    solver->solve(s.A, s.b, s.x, iter, relres);
+    EXPECT_LT(relres, 1e-10);
+    EXPECT_LT(iter, 60);
+    const auto exact = test::denseSolve(test::denseOf(s.A), valuesOf(s.b.getLocalMatrix()));
+    const auto x = valuesOf(s.x.getLocalMatrix());
+    for (std::size_t i = 0; i < x.size(); ++i) EXPECT_NEAR(x[i], exact[i], 1e-9);
+  }
+}
+
+TEST(PoissonFDM, TracesItsStepsAtLevelThree) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  const auto child = [](const char* level, const json& params) {
+    test::stdoutToStderr();
+    setenv("MIVO_VERBOSE_LEVEL", level, 1);
+    PoissonFDM_T<double, long, int> problem;
+    problem.create(params);
+    System<double, long> s;
+    problem.generate(s.A, s.x, s.b);
+    std::exit(0);
+  };
+  // The assembly of A has a line of its own in between.
+  const std::string start =
+      "^I 0/1 TestCase:45\\] Begin assembling poission A and b, size \\[3, 3\\]\n"
+      "I 0/1 TestCase:81\\] finish add values to A\n"
+      "(I 0/1 [^\n]*\\] begin coo to csr\n)?"
+      "I 0/1 TestCase:85\\] finish assemble to A\n";
+  const std::string end =
+      "I 0/1 TestCase:138\\] End assembling poisson A and b\n"
+      "I 0/1 TestCase:140\\] A nnz 13\n$";
+  EXPECT_EXIT(child("3", {{"N", 3}}), testing::ExitedWithCode(0),
+              testing::ContainsRegex(start +
+                                     "I 0/1 TestCase:109\\] finish add values to b\n"
+                                     "I 0/1 TestCase:114\\] finish assemble to b\n" +
+                                     end));
+  EXPECT_EXIT(child("3", {{"N", 3}, {"rhs", "random"}}), testing::ExitedWithCode(0),
+              testing::ContainsRegex(start + end));
+  EXPECT_EXIT(child("2", {{"N", 3}}), testing::ExitedWithCode(0), testing::Eq(""));
+}
+
+}  // namespace
+}  // namespace mivo
