@@ -1,0 +1,261 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <set>
+#include <string>
+
+#include "mivo/mivo.hpp"
+#include "tests/support/fatal.hpp"
+
+namespace mivo {
+namespace {
+
+template <class Base>
+std::set<std::string> namesOf(const std::string& baseName) {
+  std::set<std::string> names;
+  for (const auto& [name, info] : Base::getFactory().getMap()) {
+    EXPECT_EQ(info.name, name);
+    EXPECT_EQ(info.base_name, baseName);
+    names.insert(name);
+  }
+  return names;
+}
+
+/// A name may be missing until its class exists; none may be there that is not listed.
+void expectNames(const std::set<std::string>& names, const std::set<std::string>& present,
+                 const std::set<std::string>& later = {}) {
+  std::set<std::string> allowed = present;
+  allowed.insert(later.begin(), later.end());
+  EXPECT_THAT(names, testing::IsSupersetOf(present));
+  EXPECT_THAT(names, testing::IsSubsetOf(allowed));
+}
+
+template <class T>
+class Families : public testing::Test {};
+using Scalars = testing::Types<float, double, Complex<float>, Complex<double>>;
+TYPED_TEST_SUITE(Families, Scalars);
+
+TYPED_TEST(Families, HoldTheirNames) {
+  using T = TypeParam;
+  constexpr bool isFloat = std::is_same_v<T, float>;
+  expectNames(namesOf<ParMatrixFreeT<T, long, int>>("ParMatrixFreeT"), {"Identity"});
+  expectNames(namesOf<ParPreconditionerT<T, long, int>>("ParPreconditionerT"),
+              {"PrecondIdentity", "PrecondJacobi", "PrecondJacobiLp", "PrecondSOR", "PrecondSSOR"},
+              {"PrecondAMG", "PrecondList"});
+  std::set<std::string> smoothers{"SmootherIdentity", "SmootherJacobi", "SmootherJacobiLp",
+                                  "SmootherSOR", "SmootherSSOR"};
+  std::set<std::string> laterSmoothers{"SmootherList"};
+  std::set<std::string> solvers{"SolverPreOnly", "SolverJacobi", "SolverSOR", "SolverSSOR",
+                                "SolverPCG"};
+  if (isFloat) {
+    // the one name that stands in another family for float
+    smoothers.insert("SolverJacobiLp");
+    laterSmoothers.clear();
+  } else {
+    solvers.insert("SolverJacobiLp");
+  }
+  expectNames(namesOf<ParSmootherT<T, long, int>>("ParSmootherT"), smoothers, laterSmoothers);
+  expectNames(namesOf<ParSolverT<T, long, int>>("ParSolverT"), solvers,
+              {"SolverAMG", "SolverList", "SolverBiCGSTAB", "SolverFLGMRES_R", "SolverLGMRES",
+               "SolverMINRES", "SolverSYMMLQ", "SolverAdamW", "SolverGaussElim"});
+  if (std::is_same_v<T, double> || std::is_same_v<T, Complex<double>>) {
+    expectNames(namesOf<TestCaseT<T, long, int>>("TestCaseT"), {"PoissonFDM", "MatrixMarket"});
+  } else {
+    expectNames(namesOf<TestCaseT<T, long, int>>("TestCaseT"), {});
+  }
+}
+
+TEST(Families, OfTestCasesWithShortIndicesHoldPoissonOnly) {
+  expectNames(namesOf<TestCaseT<double, int, int>>("TestCaseT"), {"PoissonFDM"});
+  expectNames(namesOf<TestCaseT<Complex<double>, int, int>>("TestCaseT"), {"PoissonFDM"});
+}
+
+TYPED_TEST(Families, HaveTheirKeys) {
+  using T = TypeParam;
+  EXPECT_EQ((ParPreconditionerT<T, long, int>::getFactory().getKey()), "preconditioner_type");
+  EXPECT_EQ((ParMatrixFreeT<T, long, int>::getFactory().getKey()), "matrix_type");
+  EXPECT_EQ((ParMatrixFreeT<T, int, int>::getFactory().getKey()), "matrix_type");
+  EXPECT_EQ((ParSolverT<T, long, int>::getFactory().getKey()), "solver_type");
+  EXPECT_EQ((ParSmootherT<T, long, int>::getFactory().getKey()), "smoother_type");
+  EXPECT_EQ((ParOpBaseT<T, long, int>::getFactory().getKey()), "op_type");
+  EXPECT_EQ((ParRestrictionerT<T, long, int>::getFactory().getKey()), "restrictioner_type");
+  EXPECT_EQ((ParProlongationerT<T, long, int>::getFactory().getKey()), "prolongationer_type");
+  EXPECT_EQ((ParLevelTransferT<T, long, int>::getFactory().getKey()), "level_transfer_type");
+  EXPECT_EQ((ParStrengtherT<T, long, int>::getFactory().getKey()), "strengther_type");
+  EXPECT_EQ((ParSplitterT<T, long, int>::getFactory().getKey()), "splitter_type");
+  EXPECT_EQ((ParInterpolatorT<T, long, int>::getFactory().getKey()), "interpolator_type");
+  EXPECT_EQ((ParAggregatorT<T, long, int>::getFactory().getKey()), "aggregator_type");
+  EXPECT_EQ((ParAggrInterpolatorT<T, long, int>::getFactory().getKey()), "aggr_interpolator_type");
+  EXPECT_EQ((TestCaseT<T, long, int>::getFactory().getKey()), "testcase_type");
+}
+
+TYPED_TEST(Families, MakeEveryNameWithoutParameters) {
+  using T = TypeParam;
+  const auto makeAll = [](auto& factory) {
+    for (const auto& [name, info] : factory.getMap()) {
+      const auto object = factory.createInstance(json{{factory.getKey(), name}});
+      ASSERT_NE(object, nullptr) << name;
+      EXPECT_EQ(object->registered_name, name);
+      EXPECT_EQ(object->family_name, info.base_name);
+      EXPECT_EQ(object->tagName, "");
+    }
+  };
+  makeAll(ParMatrixFreeT<T, long, int>::getFactory());
+  makeAll(ParPreconditionerT<T, long, int>::getFactory());
+  makeAll(ParSmootherT<T, long, int>::getFactory());
+  makeAll(ParSolverT<T, long, int>::getFactory());
+  makeAll(TestCaseT<T, long, int>::getFactory());
+}
+
+/// A family of this test alone, with a class that makes a child.
+class Leaf : public ParOperator {
+ public:
+  static Factory<Leaf>& getFactory() {
+    static Factory<Leaf> factory("leaf_type");
+    return factory;
+  }
+  void create(const json& params) {
+    readJsonKey(params, "value", value);
+    json child;
+    if (readJsonKey(params, "child", child)) {
+      appendChild(getFactory().createInstance(child, this), "child");
+    }
+  }
+  int value = 1;
+};
+const FactoryRegisterer<Leaf, Leaf> registeredLeaf("Leaf", "Plain");
+
+TEST(Factory, ReadsParametersOnlyFromAnObject) {
+  auto& factory = Leaf::getFactory();
+  const auto value = [&](const json& j) { return factory.createInstance(j)->value; };
+  EXPECT_EQ(value({{"leaf_type", "Plain"}, {"Plain_params", {{"value", 5}}}}), 5);
+  EXPECT_EQ(value({{"leaf_type", "Plain"}, {"Plain_params", {{"other", 5}}}}), 1);
+  EXPECT_EQ(value({{"leaf_type", "Plain"}, {"Plain_params", 5}}), 1);
+  EXPECT_EQ(value({{"leaf_type", "Plain"}}), 1);
+  EXPECT_THROW(value({{"leaf_type", "Plain"}, {"Plain_params", {{"value", "5"}}}}),
+               json::type_error);
+  EXPECT_THROW(value({{"leaf_type", 3}}), json::type_error);
+}
+
+TEST(Factory, RunsTheCallbacksOfTheParentAroundTheCreation) {
+  ParOperator parent;
+  std::vector<std::string> calls;
+  parent.registerCallBack("t", CallBackPlace::Before, [&](std::shared_ptr<ParOperator> op) {
+    calls.push_back(op == nullptr ? "before" : "?");
+  });
+  parent.registerCallBack("t", CallBackPlace::After, [&](std::shared_ptr<ParOperator> op) {
+    calls.push_back("after " + op->registered_name + " " + op->tagName);
+    std::dynamic_pointer_cast<Leaf>(op)->value = 77;
+  });
+  const json tagged{{"leaf_type", "Plain"}, {"tagName", "t"}};
+  EXPECT_EQ(Leaf::getFactory().createInstance(tagged, &parent)->value, 77);
+  EXPECT_EQ(calls, (std::vector<std::string>{"before", "after Plain t"}));
+
+  calls.clear();
+  EXPECT_EQ(Leaf::getFactory().createInstance(tagged)->tagName, "t");
+  Leaf::getFactory().createInstance({{"leaf_type", "Plain"}, {"tagName", "u"}}, &parent);
+  Leaf::getFactory().createInstance({{"leaf_type", "Plain"}}, &parent);
+  EXPECT_TRUE(calls.empty());
+}
+
+TEST(Factory, BuildsTheTreeOfNestedObjects) {
+  const json j = json::parse(R"({"leaf_type": "Plain", "tagName": "root", "Plain_params": {
+    "child": {"leaf_type": "Plain", "tagName": "inner", "Plain_params": {"value": 3}}}})");
+  const std::shared_ptr<ParOperator> root = Leaf::getFactory().createInstance(j);
+  const auto inner = std::dynamic_pointer_cast<Leaf>(ParOperator::findOpByTagName(root, "inner"));
+  ASSERT_NE(inner, nullptr);
+  EXPECT_EQ(inner->value, 3);
+  EXPECT_EQ(inner->role, "child");
+}
+
+TEST(Factory, KeepsTheFirstRegistrationOfAName) {
+  class Other : public Leaf {
+   public:
+    void create(const json&) { value = -1; }
+  };
+  const FactoryRegisterer<Leaf, Other> second("Other", "Plain");
+  EXPECT_EQ(Leaf::getFactory().createInstance({{"leaf_type", "Plain"}})->value, 1);
+}
+
+TEST(Factory, EndsTheProcessWithoutTheFamilyKey) {
+  MIVO_EXPECT_FATAL(Leaf::getFactory().createInstance(json::object()), "Factory:64",
+                    "json {} not contains key leaf_type");
+  MIVO_EXPECT_FATAL(Leaf::getFactory().createInstance(json{{"a", {1, 2}}}), "Factory:64",
+                    "json {\"a\":[1,2]} not contains key leaf_type");
+  MIVO_EXPECT_FATAL(Leaf::getFactory().createInstance(json("leaf_type")), "Factory:64",
+                    "json \"leaf_type\" not contains key leaf_type");
+}
+
+// The verbose level is read once per process, so each level has a child of its own, which starts
+// anew.
+class FactoryMessages : public testing::Test {
+ protected:
+  void SetUp() override { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+
+  template <class Action>
+  static void expectOutput(const char* level, const Action& action, const std::string& text) {
+    EXPECT_EXIT(
+        {
+          test::stdoutToStderr();
+          setenv("MIVO_VERBOSE_LEVEL", level, 1);
+          action();
+          std::exit(0);
+        },
+        testing::ExitedWithCode(0), testing::Eq(text))
+        << "level " << level;
+  }
+};
+
+TEST_F(FactoryMessages, AnUnknownNameGivesNullAndIsReportedFromLevelOne) {
+  const auto action = [] {
+    if (Leaf::getFactory().createInstance({{"leaf_type", "NoSuch"}}) != nullptr) std::exit(3);
+  };
+  const std::string text =
+      "I 0/1 Factory:54] getCreator NoSuch failed\n\n"
+      "I 0/1 Factory:74] createInstance NoSuch failed\n\n";
+  expectOutput("0", action, "");
+  expectOutput("1", action, text);
+}
+
+TEST_F(FactoryMessages, CreationAndSpecialParametersAreTracedAtLevelThree) {
+  const auto action = [] {
+    Leaf::getFactory().createInstance({{"leaf_type", "Plain"}, {"Plain_params", {{"value", 5}}}});
+    Leaf::getFactory().createInstance({{"leaf_type", "Plain"}});
+    getJsonByKey({{"key_2", 5}}, "key", 2);
+    getJsonByKey({{"key_2", 5}}, "key", 1);
+  };
+  expectOutput("2", action, "");
+  expectOutput("3", action,
+               "I 0/1 Factory:82] Leaf::createInstance: name Plain, params {\"value\":5}\n\n"
+               "I 0/1 Factory:82] Leaf::createInstance: name Plain, params null\n\n"
+               "I 0/1 ParPreconditionerAMG:9] use special params key_2\n");
+}
+
+TEST(Json, PrefersTheKeyOfTheLevel) {
+  const json j{{"key", 1}, {"key_2", 22}, {"key_-1", 33}};
+  EXPECT_EQ(getJsonByKey(j, "key", 2), 22);
+  EXPECT_EQ(getJsonByKey(j, "key", -1), 33);
+  EXPECT_EQ(getJsonByKey(j, "key", 0), 1);
+  EXPECT_TRUE(getJsonByKey(j, "other", 2).is_null());
+  EXPECT_TRUE(getJsonByKey(json(), "key", 2).is_null());
+  EXPECT_THROW(getJsonByKey(json::array(), "key", 2), json::type_error);
+}
+
+TEST(Plugin, AddsNewNamesAndCannotReplaceOldOnes) {
+  auto& factory = ParPreconditionerT<double, long, int>::getFactory();
+  ASSERT_EQ(factory.getMap().count("PrecondFromPlugin"), 0u);
+  Utils::loadPlugin(MIVO_TEST_PLUGIN);
+  const auto added = factory.createInstance(
+      {{"preconditioner_type", "PrecondFromPlugin"}, {"PrecondFromPlugin_params", {{"tag", "p"}}}});
+  ASSERT_NE(added, nullptr);
+  EXPECT_EQ(added->role, "p") << "the plugin's own create has run";
+  EXPECT_EQ(added->family_name, "ParPreconditionerT");
+
+  const auto kept = factory.createInstance({{"preconditioner_type", "PrecondIdentity"}});
+  EXPECT_NE((std::dynamic_pointer_cast<ParOperatorIdentityT<double, long, int>>(kept)), nullptr);
+}
+
+}  // namespace
+}  // namespace mivo
