@@ -26,6 +26,16 @@ struct LocalBlockT {
   CSRMatrixT<T, L> matrix;  ///< the rank's rows by the block's columns, numbered from 0
   MatrixT<T, L, MatrixLayoutRowMajor> product_buffer;  ///< partial product, one element per row
   typename SpMVCommPatternT<T, G, L>::SpmvColBlock* plan_block = nullptr;
+
+  // Rows that have entries, where they are few, and the row pointers from which they were read.
+  MatrixT<L, L, MatrixLayoutRowMajor> filled_rows;
+  const L* filled_rows_of = nullptr;
+  L filled_rows_nnz = 0;
+
+  bool hasFilledRows() const {
+    return filled_rows_of != nullptr && filled_rows_of == matrix.getRowPtr() &&
+           filled_rows_nnz == matrix.getNnz();
+  }
 };
 
 template <class T, class G, class L>

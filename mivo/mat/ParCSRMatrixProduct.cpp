@@ -2,16 +2,58 @@
 
 // Products of a distributed matrix with a vector.
 
+#include <cmath>
 #include <cstddef>
 #include <mutex>
+#include <type_traits>
 #include <vector>
 
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
 #include "mivo/ops/BlasOps.hpp"
+#include "mivo/ops/RowListOps.hpp"
 #include "mivo/utils/logging.hpp"
 
 namespace mivo {
+namespace {
+
+/// Lists the rows of a block of another rank that have entries, when these are at most half of
+/// them.
+template <class T, class G, class L>
+void listFilledRows(LocalBlockT<T, G, L>& block) {
+  const CSRMatrixT<T, L>& matrix = block.matrix;
+  block.filled_rows_of = nullptr;
+  const std::size_t rows = static_cast<std::size_t>(matrix.getRows());
+  std::vector<L> rowPtr(rows + 1, 0);
+  matrix.getDevice().rawCopyTo(rowPtr.size() * sizeof(L), matrix.getRowPtr(), Device(),
+                               rowPtr.data());
+  L filled = 0;
+  for (std::size_t i = 0; i < rows; ++i) filled += rowPtr[i + 1] > rowPtr[i] ? 1 : 0;
+  if (filled > matrix.getRows() / 2) return;
+  MatrixT<L, L, MatrixLayoutRowMajor> list;
+  list.create(filled, 1, Device());
+  L* next = list.getData();
+  for (std::size_t i = 0; i < rows; ++i) {
+    if (rowPtr[i + 1] > rowPtr[i]) *next++ = static_cast<L>(i);
+  }
+  block.filled_rows = list.toDevice(matrix.getDevice());
+  block.filled_rows_of = matrix.getRowPtr();
+  block.filled_rows_nnz = matrix.getNnz();
+}
+
+/// True when y + v has the bits of y for each y: v is the negative zero, or an integer zero.
+template <class T>
+bool addsNothing(const T& v) {
+  if constexpr (kIsComplex<T>) {
+    return addsNothing(v.re) && addsNothing(v.im);
+  } else if constexpr (std::is_floating_point_v<T>) {
+    return v == T(0) && std::signbit(v);
+  } else {
+    return v == T(0);
+  }
+}
+
+}  // namespace
 
 template <class T, class G, class L>
 void ParCSRMatrixT<T, G, L>::prepareMatVec(bool force) const {
@@ -25,13 +67,15 @@ void ParCSRMatrixT<T, G, L>::prepareMatVec(bool force) const {
     if (block.getNnz() > 0) block.getColElementCount(colCounts[p]);
   }
   impl.plan.create(impl.comm, impl.device, impl.col_part, colCounts);
-  impl.plan.recvTraversal([&impl](int p, typename Plan::SpmvColBlock* planBlock) {
+  const int rank = impl.rank();
+  impl.plan.recvTraversal([&impl, rank](int p, typename Plan::SpmvColBlock* planBlock) {
     const auto found = impl.local_blocks.find(p);
     MIVO_CHECK(found != impl.local_blocks.end());
     LocalBlockT<T, G, L>& block = found->second;
     planBlock->block = &block;
     block.plan_block = planBlock;
     block.product_buffer.resize(block.matrix.getRows(), 1, block.matrix.getDevice());
+    if (p != rank) listFilledRows(block);
   });
   impl.prepared = true;
 }
@@ -89,10 +133,29 @@ struct Product {
   void remote(Block* block) {
     MIVO_CHECK(block->block != nullptr);
     LocalBlockT<T, G, L>& local = *block->block;
-    if (local.matrix.getNnz() == 0) return;
-    local.matrix.aAxpby(a, block->recv_x, T(0), local.product_buffer);
+    const CSRMatrixT<T, L>& matrix = local.matrix;
+    if (matrix.getNnz() == 0) return;
+    // What the product gives for an empty row; not zero when `a` is not finite.
+    const T nothing = a * T(0) * T(1);
+    if (!local.hasFilledRows() || !isZero(nothing) || y.getRows() != matrix.getRows()) {
+      matrix.aAxpby(a, block->recv_x, T(0), local.product_buffer);
+      const std::lock_guard<std::mutex> guard(lock);
+      y += local.product_buffer;
+      return;
+    }
+    // The same numbers from the rows that have entries. On the others y + 0.0 only turns -0.0 into
+    // 0.0; the product with the own block leaves no -0.0 when a is 1 and b is 0, nor does any sum
+    // thereafter.
+    const bool keepsZeros = addsNothing(nothing) || (a == T(1) && isZero(b));
     const std::lock_guard<std::mutex> guard(lock);
-    y += local.product_buffer;
+    RowListOps<T, L>::addProduct(matrix.getDevice(), a, local.filled_rows.getSize(),
+                                 local.filled_rows.getData(), matrix.getRowPtr(),
+                                 matrix.getColIdx(), matrix.getValues(), block->recv_x.getData(),
+                                 y.getData());
+    if (!keepsZeros) {
+      RowListOps<T, L>::addToEmptyRows(matrix.getDevice(), matrix.getRows(), matrix.getRowPtr(),
+                                       nothing, y.getData());
+    }
   }
 };
 
