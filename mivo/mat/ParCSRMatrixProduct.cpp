@@ -41,6 +41,16 @@ void listFilledRows(LocalBlockT<T, G, L>& block) {
   block.filled_rows_nnz = matrix.getNnz();
 }
 
+/// y in the row partition, with as many columns as x.
+template <class Impl, class V>
+void createResult(const Impl& impl, const V& x, V& y) {
+  if (x.getCols() == 1) {
+    y.create(impl.row_part, impl.device, impl.comm);
+  } else {
+    y.create(impl.row_part, x.getColPartitioner(), impl.device, impl.comm);
+  }
+}
+
 /// True when y + v has the bits of y for each y: v is the negative zero, or an integer zero.
 template <class T>
 bool addsNothing(const T& v) {
@@ -177,7 +187,7 @@ void ParCSRMatrixT<T, G, L>::multiplyAdd(T a, const Vector& x, T b, Vector& y,
   if (!sameRows || !sameDevice) {
     MIVO_CHECK(sameRows || isZero(b)) << "aAxpby: A.rows!= y.rows";
     MIVO_CHECK(sameDevice || isZero(b)) << "aAxpby: A and y must on the same device";
-    y.create(impl.row_part, x.getColPartitioner(), impl.device, impl.comm);
+    createResult(impl, x, y);
   }
 
   Product<T, G, L> product{a, b, x.getLocalMatrix(-1), y.getLocalMatrix(-1), impl_->product_lock};
@@ -193,7 +203,7 @@ void ParCSRMatrixT<T, G, L>::shapeResult(const Vector& x, Vector& y) const {
   const bool fits = y.getRows() == impl.rows && y.getCols() == x.getCols() &&
                     y.getRowPartitioner() == impl.row_part && y.getComm() == impl.comm &&
                     y.getDevice().type == impl.device.type;
-  if (!fits) y.create(impl.row_part, x.getColPartitioner(), impl.device, impl.comm);
+  if (!fits) createResult(impl, x, y);
 }
 
 template <class T, class G, class L>

@@ -1,0 +1,416 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "mivo/mat/ParCSRMatrix.hpp"
+#include "tests/support/fatal.hpp"
+#include "tests/support/parsparse.hpp"
+
+namespace mivo {
+namespace {
+
+using test::columnOf;
+using test::denseAxpby;
+using test::HostCsr;
+using test::parSparseOf;
+using test::partsAt;
+using test::plainOf;
+using test::plainRows;
+using test::randomCsr;
+using test::smallVector;
+using test::sparseOf;
+using test::testDevices;
+using test::testShapes;
+using test::valuesOf;
+
+template <class T>
+using Matrix = ParCSRMatrixT<T, long, int>;
+template <class T>
+using Vector = ParMatrixT<T, long, int>;
+
+template <class T>
+class ParCSRMatrixTest : public testing::Test {};
+using ValueTypes = testing::Types<int, long, float, double, Complex<float>, Complex<double>>;
+TYPED_TEST_SUITE(ParCSRMatrixTest, ValueTypes);
+
+template <class T>
+std::vector<T> valuesOf(const Vector<T>& x) {
+  return test::valuesOf(x.getLocalMatrix());
+}
+
+/// What y must not keep when it is not to be read.
+template <class T>
+T garbage() {
+  if constexpr (kIsComplex<T>) {
+    return T(std::numeric_limits<RealType<T>>::quiet_NaN(), 1);
+  } else if constexpr (std::is_floating_point_v<T>) {
+    return std::numeric_limits<T>::quiet_NaN();
+  } else {
+    return T(12345);
+  }
+}
+
+/// The 2 by 5 matrix {1 . 2 . 3; . 4 . . 5} in column blocks of 2, 0 and 3 columns, the rows in one
+/// part.
+template <class T>
+Matrix<T> threeBlocks(const Device& device) {
+  std::vector<CSRMatrixT<T, int>> blocks(3);
+  blocks[0] = sparseOf(device, plainRows<T>(2, {{{0, T(1)}}, {{1, T(4)}}}));
+  blocks[2] = sparseOf(device, plainRows<T>(3, {{{2, T(3)}, {0, T(2)}}, {{2, T(5)}}}));
+  Matrix<T> A;
+  A.create(partsAt<long>({0, 2}), partsAt<long>({0, 2, 2, 5}), blocks, device);
+  return A;
+}
+
+// Products.
+
+TYPED_TEST(ParCSRMatrixTest, ProductEqualsDenseProduct) {
+  using T = TypeParam;
+  std::mt19937 rng(5);
+  for (const Device& device : testDevices()) {
+    for (const auto& [rows, cols] : testShapes()) {
+      const HostCsr<T> plain = randomCsr<T>(rng, rows, cols);
+      Matrix<T> A = parSparseOf(device, plain);
+      const std::vector<T> x = smallVector<T>(rng, cols);
+      const std::vector<T> y = smallVector<T>(rng, rows);
+      const Vector<T> px = columnOf(device, A.getColPartitioner(), x);
+      for (const auto& [a, b] : {std::pair<T, T>(2, 3), {1, 0}, {-1, 1}, {0, 2}, {0, 0}}) {
+        std::vector<T> start = y;
+        if (isZero(b)) start.assign(start.size(), garbage<T>());
+        Vector<T> py = columnOf(device, A.getRowPartitioner(), start);
+        const Vector<T> sameStorage = py;
+        A.aAxpby(a, px, b, py, nullptr);
+        // The rows of a matrix that lost its shape with its entries are scaled.
+        EXPECT_EQ(valuesOf(sameStorage), denseAxpby(plain.dense(), a, x, b, y))
+            << rows << " x " << cols;
+      }
+      EXPECT_EQ(valuesOf(A.matVec(px)), denseAxpby(plain.dense(), T(1), x, T(0), y));
+    }
+  }
+}
+
+TYPED_TEST(ParCSRMatrixTest, MatrixWithoutEntriesScalesY) {
+  using T = TypeParam;
+  for (const Device& device : testDevices()) {
+    Matrix<T> A;
+    A.create(3, 2, device);
+    const Vector<T> x = columnOf(device, A.getColPartitioner(), std::vector<T>{T(7), T(8)});
+    Vector<T> y = columnOf(device, A.getRowPartitioner(), std::vector<T>{T(1), T(2), T(3)});
+    A.aAxpby(T(1), x, T(2), y, nullptr);
+    EXPECT_EQ(valuesOf(y), (std::vector<T>{T(2), T(4), T(6)}));
+    y.fill(garbage<T>());
+    A.aAxpby(T(1), x, T(0), y, nullptr);
+    EXPECT_EQ(valuesOf(y), std::vector<T>(3, T(0)));
+  }
+}
+
+TEST(ParCSRMatrix, ProductShapesAResultThatIsNotReadButRefusesOneThatIs) {
+  for (const Device& device : testDevices()) {
+    Matrix<double> A = parSparseOf(device, plainRows<double>(2, {{{0, 1.}}, {{1, 2.}}, {{0, 3.}}}));
+    const Vector<double> x = columnOf(device, A.getColPartitioner(), std::vector<double>{1., 10.});
+    Vector<double> y(7, device);
+    A.matVec(x, y, nullptr);
+    EXPECT_EQ(valuesOf(y), (std::vector<double>{1., 20., 3.}));
+    // The right size in an unusual partition.
+    y.create(partsAt<long>({0, 3, 3}), device);
+    A.aAxpby(1., x, 0., y, nullptr);
+    EXPECT_EQ(valuesOf(y), (std::vector<double>{1., 20., 3.}));
+    EXPECT_EQ(y.getRowPartitioner(), A.getRowPartitioner());
+    y.create(partsAt<long>({0, 3, 3}), device);
+    MIVO_EXPECT_FATAL_TEXT(A.aAxpby(1., x, 1., y, nullptr), "aAxpby: A.rows!= y.rows");
+  }
+}
+
+TEST(ParCSRMatrix, ProductFollowsANewPattern) {
+  const Device device;
+  Matrix<double> A = parSparseOf(device, plainRows<double>(2, {{{0, 1.}}, {{1, 2.}}}));
+  const Vector<double> x = columnOf(device, A.getColPartitioner(), std::vector<double>{1., 10.});
+  EXPECT_EQ(valuesOf(A.matVec(x)), (std::vector<double>{1., 20.}));
+  A.setLocalMatrix({sparseOf(device, plainRows<double>(2, {{{0, 1.}, {1, 1.}}, {}}))});
+  A.prepareMatVec(true);
+  EXPECT_EQ(valuesOf(A.matVec(x)), (std::vector<double>{11., 0.}));
+  // A block without entries is not stored, and does not displace one that is.
+  A.setLocalMatrix({CSRMatrixT<double, int>()});
+  EXPECT_EQ(A.getNnzs(), 2);
+}
+
+TEST(ParCSRMatrix, EmptyMatrixTakesPartInEverything) {
+  for (const Device& device : testDevices()) {
+    for (Matrix<double> A : {Matrix<double>(), [&] {
+                               Matrix<double> m;
+                               m.create(0, 0, device);
+                               return m;
+                             }()}) {
+      Vector<double> x(0, A.getDevice()), y(0, A.getDevice());
+      A.aAxpby(1., x, 1., y, nullptr);
+      A.aAxpby(1., x, 0., y, nullptr);
+      EXPECT_EQ(A.matVec(x).getRows(), 0);
+      EXPECT_EQ(A.getNnzs(), 0);
+      EXPECT_EQ(A.getLocalRows(), 0);
+      EXPECT_EQ(A.getLocalMatrix(-1).getNnz(), 0);
+      EXPECT_EQ(A.getDiag().getRows(), 0);
+      EXPECT_EQ(A.gather(0).getRows(), 0);
+      EXPECT_TRUE(A == A.deepCopy());
+      long begin = -1, end = -1;
+      A.getOwnerShipRange(&begin, &end);
+      EXPECT_EQ(begin, 0);
+      EXPECT_EQ(end, 0);
+    }
+  }
+}
+
+TEST(ParCSRMatrix, ProductChecksItsVectorsInOrder) {
+  Matrix<double> A = parSparseOf(Device(), plainRows<double>(3, {{{0, 1.}}, {{1, 2.}}}));
+  const Vector<double> x(3, Device()), shortX(2, Device()), foreignX(3, Device(2, 0)),
+      selfX(3, Device(), kCommSelf);
+  Vector<double> y(2, Device()), longY(3, Device());
+  const Vector<double> wide(3, 2, Device());
+  Vector<double> wideY(2, 2, Device());
+  MIVO_EXPECT_FATAL_TEXT(A.aAxpby(1, shortX, 0, longY, nullptr), "aAxpby: A.cols != x.rows");
+  MIVO_EXPECT_FATAL_TEXT(A.aAxpby(1, foreignX, 0, longY, nullptr),
+                         "aAxpby: A.rows!= y.rows || x.cols != y.cols");
+  MIVO_EXPECT_FATAL_TEXT(A.aAxpby(1, wide, 0, y, nullptr),
+                         "aAxpby: A.rows!= y.rows || x.cols != y.cols");
+  MIVO_EXPECT_FATAL_TEXT(A.aAxpby(1, foreignX, 0, y, nullptr),
+                         "aAxpby: A and x must on the same device");
+  MIVO_EXPECT_FATAL_TEXT(A.aAxpby(1, selfX, 0, y, nullptr),
+                         "aAxpby: A and x must have the same comm");
+  MIVO_EXPECT_FATAL_TEXT(A.aAxpby(1, wide, 0, wideY, nullptr), "aAxpby: x.cols!= 1");
+  MIVO_EXPECT_FATAL_TEXT(A.exchangeMatVec(shortX, nullptr, nullptr, nullptr, nullptr),
+                         "aAxpby: A.cols != x.rows");
+  MIVO_EXPECT_FATAL_TEXT(A.exchangeMatVec(foreignX, nullptr, nullptr, nullptr, nullptr),
+                         "aAxpby: A and x must on the same device");
+  MIVO_EXPECT_FATAL_TEXT(A.exchangeMatVec(selfX, nullptr, nullptr, nullptr, nullptr),
+                         "aAxpby: A and x must have the same comm");
+}
+
+// Structure.
+
+TYPED_TEST(ParCSRMatrixTest, ColumnBlocksJoinWithGlobalColumns) {
+  using T = TypeParam;
+  for (const Device& device : testDevices()) {
+    const Matrix<T> A = threeBlocks<T>(device);
+    EXPECT_EQ(A.getRows(), 2);
+    EXPECT_EQ(A.getCols(), 5);
+    EXPECT_EQ(A.getNnzs(), 5);
+    EXPECT_EQ(A.getLocalMatrix(1).getRows(), 0);
+    EXPECT_EQ(A.getLocalMatrix(2).getCols(), 3);
+    const auto joined = A.getLocalMatrix(-1);
+    EXPECT_EQ(joined.getCols(), 5);
+    EXPECT_EQ(plainOf(joined),
+              (plainRows<T>(5, {{{0, T(1)}, {4, T(3)}, {2, T(2)}}, {{1, T(4)}, {4, T(5)}}})));
+    // One block per rank, however many parts the columns have.
+    std::vector<CSRMatrixT<T, int>> perRank(7);
+    A.getLocalMatrix(perRank);
+    ASSERT_EQ(perRank.size(), 1u);
+    EXPECT_EQ(perRank[0].getValues(), A.getLocalMatrix(0).getValues());
+    EXPECT_EQ(A.gather(0).getValues() != nullptr, true);
+
+    const Matrix<T> single = parSparseOf(device, plainOf(joined));
+    EXPECT_EQ(single.getLocalMatrix(-1).getValues(), single.getLocalMatrix(0).getValues());
+    EXPECT_TRUE(single == A);
+    EXPECT_EQ(valuesOf(A.getDiag()), (std::vector<T>{T(1), T(4)}));
+  }
+}
+
+TYPED_TEST(ParCSRMatrixTest, ElementsOfThePatternCanBeReadAndChanged) {
+  using T = TypeParam;
+  for (const Device& device : testDevices()) {
+    Matrix<T> A = threeBlocks<T>(device);
+    bool found = false;
+    EXPECT_EQ(A.getElementValue(0, 4, &found), T(3));
+    EXPECT_TRUE(found);
+    EXPECT_EQ(A.getElementValue(1, 3, &found), T(0));
+    EXPECT_FALSE(found);
+    EXPECT_TRUE(A.setElementValue(1, 4, T(9)));
+    EXPECT_EQ(A.getElementValue(1, 4, nullptr), T(9));
+    EXPECT_FALSE(A.setElementValue(0, 3, T(9)));
+    EXPECT_EQ(A.getNnzs(), 5);
+
+    A.sortRows();
+    EXPECT_EQ(plainOf(A.getLocalMatrix(2)),
+              (plainRows<T>(3, {{{0, T(2)}, {2, T(3)}}, {{2, T(9)}}})));
+    Matrix<T>::scale(A, T(2));
+    EXPECT_EQ(valuesOf(A.getDiag()), (std::vector<T>{T(2), T(8)}));
+    A.fill(T(5));
+    EXPECT_EQ(A.getElementValue(0, 2, nullptr), T(5));
+    EXPECT_EQ(A.getElementValue(1, 1, nullptr), T(5));
+  }
+}
+
+TEST(ParCSRMatrix, BlockTableHoldsStoredBlocksAndLeavesThePlanAlone) {
+  for (const Device& device : testDevices()) {
+    Matrix<double> A = threeBlocks<double>(device);
+    Matrix<double>::BlockTable table;
+    A.getRawMat(table);
+    ASSERT_EQ(table.getSize(), 2);
+    ASSERT_EQ(table.getDevice(), Device());
+    const auto& last = table.getData()[1];
+    EXPECT_EQ(last.rank, 2);
+    EXPECT_EQ(last.first_row, 0);
+    EXPECT_EQ(last.first_col, 2);
+    EXPECT_EQ(last.cols, 3);
+    EXPECT_EQ(last.nnz, 3);
+    EXPECT_EQ(last.values, A.getLocalMatrix(2).getValues());
+    EXPECT_EQ(last.row_end, last.row_begin + 1);
+    EXPECT_EQ(table.getData()[0].rank, 0);
+    EXPECT_EQ(table.getData()[0].x, nullptr);
+    EXPECT_EQ(A.getRawMatOnDev().getDevice().type, device.type);
+
+    Matrix<double> B = parSparseOf(device, plainRows<double>(2, {{{0, 1.}}, {{1, 2.}}}));
+    const Vector<double> x(2, device);
+    B.matVec(x);
+    B.getRawMat(table);
+    EXPECT_EQ(table.getData()[0].x, x.getLocalMatrix().getData());
+    EXPECT_NE(table.getData()[0].y, nullptr);
+  }
+}
+
+TEST(ParCSRMatrix, WrongConstructionEndsTheProcess) {
+  Matrix<double> A;
+  MIVO_EXPECT_FATAL_TEXT(
+      A.create(partsAt<long>({0, 2}), partsAt<long>({0, 1, 2}),
+               {CSRMatrixT<double, int>(), CSRMatrixT<double, int>(), CSRMatrixT<double, int>()},
+               Device()),
+      "num of col blocks should equal to the col partitioner size");
+  A.create(2, 2, Device());
+  Vector<double> d;
+  MIVO_EXPECT_FATAL_TEXT(A.getDiag(d, 1), "ParCSRMatrix only support diag with row partition");
+}
+
+// Rows and statistics.
+
+TEST(ParCSRMatrix, DiagonalIsZeroWhereThereIsNone) {
+  for (const Device& device : testDevices()) {
+    const Matrix<double> A =
+        parSparseOf(device, plainRows<double>(2, {{{1, 5.}}, {{1, 6.}, {0, 7.}}, {{0, 8.}}}));
+    Vector<double> d(3, device);
+    d.fill(garbage<double>());
+    A.getDiag(d);
+    EXPECT_EQ(valuesOf(d), (std::vector<double>{0., 6., 0.}));
+  }
+}
+
+TEST(ParCSRMatrix, RowNormsReachOverAllBlocks) {
+  for (const Device& device : testDevices()) {
+    const Matrix<double> A = threeBlocks<double>(device);
+    EXPECT_EQ(valuesOf(A.rowNorm(1.)), (std::vector<double>{6., 9.}));
+    EXPECT_EQ(valuesOf(A.rowNorm(0.)), (std::vector<double>{3., 5.}));
+    const std::vector<double> n2 = valuesOf(A.rowNorm(2.));
+    EXPECT_DOUBLE_EQ(n2[0], std::sqrt(14.));
+    EXPECT_DOUBLE_EQ(n2[1], std::sqrt(41.));
+    const Matrix<Complex<double>> C =
+        parSparseOf(device, plainRows<Complex<double>>(2, {{{1, {3., 4.}}, {0, {0., 1.}}}, {}}));
+    EXPECT_EQ(valuesOf(C.rowNorm(1.)), (std::vector<double>{6., 0.}));
+  }
+}
+
+TEST(ParCSRMatrix, SweepsOfOneRankFollowTheirFormulas) {
+  for (const Device& device : testDevices()) {
+    Matrix<double> A =
+        parSparseOf(device, plainRows<double>(2, {{{0, 4.}, {1, 2.}}, {{0, 1.}, {1, 8.}}}));
+    const auto part = A.getRowPartitioner();
+    const Vector<double> b = columnOf(device, part, std::vector<double>{10., 20.});
+    Vector<double> x = columnOf(device, part, std::vector<double>{1., 2.});
+    // x + omega (b - A x) / d with b - A x = (2, 3)
+    A.jacobi(b, x, 0.5);
+    EXPECT_EQ(valuesOf(x), (std::vector<double>{1.25, 2.1875}));
+    x = columnOf(device, part, std::vector<double>{1., 2.});
+    A.sor(b, x, 1., true);
+    EXPECT_EQ(valuesOf(x), (std::vector<double>{1.5, 2.3125}));
+    x = columnOf(device, part, std::vector<double>{1., 2.});
+    A.sor(b, x, 1., false);
+    EXPECT_EQ(valuesOf(x), (std::vector<double>{1.3125, 2.375}));
+  }
+}
+
+TYPED_TEST(ParCSRMatrixTest, StatisticsCountEntriesThatAreNotZero) {
+  using T = TypeParam;
+  for (const Device& device : testDevices()) {
+    Matrix<T> A = threeBlocks<T>(device);
+    A.setElementValue(0, 2, T(0));
+    const auto meta = A.computeMeta();
+    EXPECT_EQ(meta.rows, 2);
+    EXPECT_EQ(meta.cols, 5);
+    EXPECT_EQ(meta.nnzs, 5);
+    // Over rows squared, also for a rectangular matrix.
+    EXPECT_EQ(meta.sparse, 1.25);
+    EXPECT_EQ(meta.row_nnz_min, 2);
+    EXPECT_EQ(meta.row_nnz_max, 2);
+    EXPECT_EQ(meta.row_nnz_sum, 4);
+    EXPECT_EQ(meta.row_nnz_avg, 2);
+    EXPECT_EQ(meta.row_sum_min, kIsComplex<T> ? 0 : 4) << "complex minima start from 0";
+    EXPECT_EQ(meta.row_sum_max, 9);
+    EXPECT_EQ(meta.row_sum_sum, 13);
+    EXPECT_EQ(meta.row_sum_avg, 6.5);
+  }
+}
+
+TEST(ParCSRMatrix, StatisticsPrintAsATableRow) {
+  const auto meta = threeBlocks<double>(Device()).computeMeta();
+  EXPECT_EQ(meta.getTableHead(),
+            "       rows       cols       nnzs     sparse        min        max        avg"
+            "        min        max        avg");
+  EXPECT_EQ(meta.getString(),
+            "          2          5          5  1.250e+00  2.000e+00  3.000e+00  2.500e+00"
+            "  6.000e+00  9.000e+00  7.500e+00");
+}
+
+// Copies.
+
+TYPED_TEST(ParCSRMatrixTest, CopiesAreIndependentAndKeepThePartition) {
+  using T = TypeParam;
+  for (const Device& device : testDevices()) {
+    Matrix<T> A = threeBlocks<T>(device);
+    A.tagName = "fine";
+    Matrix<T> shared = A;
+    const Matrix<T> deep = A.deepCopy();
+    Matrix<T> moved;
+    moved.create(2, 5, device);
+    const Matrix<T> handle = moved;
+    A.toDevice(device, moved);
+    EXPECT_EQ(moved.tagName, "fine");
+    EXPECT_EQ(handle.getNnzs(), 5) << "a matrix of the same shape is reused";
+    const Matrix<T> onHost = A.toDevice(Device());
+    EXPECT_EQ(onHost.getDevice(), Device());
+    A.fill(T(7));
+    EXPECT_EQ(shared.getElementValue(0, 2, nullptr), T(7));
+    for (const Matrix<T>& copy : {deep, moved, onHost}) {
+      EXPECT_EQ(copy.getColPartitioner(), A.getColPartitioner());
+      EXPECT_EQ(copy.getElementValue(0, 2, nullptr), T(2));
+      EXPECT_EQ(copy.getLocalMatrix(2).getNnz(), 3);
+    }
+    EXPECT_FALSE(deep == A);
+    A.toDevice(device, A);
+    EXPECT_EQ(A.getElementValue(0, 2, nullptr), T(7));
+    EXPECT_EQ(shared.getNnzs(), 5);
+  }
+}
+
+TYPED_TEST(ParCSRMatrixTest, GatherUndoesScatter) {
+  using T = TypeParam;
+  std::mt19937 rng(9);
+  for (const Device& device : testDevices()) {
+    for (const auto& [rows, cols] : testShapes()) {
+      const HostCsr<T> plain = randomCsr<T>(rng, rows, cols);
+      const auto A = Matrix<T>::scatter(kCommWorld, 0, sparseOf(device, plain));
+      EXPECT_EQ(A.getRows(), rows);
+      EXPECT_EQ(A.getCols(), cols);
+      EXPECT_EQ(A.getDevice(), device);
+      const auto whole = A.gather(0);
+      if (plain.values.empty()) {
+        EXPECT_EQ(whole.getRows(), 0);
+      } else {
+        EXPECT_EQ(plainOf(whole), plain);
+        EXPECT_EQ(whole.getDevice(), device);
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace mivo
