@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "report.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <iomanip>
+#include <sstream>
+
+namespace mivo_solve {
+namespace {
+
+std::string scientific(double value) {
+  if (std::isnan(value)) {
+    return "nan";
+  }
+  std::ostringstream text;
+  text << std::scientific << std::setprecision(3) << value;
+  return text.str();
+}
+
+void printLine(std::ostream& out, const std::string& title, const std::string& value) {
+  out << std::left << std::setw(28) << title << std::right << value << "\n";
+}
+
+}  // namespace
+
+double Report::bound() const { return 2 * rtol * std::max(normB, normR0); }
+
+bool Report::converged() const {
+  // Written so that NaN on either side does not pass.
+  return finiteX && std::isfinite(bound()) && normR <= bound();
+}
+
+double Report::trueRelres() const {
+  if (normB == 0) {
+    return normR == 0 ? 0.0 : kNone;
+  }
+  return normR / normB;
+}
+
+void printReport(const Report& report, std::ostream& out) {
+  out << "\n";
+  printLine(out, "set-up time", scientific(report.setupTime) + " s");
+  printLine(out, "solve time", scientific(report.solveTime) + " s");
+  printLine(out, "iterations",
+            report.iterations < 0 ? "not reported" : std::to_string(report.iterations));
+  printLine(out, "|r|/|b| by the solver",
+            std::isnan(report.reportedRelres) ? "not reported" : scientific(report.reportedRelres));
+  printLine(out, "|b - A x|/|b| recomputed", scientific(report.trueRelres()));
+  const std::string relation =
+      scientific(report.normR) + (report.converged() ? " <= " : " > ") + scientific(report.bound());
+  printLine(out, report.converged() ? "converged" : "NOT converged",
+            "|b - A x| " + relation + " = 2 rtol max(|b|, |r0|)");
+  if (!report.finiteX) {
+    out << "x has entries that are not finite\n";
+  }
+  out.flush();
+}
+
+std::string jsonLine(const Report& report) {
+  json line;
+  line["status"] = report.status();
+  line["converged"] = report.converged();
+  line["testcase"] = report.testcase;
+  line["solver"] = report.solver;
+  line["device"] = report.device;
+  line["ranks"] = report.ranks;
+  line["matrix"] = report.matrix;
+  line["operators"] = report.operators;
+  line["setup_time"] = report.setupTime;
+  line["solve_time"] = report.solveTime;
+  line["iterations"] = report.iterations < 0 ? json() : json(report.iterations);
+  line["relres_reported"] = report.reportedRelres;
+  line["relres_true"] = report.trueRelres();
+  line["rtol"] = report.rtol;
+  line["norm_b"] = report.normB;
+  line["norm_r0"] = report.normR0;
+  line["norm_r"] = report.normR;
+  line["bound"] = report.bound();
+  line["notes"] = report.notes;
+  // Numbers that are not finite become null.
+  return line.dump(-1, ' ', true, json::error_handler_t::replace);
+}
+
+}  // namespace mivo_solve
