@@ -1,0 +1,227 @@
+// SPDX-License-Identifier: Apache-2.0
+/// docs/configuration.md lists every registered name with its keys. Here each of them is tried: its
+/// default changes nothing, another value is seen in the outcome of a run, and a key that the page
+/// says has no effect has none.
+
+#include <gmock/gmock.h>
+
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include "driver_process.hpp"
+#include "examples/mivo-solve/schema.hpp"
+
+namespace driver_test {
+namespace {
+
+struct Row {
+  std::string key;
+  std::string type;
+  std::string initial;  ///< the column Default
+  std::string role;
+};
+
+/// Rows of the tables by the names in the heading above them.
+std::map<std::string, std::vector<Row>> readDocument() {
+  std::ifstream file(std::string(MIVO_PROJECT_FOLDER) + "/docs/configuration.md");
+  std::map<std::string, std::vector<Row>> document;
+  std::vector<std::string> names;
+  const std::regex cells(R"(\| `(\w+)` \| (\w+) \| (\S.*?) \| (\w+) \| .+ \|)");
+  const std::regex name("`(\\w+)`");
+  for (std::string line; std::getline(file, line);) {
+    if (line.compare(0, 2, "##") == 0) {
+      names.clear();
+      if (line == "### Any object") {
+        names = {"*"};
+      } else if (line.compare(0, 4, "### ") == 0) {
+        for (std::sregex_iterator at(line.begin(), line.end(), name), end; at != end; ++at) {
+          names.push_back((*at)[1]);
+        }
+      }
+      for (const std::string& each : names) {
+        document[each];
+      }
+    }
+    std::smatch found;
+    if (std::regex_match(line, found, cells)) {
+      for (const std::string& each : names) {
+        document[each].push_back({found[1], found[2], found[3], found[4]});
+      }
+    }
+  }
+  return document;
+}
+
+std::string familyOf(const std::string& name) {
+  if (name.compare(0, 6, "Solver") == 0) return "solver";
+  if (name.compare(0, 7, "Precond") == 0) return "preconditioner";
+  return "testcase";
+}
+
+/// Schema of a key, with references followed.
+json resolved(json node) {
+  while (node.contains("$ref")) {
+    node = mivo_solve::schemaDocument().at(
+        json::json_pointer(node["$ref"].get<std::string>().substr(1)));
+  }
+  return node;
+}
+
+json keysInSchema(const std::string& name) {
+  const json family = mivo_solve::schemaDocument().at("definitions").at(familyOf(name));
+  return resolved(family.at("properties").at(name + "_params")).at("properties");
+}
+
+TEST(ConfigurationDocument, AgreesWithTheSchemaInNamesKeysTypesAndDefaults) {
+  auto document = readDocument();
+  ASSERT_EQ(document.erase("*"), 1u);
+  std::set<std::string> documented;
+  for (const auto& [name, rows] : document) {
+    documented.insert(name);
+    const json keys = keysInSchema(name);
+    std::set<std::string> listed;
+    for (const Row& row : rows) {
+      SCOPED_TRACE(name + "." + row.key);
+      listed.insert(row.key);
+      ASSERT_TRUE(keys.contains(row.key));
+      const json key = resolved(keys.at(row.key));
+      EXPECT_EQ(row.type, key.value("type", "string"));
+      const json initial = row.initial == "none" ? json() : json::parse(row.initial);
+      EXPECT_EQ(initial, key.value("default", json()));
+    }
+    EXPECT_EQ(listed.size(), keys.size()) << name;
+  }
+  std::set<std::string> registered;
+  for (const std::string family : {"testcase", "solver", "preconditioner"}) {
+    for (const std::string name : mivo_solve::schemaDocument()["definitions"][family]["properties"]
+                                                               [family + "_type"]["enum"]) {
+      registered.insert(name);
+    }
+  }
+  EXPECT_EQ(documented, registered);
+}
+
+/// A value that differs from the default, by key.
+const std::map<std::string, json>& otherValues() {
+  static const std::map<std::string, json> values = {
+      {"tagName", "mark"},
+      {"device", "cuda:9"},
+      {"dim", 1},
+      {"N", 21},
+      {"rhs", "random"},
+      {"filename_A", "A2.mtx"},
+      {"filename_b", "b.mtx"},
+      {"filename_x", "x.mtx"},
+      {"preconditioner", {{"preconditioner_type", "PrecondJacobi"}}},
+      {"verbose", 2},
+      {"verb", 1},
+      {"rtol", 1e-3},
+      {"max_its", 3},
+      {"btol", 1e-3},
+      {"atol", 1.0},
+      {"relax", 0.75},
+      {"nsweeps", 3},
+      {"initial_zero", false},
+      {"max_iters", 4},
+      {"order", 2.5},
+      {"forward", false}};
+  return values;
+}
+
+/// Outcome of a run with everything that varies by chance taken out.
+struct Trace {
+  json report;
+  std::string texts;
+  std::string solution;
+
+  bool operator==(const Trace& other) const {
+    return report == other.report && texts == other.texts && solution == other.solution;
+  }
+};
+
+class DocumentedKeys : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    folder_.write("A.mtx",
+                  "%%MatrixMarket matrix coordinate real symmetric\n3 3 5\n1 1 4\n2 1 -1\n2 2 4\n3 "
+                  "2 -1\n3 3 4\n");
+    folder_.write("A2.mtx",
+                  "%%MatrixMarket matrix coordinate real general\n3 3 3\n1 1 2\n2 2 4\n3 3 7\n");
+    folder_.write("b.mtx", "%%MatrixMarket matrix array real general\n3 1\n5\n6\n7\n");
+    folder_.write("x.mtx", "%%MatrixMarket matrix array real general\n3 1\n1\n2\n3\n");
+  }
+
+  /// A run in which `name` plays a part, with these parameters and keys beside its type key.
+  Trace run(const std::string& name, const json& params, const json& beside = json::object()) {
+    json object = beside;
+    const std::string family = familyOf(name);
+    object[family + "_type"] = name;
+    object[name + "_params"] = params;
+    json configuration = poissonConfiguration("SolverPCG", json::object(), 10);
+    std::vector<std::string> arguments = {"c.json", "--json", "--solution", "out.mtx"};
+    if (family == "preconditioner") {
+      configuration["solver"]["SolverPCG_params"]["preconditioner"] = object;
+    } else {
+      configuration[family] = object;
+    }
+    if (name == "MatrixMarket" && params.value("filename_x", "") != "") {
+      arguments.insert(arguments.end(), {"--start", "testcase"});
+    }
+    folder_.write("c.json", configuration.dump());
+    folder_.write("out.mtx", "");
+    const Outcome outcome = folder_.run(arguments);
+    Trace trace{reportOf(outcome), outcome.err, folder_.read("out.mtx")};
+    trace.report.erase("setup_time");
+    trace.report.erase("solve_time");
+    return trace;
+  }
+
+  Folder folder_;
+};
+
+TEST_F(DocumentedKeys, HaveTheirDefaultsAndTheirEffects) {
+  std::size_t tried = 0;
+  for (const auto& [name, rows] : readDocument()) {
+    for (const Row& row : rows) {
+      if (name == "*") {
+        continue;
+      }
+      SCOPED_TRACE(name + "." + row.key);
+      ASSERT_EQ(otherValues().count(row.key), 1u) << "no value to try";
+      // Two sweeps, so that damping and the start of an application are more than a factor.
+      json params = json::object();
+      if (familyOf(name) == "preconditioner" && row.key != "nsweeps" &&
+          keysInSchema(name).contains("nsweeps")) {
+        params["nsweeps"] = 2;
+      }
+      if (name == "MatrixMarket") {
+        params["filename_A"] = "A.mtx";
+      }
+      const Trace base = run(name, params);
+      EXPECT_TRUE(base.report.value("converged", false) || name == "PrecondSOR") << base.texts;
+      if (row.initial != "none") {
+        json same = params;
+        same[row.key] = json::parse(row.initial);
+        EXPECT_TRUE(run(name, same) == base) << "the default is not " << row.initial;
+      }
+      json other = params;
+      other[row.key] = otherValues().at(row.key);
+      const bool effective = row.role == "any" || row.role == familyOf(name);
+      EXPECT_EQ(!(run(name, other) == base), effective);
+      ++tried;
+    }
+  }
+  EXPECT_GT(tried, 40u);
+}
+
+TEST_F(DocumentedKeys, TagShowsInTheOperatorTree) {
+  for (const std::string name : {"SolverPCG", "SolverSOR", "PrecondJacobi", "PrecondIdentity"}) {
+    const Trace tagged = run(name, json::object(), {{"tagName", "mark"}});
+    EXPECT_THAT(tagged.report.value("operators", ""), ::testing::HasSubstr("[mark]")) << name;
+  }
+}
+
+}  // namespace
+}  // namespace driver_test

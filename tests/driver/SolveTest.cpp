@@ -1,0 +1,339 @@
+// SPDX-License-Identifier: Apache-2.0
+/// Runs of mivo-solve with sound input: exit status, report and files.
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <sstream>
+
+#include "driver_process.hpp"
+
+namespace driver_test {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::Not;
+
+/// Values of an array file with one column.
+std::vector<double> readVector(const std::string& text) {
+  std::istringstream in(text);
+  std::string line;
+  while (std::getline(in, line) && line[0] == '%') {
+  }
+  std::vector<double> values;
+  for (double value; in >> value;) {
+    values.push_back(value);
+  }
+  return values;
+}
+
+/// The system of `text` and b has the solution 1, 2 (and its conjugates): b is made to fit.
+struct SoundFile {
+  const char* name;
+  std::string matrix;
+  std::string rhs;
+  std::vector<double> solution;
+};
+
+std::ostream& operator<<(std::ostream& out, const SoundFile& sound) { return out << sound.name; }
+
+class SoundFileTest : public ::testing::TestWithParam<SoundFile> {};
+
+TEST_P(SoundFileTest, GivesTheSolution) {
+  const SoundFile& sound = GetParam();
+  const Folder folder;
+  folder.write("c.json", fileConfiguration().dump());
+  folder.write("A.mtx", sound.matrix);
+  folder.write("b.mtx", sound.rhs);
+  const Outcome outcome = folder.run({"c.json", "--json", "--solution", "x.mtx"});
+  ASSERT_EQ(outcome.status, 0) << outcome.out << outcome.err;
+  const std::vector<double> x = readVector(folder.read("x.mtx"));
+  ASSERT_EQ(x.size(), sound.solution.size()) << folder.read("x.mtx");
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    EXPECT_NEAR(x[i], sound.solution[i], 1e-7);
+  }
+}
+
+// A = [4 -1; -1 3], x = (1, 2), b = (2, 5).
+const std::string kGeneral =
+    "%%MatrixMarket matrix coordinate real general\n2 2 4\n1 1 4\n1 2 -1\n2 1 -1\n2 2 3\n";
+const std::string kRhs = "%%MatrixMarket matrix array real general\n2 1\n2\n5\n";
+const std::vector<double> kSolution = {1, 2};
+
+INSTANTIATE_TEST_SUITE_P(
+    All, SoundFileTest,
+    ::testing::Values(
+        SoundFile{"General", kGeneral, kRhs, kSolution},
+        SoundFile{"Symmetric",
+                  "%%MatrixMarket matrix coordinate real symmetric\n2 2 3\n1 1 4\n2 1 -1\n2 2 3\n",
+                  kRhs, kSolution},
+        SoundFile{"Integer",
+                  "%%MatrixMarket matrix coordinate integer general\n2 2 4\n1 1 4\n1 2 -1\n2 1 "
+                  "-1\n2 2 3\n",
+                  "%%MatrixMarket matrix array integer general\n2 1\n2\n5\n", kSolution},
+        SoundFile{"HeaderWithoutSymmetry",
+                  "%%MatrixMarket matrix coordinate real\n2 2 4\n1 1 4\n1 2 -1\n2 1 -1\n2 2 3\n",
+                  kRhs, kSolution},
+        SoundFile{"CommentsAndEmptyLines",
+                  "%%MatrixMarket matrix coordinate real general\n% one\n\n%\n2 2 4\n\n1 1 4\n1 2 "
+                  "-1\n2 1 -1\n\n2 2 3\n\n",
+                  kRhs, kSolution},
+        SoundFile{"TabsSignsExponents",
+                  "%%MatrixMarket matrix coordinate real general\n 2\t2  4\n1\t1\t+4.0E+00\n 1 2 "
+                  "-10e-1 \n2 1 -.1e1\n2 2 3.",
+                  kRhs, kSolution},
+        SoundFile{
+            "AnyOrder",
+            "%%MatrixMarket matrix coordinate real general\n2 2 4\n2 2 3\n2 1 -1\n1 2 -1\n1 1 4\n",
+            kRhs, kSolution},
+        SoundFile{"OneWordSizeLine", kGeneral, "%%MatrixMarket matrix array real general\n2\n2 5\n",
+                  kSolution},
+        // A = [4 i; -i 3], x = (1, 1 - i), b = (5 + i, 3 - 4 i).
+        SoundFile{"Complex",
+                  "%%MatrixMarket matrix coordinate complex general\n2 2 4\n1 1 4 0\n1 2 0 1\n2 1 "
+                  "0 -1\n2 2 3 0\n",
+                  "%%MatrixMarket matrix array complex general\n2 1\n5 1\n3 -4\n",
+                  {1, 0, 1, -1}}),
+    [](const auto& sound) { return std::string(sound.param.name); });
+
+/// A configuration, the status in which it ends, and a text of the report.
+struct SoundRun {
+  const char* name;
+  json configuration;
+  int status;
+};
+
+std::ostream& operator<<(std::ostream& out, const SoundRun& run) { return out << run.name; }
+
+class SoundRunTest : public ::testing::TestWithParam<SoundRun> {};
+
+TEST_P(SoundRunTest, EndsInItsStatusWithAnHonestReport) {
+  const SoundRun& run = GetParam();
+  const Folder folder;
+  folder.write("c.json", run.configuration.dump());
+  const Outcome outcome = folder.run({"c.json", "--json"});
+  EXPECT_EQ(outcome.status, run.status) << outcome.out << outcome.err;
+  const json report = reportOf(outcome);
+  EXPECT_EQ(report.value("status", -1), run.status);
+  EXPECT_EQ(report.value("converged", run.status != 0), run.status == 0);
+  if (report["norm_r"].is_number()) {
+    const double bound = 2 * report["rtol"].get<double>() *
+                         std::max(report["norm_b"].get<double>(), report["norm_r0"].get<double>());
+    EXPECT_EQ(report["norm_r"].get<double>() <= bound, run.status == 0);
+  }
+}
+
+json preconditioned(const std::string& name, const json& params = json::object()) {
+  return {{"preconditioner", {{"preconditioner_type", name}, {name + "_params", params}}}};
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, SoundRunTest,
+    ::testing::Values(
+        SoundRun{"PcgAlone", poissonConfiguration(), 0},
+        SoundRun{"PcgJacobi", poissonConfiguration("SolverPCG", preconditioned("PrecondJacobi")),
+                 0},
+        SoundRun{"PcgSsor", poissonConfiguration("SolverPCG", preconditioned("PrecondSSOR")), 0},
+        SoundRun{"PcgJacobiLp",
+                 poissonConfiguration("SolverPCG", preconditioned("PrecondJacobiLp")), 0},
+        SoundRun{"Jacobi", poissonConfiguration("SolverJacobi"), 0},
+        SoundRun{"JacobiLp", poissonConfiguration("SolverJacobiLp"), 0},
+        SoundRun{"Sor", poissonConfiguration("SolverSOR", {{"relax", 1.5}}), 0},
+        SoundRun{"Ssor", poissonConfiguration("SolverSSOR"), 0},
+        SoundRun{"OnlyBoundaryPoints", poissonConfiguration("SolverPCG", json::object(), 2), 0},
+        SoundRun{"OneUnknown", poissonConfiguration("SolverPCG", json::object(), 1), 0},
+        SoundRun{"PreOnly", poissonConfiguration("SolverPreOnly"), 2},
+        SoundRun{"TooFewIterations", poissonConfiguration("SolverPCG", {{"max_its", 3}}), 2},
+        SoundRun{"NoIterations", poissonConfiguration("SolverPCG", {{"max_its", 0}}), 2},
+        SoundRun{"SorWithoutIterations", poissonConfiguration("SolverSOR", {{"max_its", 0}}), 2},
+        SoundRun{"UnreachableTolerance",
+                 poissonConfiguration("SolverPCG", {{"rtol", 1e-30}, {"max_its", 100}}), 2},
+        SoundRun{"StoppedEarlyByBtol", poissonConfiguration("SolverPCG", {{"btol", 0.1}}), 2},
+        SoundRun{"DivergingJacobi", poissonConfiguration("SolverJacobi", {{"relax", 9.0}}), 2},
+        SoundRun{"DivergingSor", poissonConfiguration("SolverSOR", {{"relax", -9.0}}), 2},
+        SoundRun{
+            "OverflowingPreconditioner",
+            poissonConfiguration("SolverPCG", preconditioned("PrecondJacobi",
+                                                             {{"relax", 1e308}, {"nsweeps", 9}})),
+            2},
+        SoundRun{
+            "PreconditionerOfNoSweeps",
+            poissonConfiguration("SolverPCG", preconditioned("PrecondJacobi", {{"nsweeps", 0}})),
+            2}),
+    [](const auto& sound) { return std::string(sound.param.name); });
+
+TEST(Solve, PrintsStatisticsTreeTableAndResiduals) {
+  const Folder folder;
+  folder.write("c.json", poissonConfiguration("SolverPCG", preconditioned("PrecondJacobi")).dump());
+  const Outcome outcome = folder.run({"c.json"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  for (const char* text :
+       {"rows       cols       nnzs", "        144        144        544", "ParSolverT SolverPCG\n",
+        "  preconditioner ParPreconditionerT PrecondJacobi\n",
+        "Begin solving equation: size 144 solver PCG device cpu:0", "|r|/|r0|",
+        "Finish solving using PCG", "set-up time", "solve time", "iterations",
+        "|r|/|b| by the solver", "|b - A x|/|b| recomputed", "converged"}) {
+    EXPECT_THAT(outcome.out, HasSubstr(text));
+  }
+  const Outcome quiet = folder.run({"c.json", "--quiet"});
+  EXPECT_THAT(quiet.out, Not(HasSubstr("Begin solving")));
+}
+
+TEST(Solve, JsonIsOneLineEvenUnderVerbose) {
+  const Folder folder;
+  folder.write("c.json", poissonConfiguration("SolverPCG", {{"verbose", 2}, {"verb", 1}}).dump());
+  const Outcome outcome = folder.run({"c.json", "--json"});
+  EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 1);
+  const json report = reportOf(outcome);
+  EXPECT_EQ(report["matrix"]["rows"], 144);
+  EXPECT_EQ(report["solver"], "SolverPCG");
+  EXPECT_GT(report["iterations"], 0);
+  EXPECT_NEAR(report["relres_true"].get<double>(), report["relres_reported"].get<double>(), 1e-9);
+  EXPECT_THAT(outcome.err, HasSubstr("Begin solving"));
+}
+
+TEST(Solve, HistoryHoldsEachIteration) {
+  const Folder folder;
+  folder.write("c.json", poissonConfiguration("SolverPCG").dump());
+  const json report = reportOf(folder.run({"c.json", "--json", "--history", "h.csv"}));
+  std::istringstream history(folder.read("h.csv"));
+  std::string line;
+  std::getline(history, line);
+  EXPECT_EQ(line, "iteration,residual,relative_to_start,relative_to_b");
+  int rows = 0;
+  while (std::getline(history, line)) {
+    EXPECT_EQ(line.compare(0, line.find(','), std::to_string(rows)), 0) << line;
+    ++rows;
+  }
+  EXPECT_EQ(rows, report["iterations"].get<int>() + 1);
+}
+
+TEST(Solve, HistoryOfASolverThatLogsNothingHoldsStartAndEnd) {
+  const Folder folder;
+  folder.write("c.json", poissonConfiguration("SolverJacobi").dump());
+  const Outcome outcome = folder.run({"c.json", "--history", "h.csv"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.out, HasSubstr("note: SolverJacobi logs no iterations"));
+  const std::string history = folder.read("h.csv");
+  EXPECT_EQ(std::count(history.begin(), history.end(), '\n'), 3);
+}
+
+TEST(Solve, ZeroRightHandSideIsAnsweredWithoutASolver) {
+  const Folder folder;
+  folder.write("c.json", fileConfiguration().dump());
+  folder.write("A.mtx", kGeneral);
+  folder.write("b.mtx", "%%MatrixMarket matrix array real general\n2 1\n0\n-0.0\n");
+  const Outcome outcome = folder.run({"c.json", "--json", "--solution", "x.mtx"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(readVector(folder.read("x.mtx")), (std::vector<double>{0, 0}));
+  EXPECT_THAT(reportOf(outcome)["notes"].dump(), HasSubstr("b is zero"));
+}
+
+TEST(Solve, MissingRightHandSideMakesTheSolutionAllOnes) {
+  const Folder folder;
+  folder.write("c.json", fileConfiguration().dump());
+  folder.write("A.mtx", kGeneral);
+  const Outcome outcome = folder.run(
+      {"c.json", "--set", "testcase.MatrixMarket_params.filename_b=", "--solution", "x.mtx"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, HasSubstr("note: no filename_b"));
+  const std::vector<double> x = readVector(folder.read("x.mtx"));
+  ASSERT_EQ(x.size(), 2u);
+  EXPECT_NEAR(x[0], 1, 1e-7);
+  EXPECT_NEAR(x[1], 1, 1e-7);
+}
+
+TEST(Solve, UnsolvableSystemsEndInStatusTwo) {
+  const Folder folder;
+  folder.write("c.json", fileConfiguration().dump());
+  folder.write("b.mtx", kRhs);
+  // An empty row, a singular matrix, an indefinite one on which the method breaks down, and values
+  // near the limits.
+  for (const char* entries : {"2 2 1\n1 1 4\n", "2 2 4\n1 1 1\n1 2 1\n2 1 1\n2 2 1\n",
+                              "2 2 2\n1 2 1\n2 1 -1\n", "2 2 2\n1 1 1e308\n2 2 1e308\n"}) {
+    folder.write("A.mtx", std::string("%%MatrixMarket matrix coordinate real general\n") + entries);
+    for (const char* solver : {"SolverPCG", "SolverJacobi", "SolverSOR"}) {
+      const Outcome outcome =
+          folder.run({"c.json", "--json", "--set", std::string("solver.solver_type=") + solver});
+      const json report = reportOf(outcome);
+      if (outcome.status == 0) {
+        EXPECT_LE(report["norm_r"], report["bound"]) << entries << solver;
+        EXPECT_THAT(entries, HasSubstr("1e308")) << solver;
+      } else {
+        EXPECT_EQ(outcome.status, 2) << entries << solver << outcome.err;
+      }
+    }
+  }
+}
+
+TEST(Solve, StartVectorOfTheTestcase) {
+  const Folder folder;
+  json configuration = fileConfiguration();
+  configuration["testcase"]["MatrixMarket_params"]["filename_x"] = "x.mtx";
+  folder.write("c.json", configuration.dump());
+  folder.write("A.mtx", kGeneral);
+  folder.write("b.mtx", kRhs);
+  folder.write("x.mtx", "%%MatrixMarket matrix array real general\n2 1\n1\n2\n");
+  const json fromZero = reportOf(folder.run({"c.json", "--json"}));
+  EXPECT_EQ(fromZero["norm_r0"], fromZero["norm_b"]);
+  const json fromFile = reportOf(folder.run({"c.json", "--json", "--start", "testcase"}));
+  EXPECT_EQ(fromFile["norm_r0"], 0.0);
+  EXPECT_EQ(fromFile["iterations"], 0);
+  EXPECT_EQ(fromFile["status"], 0);
+}
+
+TEST(Solve, FileNamesAreTriedBesideTheConfiguration) {
+  const Folder folder;
+  std::filesystem::create_directory(folder.path() / "sub");
+  folder.write("sub/c.json", fileConfiguration().dump());
+  folder.write("sub/A.mtx", kGeneral);
+  folder.write("sub/b.mtx", kRhs);
+  EXPECT_EQ(folder.run({"sub/c.json", "--json"}).status, 0);
+}
+
+TEST(Solve, CheckStopsBeforeSolving) {
+  const Folder folder;
+  folder.write("c.json", poissonConfiguration("SolverPreOnly").dump());
+  const Outcome outcome =
+      folder.run({"c.json", "--check", "--set", "solver.SolverPCG_params.rtol=0.1"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.out, HasSubstr("c.json: configuration and files can be used"));
+  EXPECT_THAT(outcome.out, HasSubstr("note: /solver/SolverPCG_params is not used"));
+}
+
+TEST(Solve, HelpVersionSchemaAndListNeedNoConfiguration) {
+  const Folder folder;
+  EXPECT_THAT(folder.run({"--help"}).out, HasSubstr("Exit status:"));
+  EXPECT_THAT(folder.run({"--version"}).out, MatchesRegex("mivo-solve [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+  EXPECT_THAT(folder.run({"--list"}).out, HasSubstr("SolverPCG"));
+  EXPECT_EQ(folder.run({"--schema"}).out,
+            readAll(std::string(MIVO_PROJECT_FOLDER) + "/examples/mivo-solve/mivo.schema.json"));
+}
+
+TEST(Solve, ReadyConfigurationsConverge) {
+  const Folder folder;
+  for (const char* name : {"poisson2d-jacobi", "poisson3d-ssor", "matrix-market"}) {
+    const std::string file =
+        std::string(MIVO_PROJECT_FOLDER) + "/examples/configs/" + name + ".json";
+    const Outcome outcome = folder.run({file, "--json"});
+    EXPECT_EQ(outcome.status, 0) << name << outcome.err;
+    EXPECT_EQ(reportOf(outcome)["rtol"], 1e-8);
+  }
+}
+
+TEST(Solve, CommittedDataIsWhatTheGeneratorWrites) {
+  const Folder folder;
+  ASSERT_EQ(std::system((std::string("\"") + MIVO_GENERATE_PROGRAM + "\" \"" +
+                         folder.path().string() + "\"")
+                            .c_str()),
+            0);
+  for (const char* name : {"diffusion.mtx", "diffusion-b.mtx"}) {
+    EXPECT_TRUE(folder.read(name) ==
+                readAll(std::string(MIVO_PROJECT_FOLDER) + "/examples/data/" + name))
+        << name;
+  }
+}
+
+}  // namespace
+}  // namespace driver_test

@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+#include <vector>
+
+/// Helpers that run the program mivo-solve in a folder of its own.
+namespace driver_test {
+
+using json = nlohmann::json;
+
+struct Outcome {
+  int status = -1;  ///< exit status; 128 and more for a signal, -1 when it had to be stopped
+  std::string out;
+  std::string err;
+};
+
+inline std::string readAll(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+/// An empty folder under the system's temporary one, gone with the object.
+class Folder {
+ public:
+  Folder() {
+    std::string name = (std::filesystem::temp_directory_path() / "mivo-solve-XXXXXX").string();
+    path_ = mkdtemp(&name[0]);
+  }
+  ~Folder() {
+    std::error_code code;
+    std::filesystem::remove_all(path_, code);
+  }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+
+  const std::filesystem::path& path() const { return path_; }
+  void write(const std::string& name, const std::string& text) const {
+    std::ofstream(path_ / name, std::ios::binary) << text;
+  }
+  std::string read(const std::string& name) const { return readAll(path_ / name); }
+
+  /// Runs mivo-solve here; a run that takes longer than `seconds` is stopped and counts as a hang.
+  Outcome run(const std::vector<std::string>& arguments, int seconds = 60) const {
+    const auto outFile = path_ / ".out";
+    const auto errFile = path_ / ".err";
+    std::vector<std::string> words = {MIVO_SOLVE_PROGRAM};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (std::string& word : words) {
+      argv.push_back(&word[0]);
+    }
+    argv.push_back(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+      const bool ready = chdir(path_.c_str()) == 0 &&
+                         freopen(outFile.c_str(), "w", stdout) != nullptr &&
+                         freopen(errFile.c_str(), "w", stderr) != nullptr;
+      if (ready) {
+        execv(argv[0], argv.data());
+      }
+      _exit(127);
+    }
+    Outcome outcome;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    int status = 0;
+    pid_t done = 0;
+    while ((done = waitpid(child, &status, WNOHANG)) == 0 &&
+           std::chrono::steady_clock::now() < end) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    if (done == 0) {
+      kill(child, SIGKILL);
+      waitpid(child, &status, 0);
+    } else {
+      outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+    outcome.out = readAll(outFile);
+    outcome.err = readAll(errFile);
+    return outcome;
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// The one line that `--json` prints; a test failure when it is something else.
+inline json reportOf(const Outcome& outcome) {
+  const json report = json::parse(outcome.out, nullptr, false);
+  EXPECT_TRUE(report.is_object()) << outcome.out << outcome.err;
+  return report.is_object() ? report : json::object();
+}
+
+inline json poissonConfiguration(const std::string& solver = "SolverPCG",
+                                 const json& params = json::object(), int n = 12) {
+  return {{"testcase", {{"testcase_type", "PoissonFDM"}, {"PoissonFDM_params", {{"N", n}}}}},
+          {"solver", {{"solver_type", solver}, {solver + "_params", params}}}};
+}
+
+inline json fileConfiguration() {
+  return {{"testcase",
+           {{"testcase_type", "MatrixMarket"},
+            {"MatrixMarket_params", {{"filename_A", "A.mtx"}, {"filename_b", "b.mtx"}}}}},
+          {"solver", {{"solver_type", "SolverPCG"}}}};
+}
+
+}  // namespace driver_test
