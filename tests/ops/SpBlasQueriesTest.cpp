@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cmath>
 #include <limits>
-#include <type_traits>
 
 #include "tests/ops/SpBlasTypes.hpp"
 
@@ -13,97 +12,91 @@ class SpBlasQueries : public SpBlasSuite<Pair> {};
 TYPED_TEST_SUITE(SpBlasQueries, SpBlasTypes);
 
 TYPED_TEST(SpBlasQueries, ElementCountsOfRowsAndColumns) {
-  MIVO_SPBLAS_TYPES;
-  this->forEachShape([&](const Device& device, I rows, I cols) {
-    const Csr a = this->random(rows, cols);
-    const DeviceMatrix d(device, a);
-    std::vector<I> by_row(rows, 0);
-    std::vector<I> by_col(cols, 0);
-    for (I i = 0; i < rows; ++i) {
-      for (I k = a.rowptr[i]; k < a.rowptr[i + 1]; ++k) {
+  using T = typename TypeParam::T;
+  using I = typename TypeParam::I;
+  this->forEachMatrix([&](const Device& device, const auto& a, const auto& d) {
+    std::vector<I> by_row(a.rows, 0);
+    std::vector<I> by_col(a.cols, 0);
+    for (I i = 0; i < a.rows; ++i) {
+      for (const auto& entry : a.row(i)) {
         ++by_row[i];
-        ++by_col[a.col_idx[k]];
+        ++by_col[entry.first];
       }
     }
-    DeviceArray<I> row_counts(device, std::vector<I>(rows, 7));
-    DeviceArray<I> col_counts(device, std::vector<I>(cols, 7));
-    Ops::get_row_element_count(device, d.view(), rows, row_counts.data());
-    Ops::get_col_element_count(device, d.view(), cols, col_counts.data());
+    DeviceArray<I> row_counts(device, std::vector<I>(a.rows, 7));
+    DeviceArray<I> col_counts(device, std::vector<I>(a.cols, 7));
+    SpBlasOps<T, I>::get_row_element_count(device, d.view(), a.rows, row_counts.data());
+    SpBlasOps<T, I>::get_col_element_count(device, d.view(), a.cols, col_counts.data());
     EXPECT_EQ(row_counts.values(), by_row);
     EXPECT_EQ(col_counts.values(), by_col);
   });
 }
 
 TYPED_TEST(SpBlasQueries, ElementsAreReadAndOverwrittenButNeverInserted) {
-  MIVO_SPBLAS_TYPES;
+  using T = typename TypeParam::T;
+  using I = typename TypeParam::I;
+  using Ops = SpBlasOps<T, I>;
   for (const Device& device : testDevices()) {
-    Csr a;  // row 0: (3, 5) (1, 6) and a second entry in column 3; row 1 empty
-    a.cols = 4;
-    a.push(3, T(5));
-    a.push(1, T(6));
-    a.push(3, T(7));
-    a.endRow();
-    a.endRow();
-    const DeviceMatrix d(device, a);
+    // Row 0 has two entries in column 3, of which the first counts; row 1 is empty.
+    const HostCsr<T, I> a{2, 4, {0, 3, 3}, {3, 1, 3}, {T(5), T(6), T(7)}};
+    const DeviceCsr<T, I> d(device, a);
     DeviceArray<T> value(device, std::vector<T>{T(9)});
     DeviceArray<int> found(device, std::vector<int>{9});
-    const auto expectElement = [&](I row, I col, T v, int f) {
+    const auto get = [&](I row, I col) {
       Ops::get_element_value(device, 2, 4, d.rowptr(), d.col_idx(), d.values(), row, col,
                              value.data(), found.data());
-      EXPECT_EQ(value.values()[0], v);
-      EXPECT_EQ(found.values()[0], f);
+      return std::make_pair(value.values()[0], found.values()[0]);
     };
-    expectElement(0, 3, T(5), 1);
-    expectElement(0, 1, T(6), 1);
-    expectElement(0, 0, T(0), 0);
-    expectElement(1, 3, T(0), 0);
-    Ops::set_element_value(device, 2, 4, d.rowptr(), d.col_idx(), d.values(), 0, 3, T(1),
-                           found.data());
-    EXPECT_EQ(found.values()[0], 1);
-    Ops::set_element_value(device, 2, 4, d.rowptr(), d.col_idx(), d.values(), 1, 3, T(2),
-                           found.data());
-    EXPECT_EQ(found.values()[0], 0);
+    const auto set = [&](I row, I col, T v) {
+      Ops::set_element_value(device, 2, 4, d.rowptr(), d.col_idx(), d.values(), row, col, v,
+                             found.data());
+      return found.values()[0];
+    };
+    EXPECT_EQ(get(0, 3), std::make_pair(T(5), 1));
+    EXPECT_EQ(get(0, 1), std::make_pair(T(6), 1));
+    EXPECT_EQ(get(0, 0), std::make_pair(T(0), 0));
+    EXPECT_EQ(get(1, 3), std::make_pair(T(0), 0));
+    EXPECT_EQ(set(0, 3, T(1)), 1);
+    EXPECT_EQ(set(1, 3, T(2)), 0);
     EXPECT_EQ(d.host().values, (std::vector<T>{T(1), T(6), T(7)}));
   }
 }
 
 TYPED_TEST(SpBlasQueries, RowsOfABlockTable) {
-  MIVO_SPBLAS_TYPES;
-  this->forEachShape([&](const Device& device, I rows, I cols) {
+  using T = typename TypeParam::T;
+  using I = typename TypeParam::I;
+  using R = RealType<T>;
+  using Ops = SpBlasOps<T, I>;
+  this->forEachMatrix([&](const Device& device, const auto& ghosts, const auto& d0) {
     // Global columns: ghosts [0, cols), own [cols, cols + rows), ghosts [cols + rows, cols + rows +
     // 5)
-    const std::vector<Csr> a = {this->random(rows, cols), this->random(rows, rows),
-                                this->random(rows, 5)};
+    const I rows = ghosts.rows;
+    const I cols = ghosts.cols;
+    const std::vector<HostCsr<T, I>> a = {ghosts, this->random(rows, rows), this->random(rows, 5)};
     const std::vector<I> first_col = {0, cols, cols + rows};
-    std::vector<DeviceMatrix> matrices;
-    std::vector<COT_SpMVCSRRawMat<T, I>> blocks;
-    for (int m = 0; m < 3; ++m) {
-      matrices.emplace_back(device, a[m]);
-      blocks.push_back(matrices[m].blockView(cols, first_col[m]));
-    }
-    DeviceArray<COT_SpMVCSRRawMat<T, I>> table(device, blocks);
+    const DeviceCsr<T, I> d1(device, a[1]);
+    const DeviceCsr<T, I> d2(device, a[2]);
+    DeviceArray<COT_SpMVCSRRawMat<T, I>> table(
+        device, {d0.blockView(cols, 0), d1.blockView(cols, cols), d2.blockView(cols, cols + rows)});
     std::vector<I> entries(rows, 0);
     std::vector<I> nonzeros(rows, 0);
     std::vector<T> sums(rows, T(0));
     std::vector<T> diagonal(rows, T(0));
     std::vector<R> abs_sums(rows, R(0));
     std::vector<R> maxima(rows, R(0));
-    std::vector<R> euclid(rows, R(0));
+    std::vector<double> squares(rows, 0);
     for (I i = 0; i < rows; ++i) {
-      double squares = 0;
       for (int m = 0; m < 3; ++m) {
-        for (I k = a[m].rowptr[i]; k < a[m].rowptr[i + 1]; ++k) {
-          const T v = a[m].values[k];
+        for (const auto& [j, v] : a[m].row(i)) {
           ++entries[i];
           nonzeros[i] += v != T(0) ? 1 : 0;
           sums[i] += v;
           abs_sums[i] += abs(v);
           maxima[i] = std::max(maxima[i], abs(v));
-          squares += static_cast<double>(absSquared(v));
-          if (a[m].col_idx[k] + first_col[m] == cols + i) diagonal[i] = v;
+          squares[i] += static_cast<double>(absSquared(v));
+          if (j + first_col[m] == cols + i) diagonal[i] = v;
         }
       }
-      euclid[i] = static_cast<R>(std::sqrt(squares));
     }
     DeviceArray<I> counts(device, std::vector<I>(rows, 7));
     DeviceArray<T> out(device, std::vector<T>(rows, T(7)));
@@ -116,17 +109,18 @@ TYPED_TEST(SpBlasQueries, RowsOfABlockTable) {
     EXPECT_EQ(out.values(), diagonal);
 
     DeviceArray<R> norms(device, std::vector<R>(rows, R(7)));
-    Ops::par_csr_row_norm_topk(device, rows, 3, table.data(), 2, {});
-    Ops::par_csr_row_norm_lp(device, rows, 3, table.data(), T(1), norms.data());
-    EXPECT_EQ(norms.values(), abs_sums);
-    for (const T p : {T(0), T(-2)}) {
+    const auto norm = [&](T p) {
       Ops::par_csr_row_norm_lp(device, rows, 3, table.data(), p, norms.data());
-      EXPECT_EQ(norms.values(), maxima);
-    }
-    Ops::par_csr_row_norm_lp(device, rows, 3, table.data(), T(2), norms.data());
-    const std::vector<R> found = norms.values();
+      return norms.values();
+    };
+    Ops::par_csr_row_norm_topk(device, rows, 3, table.data(), 2, {});
+    EXPECT_EQ(norm(T(1)), abs_sums);
+    EXPECT_EQ(norm(T(0)), maxima);
+    EXPECT_EQ(norm(T(-2)), maxima);
+    const std::vector<R> euclidean = norm(T(2));
     for (I i = 0; i < rows; ++i) {
-      EXPECT_NEAR(static_cast<double>(found[i]), static_cast<double>(euclid[i]), 1e-5 * euclid[i]);
+      const double root = std::sqrt(squares[i]);  // truncated for integers
+      EXPECT_NEAR(static_cast<double>(euclidean[i]), static_cast<double>(R(root)), 1e-5 * root);
     }
   });
 }
@@ -134,13 +128,7 @@ TYPED_TEST(SpBlasQueries, RowsOfABlockTable) {
 TEST(SpBlasQueries, NaNCountsAsAnEntryAndIsNoMaximum) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
   for (const Device& device : testDevices()) {
-    HostCsr<double> a;
-    a.cols = 3;
-    a.push(0, nan);
-    a.push(1, 0);
-    a.push(2, -3);
-    a.endRow();
-    const DeviceCsr<double> d(device, a);
+    const DeviceCsr<double> d(device, HostCsr<double>{1, 3, {0, 3}, {0, 1, 2}, {nan, 0, -3}});
     DeviceArray<COT_SpMVCSRRawMat<double, int>> table(device, {d.blockView(0, 0)});
     DeviceArray<int> count(device, std::vector<int>(1));
     DeviceArray<double> out(device, std::vector<double>(1));

@@ -52,50 +52,62 @@ struct HostCsr {
     rowptr.push_back(static_cast<I>(col_idx.size()));
   }
 
+  /// Calls fill(i, matrix) for each row, which pushes its entries.
+  template <class Fill>
+  static HostCsr build(I rows, I cols, const Fill& fill) {
+    HostCsr out;
+    out.cols = cols;
+    for (I i = 0; i < rows; ++i) {
+      fill(i, out);
+      out.endRow();
+    }
+    return out;
+  }
+
+  std::vector<std::pair<I, T>> row(I i) const {
+    std::vector<std::pair<I, T>> out;
+    for (I k = rowptr[i]; k < rowptr[i + 1]; ++k) out.emplace_back(col_idx[k], values[k]);
+    return out;
+  }
   std::vector<T> dense() const {
     std::vector<T> out(static_cast<std::size_t>(rows) * cols, T(0));
     for (I i = 0; i < rows; ++i) {
-      for (I k = rowptr[i]; k < rowptr[i + 1]; ++k) out[i * cols + col_idx[k]] += values[k];
+      for (const auto& [j, v] : row(i)) out[i * cols + j] += v;
     }
     return out;
   }
   HostCsr sorted() const {
-    HostCsr out;
-    out.cols = cols;
-    for (I i = 0; i < rows; ++i) {
-      std::vector<I> order(rowptr[i + 1] - rowptr[i]);
-      std::iota(order.begin(), order.end(), rowptr[i]);
-      std::stable_sort(order.begin(), order.end(),
-                       [&](I a, I b) { return col_idx[a] < col_idx[b]; });
-      for (I k : order) out.push(col_idx[k], values[k]);
-      out.endRow();
-    }
-    return out;
+    return build(rows, cols, [&](I i, HostCsr& out) {
+      auto entries = row(i);
+      std::stable_sort(entries.begin(), entries.end(),
+                       [](const auto& x, const auto& y) { return x.first < y.first; });
+      for (const auto& [j, v] : entries) out.push(j, v);
+    });
   }
   /// Keeps the entries for which keep(row, column, value) holds, with columns moved by `shift`.
   template <class Keep>
   HostCsr filtered(const Keep& keep, I shift = 0) const {
-    HostCsr out;
-    out.cols = cols;
-    for (I i = 0; i < rows; ++i) {
-      for (I k = rowptr[i]; k < rowptr[i + 1]; ++k) {
-        if (keep(i, col_idx[k], values[k])) out.push(col_idx[k] + shift, values[k]);
+    return build(rows, cols, [&](I i, HostCsr& out) {
+      for (const auto& [j, v] : row(i)) {
+        if (keep(i, j, v)) out.push(j + shift, v);
       }
-      out.endRow();
-    }
-    return out;
+    });
   }
   HostCsr transposed() const {
-    HostCsr out;
-    out.cols = rows;
-    for (I j = 0; j < cols; ++j) {
+    return build(cols, rows, [&](I j, HostCsr& out) {
       for (I i = 0; i < rows; ++i) {
-        for (I k = rowptr[i]; k < rowptr[i + 1]; ++k) {
-          if (col_idx[k] == j) out.push(i, values[k]);
+        for (const auto& [c, v] : row(i)) {
+          if (c == j) out.push(i, v);
         }
       }
-      out.endRow();
-    }
+    });
+  }
+  /// The same shape with arrays that a kernel has yet to write.
+  HostCsr blank() const {
+    HostCsr out = *this;
+    std::fill(out.rowptr.begin(), out.rowptr.end(), I(77));
+    std::fill(out.col_idx.begin(), out.col_idx.end(), I(-1));
+    std::fill(out.values.begin(), out.values.end(), T(99));
     return out;
   }
 
@@ -106,9 +118,7 @@ struct HostCsr {
   friend void PrintTo(const HostCsr& a, std::ostream* os) {
     for (I i = 0; i < a.rows; ++i) {
       *os << "\n  " << i << ':';
-      for (I k = a.rowptr[i]; k < a.rowptr[i + 1]; ++k) {
-        *os << " (" << a.col_idx[k] << ", " << a.values[k] << ')';
-      }
+      for (const auto& [j, v] : a.row(i)) *os << " (" << j << ", " << v << ')';
     }
   }
 };
@@ -117,19 +127,15 @@ struct HostCsr {
 /// about one value in nine is a stored zero.
 template <class T, class I = int>
 HostCsr<T, I> randomCsr(std::mt19937& rng, I rows, I cols) {
-  HostCsr<T, I> out;
-  out.cols = cols;
   std::vector<I> columns(cols);
   std::iota(columns.begin(), columns.end(), I(0));
-  for (I i = 0; i < rows; ++i) {
+  return HostCsr<T, I>::build(rows, cols, [&](I i, HostCsr<T, I>& out) {
     std::shuffle(columns.begin(), columns.end(), rng);
     I n = std::min<I>(cols, static_cast<I>(rng() % 8));
     if (i % 7 == 5) n = cols;
     if (i % 5 == 3) n = 0;
     for (I k = 0; k < n; ++k) out.push(columns[k], smallValue<T>(rng));
-    out.endRow();
-  }
-  return out;
+  });
 }
 
 /// Copy of a `HostCsr` on a device.
@@ -184,8 +190,8 @@ HostCsr<T, I> twoPass(const Device& device, I rows, I cols, const Call& call) {
   HostCsr<T, I> shape;
   shape.rows = rows;
   shape.cols = cols;
-  shape.rowptr.assign(rows + 1, 77);
-  DeviceCsr<T, I> counted(device, shape);
+  shape.rowptr.resize(rows + 1);
+  const DeviceCsr<T, I> counted(device, shape.blank());
   auto view = counted.view();
   view.col_idx = nullptr;
   view.values = nullptr;
@@ -193,7 +199,7 @@ HostCsr<T, I> twoPass(const Device& device, I rows, I cols, const Call& call) {
   shape.rowptr = counted.host().rowptr;
   shape.col_idx.assign(shape.rowptr.back(), -1);
   shape.values.assign(shape.rowptr.back(), T(99));
-  DeviceCsr<T, I> filled(device, shape);
+  const DeviceCsr<T, I> filled(device, shape);
   call(filled.view());
   return filled.host();
 }
