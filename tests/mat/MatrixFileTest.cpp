@@ -88,6 +88,8 @@ TEST(MatrixFile, ReadsTheShapeFromTheFirstLineThatIsNoComment) {
   EXPECT_EQ(m.getRows(), 2);
   EXPECT_EQ(valuesOf(m), (std::vector<double>{1, 2.5, -30, 0.5}));
 
+  EXPECT_EQ(load<double>("2" + std::string(1 << 20, ' ') + "3 \n").getCols(), 3);
+
   // The layout of lines does not matter.
   EXPECT_EQ(valuesOf(load<double>("2 2\n1\n2\n3\n4\n")), valuesOf(load<double>("2 2\n1 2\n3 4\n")));
 }
