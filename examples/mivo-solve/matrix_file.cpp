@@ -184,7 +184,7 @@ MatrixFileInfo readHeader(LineReader& reader, const Expected& expected) {
   const std::string form = std::string("%%MatrixMarket matrix ") + expected.format +
                            (expected.symmetric ? " real symmetric" : " real general");
   const std::vector<std::string> found = words(line);
-  if (found.size() < 4 || found.size() > 5 || found[0] != "%%MatrixMarket" ||
+  if (found.size() < 4 || found.size() > 5 || found[0] != "%%MatrixMarket" || isBlank(line[0]) ||
       lowerCase(found[1]) != "matrix") {
     reader.fail("expected a header such as \"" + form + "\", found " + inQuotes(std::string(line)));
   }
@@ -215,26 +215,27 @@ MatrixFileInfo readHeader(LineReader& reader, const Expected& expected) {
   return info;
 }
 
-/// Skips comments and blank lines up to the size line.
-std::vector<std::string> readSizeLine(LineReader& reader, const MatrixFileInfo& info) {
+/// Skips comments, and for a coordinate file empty lines, up to the size line. The reader of array
+/// files takes the first line that is no comment, and stumbles over blanks at its start.
+std::vector<std::string> readSizeLine(LineReader& reader, const MatrixFileInfo& info, bool array) {
   string_view line;
   while (reader.next(line)) {
     if (!line.empty() && line[0] == '%') {
-      // The reader takes any comment of this form for a header.
-      std::vector<std::string> comment = words(line.substr(
-          line.find_first_not_of('%') == string_view::npos ? line.size()
-                                                           : line.find_first_not_of('%')));
+      // The reader of coordinate files takes any comment of this form for a header.
+      const std::size_t text = std::min(line.find_first_not_of('%'), line.size());
+      const std::vector<std::string> comment = words(line.substr(text));
       if (!info.symmetric && comment.size() == 5 && comment[0] == "MatrixMarket" &&
           comment[4] == "symmetric") {
         reader.fail("this comment would be taken for a header of a symmetric matrix; reword it");
       }
+    } else if (line.empty() && !array) {
       continue;
-    }
-    if (!isEmptyLine(line)) {
+    } else if (isEmptyLine(line)) {
+      reader.fail("an empty line stands where the size line is expected; remove it");
+    } else if (array && isBlank(line[0])) {
+      reader.fail("the size line begins with a blank; remove it");
+    } else {
       return words(line);
-    }
-    if (!line.empty()) {
-      reader.fail("a line of blanks stands where the size line is expected");
     }
   }
   reader.failFile("the size line is missing: the file ends after line " +
@@ -266,7 +267,7 @@ void checkPromise(const LineReader& reader, const std::string& path, int64_t cou
 
 MatrixFileInfo readCoordinateHead(LineReader& reader, const std::string& path) {
   MatrixFileInfo info = readHeader(reader, {"filename_A", "coordinate", true});
-  const std::vector<std::string> size = readSizeLine(reader, info);
+  const std::vector<std::string> size = readSizeLine(reader, info, false);
   if (size.size() != 3) {
     reader.fail("expected the size line with rows, columns and entries, found " +
                 std::to_string(size.size()) + (size.size() == 1 ? " word" : " words"));
@@ -358,7 +359,7 @@ MatrixFileInfo scanCoordinateFile(const std::string& path) {
 MatrixFileInfo scanVectorFile(const std::string& path) {
   LineReader reader(path);
   MatrixFileInfo info = readHeader(reader, {"a vector", "array", false});
-  const std::vector<std::string> size = readSizeLine(reader, info);
+  const std::vector<std::string> size = readSizeLine(reader, info, true);
   if (size.size() > 2) {
     reader.fail("expected the size line with rows and columns, found " +
                 std::to_string(size.size()) + " words");
