@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: Apache-2.0
+// Iterations of whole solvers, and the generation of their test problem.
+#include <string>
+
+#include "bench/support/measure.hpp"
+#include "bench/support/stencils.hpp"
+#include "mivo/mivo.hpp"
+
+namespace mivo::bench {
+namespace {
+
+using Matrix = ParCSRMatrixT<double, long, int>;
+using Vector = ParMatrixT<double, long, int>;
+using Solver = ParSolverT<double, long, int>;
+
+struct System {
+  Matrix A;
+  Vector x, b;
+
+  System() {
+    A.createSeq(stencilMatrix<int>(static_cast<int>(sized(100, 8)), false), kCommSelf);
+    for (Vector* v : {&x, &b}) v->create(A.getRowPartitioner(), Device(), kCommSelf);
+    b.fill(1.0);
+    x.fill(0.0);
+  }
+  /// The matrix once and `passes` reads or writes of a vector.
+  double bytes(int passes) const {
+    return matrixBytes(A.getLocalMatrix(-1)) +
+           passes * static_cast<double>(sizeof(double)) * static_cast<double>(A.getRows());
+  }
+};
+
+System& shared() {
+  static System system;
+  return system;
+}
+
+/// Seconds of one iteration: the least time between two statuses, for the work between them is the
+/// same each time. The first iteration, which touches fresh memory, does not count.
+double secondsOfIteration(Solver& solver, System& s) {
+  std::vector<double> times;
+  solver.observer = [&](int, double, double, double) { times.push_back(now()); };
+  s.x.fill(0.0);
+  int iter = 0;
+  double relres = 0;
+  solver.solve(s.A, s.b, s.x, iter, relres);
+  std::vector<double> steps;
+  for (std::size_t k = 2; k < times.size(); ++k) steps.push_back(times[k] - times[k - 1]);
+  return median(steps);
+}
+
+/// `passes` is the least number of vector reads and writes in an iteration.
+void addIteration(const std::string& name, const json& config, int passes) {
+  add(name, [=](benchmark::State& state) {
+    System& s = shared();
+    const auto solver = Solver::getFactory().createInstance(config);
+    solver->preconditioner->setup(s.A);
+    solver->setup(s.A);
+    std::vector<double> seconds, triad;
+    for (auto _ : state) {
+      triad.push_back(triadSeconds());
+      seconds.push_back(secondsOfIteration(*solver, s));
+      state.SetIterationTime(seconds.back());
+    }
+    report(state, s.bytes(passes), seconds, triad);
+    state.counters["vs_bound"] = 1 / state.counters["vs_triad"];
+  });
+}
+
+void addPreconditioner(const std::string& name, const json& config, int passes, int matrices) {
+  add(name, [=](benchmark::State& state) {
+    System& s = shared();
+    const auto preconditioner =
+        ParPreconditionerT<double, long, int>::getFactory().createInstance(config);
+    preconditioner->setup(s.A);
+    measure(state, matrices * s.bytes(0) + s.bytes(passes) - s.bytes(0),
+            [&] { preconditioner->precondition(s.b, s.x); });
+  });
+}
+
+void addGeneration(int dim, int N) {
+  add("poisson_fdm/dim" + std::to_string(dim), [=](benchmark::State& state) {
+    const auto problem = TestCaseT<double, long, int>::getFactory().createInstance(
+        {{"testcase_type", "PoissonFDM"}, {"PoissonFDM_params", {{"dim", dim}, {"N", N}}}});
+    double entries = 1;
+    std::vector<double> seconds;
+    for (auto _ : state) {
+      Matrix A;
+      Vector x, b;
+      seconds.push_back(secondsOf([&] { problem->generate(A, x, b); }));
+      state.SetIterationTime(seconds.back());
+      entries = static_cast<double>(A.getNnzs());
+    }
+    state.counters["ms"] = median(seconds) * 1e3;
+    state.counters["ns_per_entry"] = median(seconds) * 1e9 / entries;
+  });
+}
+
+}  // namespace
+
+void registerBenchmarks() {
+  const json jacobi{{"preconditioner_type", "PrecondJacobi"}};
+  const json ssor{{"preconditioner_type", "PrecondSSOR"}};
+  for (const json& preconditioner : {jacobi, ssor}) {
+    const json params{{"preconditioner", preconditioner}, {"max_its", 12}, {"rtol", 1e-30}};
+    // z, rho: r, d, z; p: z, p twice; q: p, q; (p, q); x, r: p, x twice, q, r twice. Twelve are
+    // left when a vector that has just been written stays in the cache.
+    addIteration("pcg_iteration/" + preconditioner["preconditioner_type"].get<std::string>(),
+                 {{"solver_type", "SolverPCG"}, {"SolverPCG_params", params}}, 12);
+  }
+  addPreconditioner("jacobi_from_zero", jacobi, 3, 0);
+  addPreconditioner("ssor", ssor, 4, 2);
+  addGeneration(2, static_cast<int>(sized(1000, 16)));
+  addGeneration(3, static_cast<int>(sized(100, 8)));
+}
+
+}  // namespace mivo::bench
