@@ -135,7 +135,7 @@ bool ParCSRMatrixT<T, G, L>::scatterFrom(int comm, int root, const Local& m, boo
 template <class T, class G, class L>
 void ParCSRMatrixT<T, G, L>::getRawMat(BlockTable& out) const {
   const ParCSRMatrixImpl& impl = *impl_;
-  out.create(static_cast<L>(impl.local_blocks.size()), 1, Device());
+  out.resize(static_cast<L>(impl.local_blocks.size()), 1, Device());
   G rowBegin = 0;
   getOwnerShipRange(&rowBegin, nullptr);
   COT_SpMVCSRRawMat<T, L>* record = out.getData();

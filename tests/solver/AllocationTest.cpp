@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+// A program of its own, since it replaces the global allocation functions.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+
+#include "mivo/mivo.hpp"
+
+namespace {
+long g_allocations = 0;
+}  // namespace
+
+void* operator new(std::size_t size) {
+  ++g_allocations;
+  if (void* p = std::malloc(size > 0 ? size : 1)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
+namespace mivo {
+namespace {
+
+// Every container is a shared handle, so that a work vector made on the way would show here.
+TEST(SolverPCG, AllocatesNothingAfterItsFirstIteration) {
+  for (const std::string preconditioner :
+       {"PrecondIdentity", "PrecondJacobi", "PrecondJacobiLp", "PrecondSOR", "PrecondSSOR"}) {
+    ParCSRMatrixT<double, long, int> A;
+    ParMatrixT<double, long, int> x, b;
+    PoissonFDM_T<double, long, int> problem;
+    problem.N = 12;
+    problem.generate(A, x, b);
+    x.fill(0);
+    const auto solver = ParSolverT<double, long, int>::getFactory().createInstance(
+        {{"solver_type", "SolverPCG"},
+         {"SolverPCG_params",
+          {{"max_its", 6},
+           {"rtol", 1e-30},
+           {"preconditioner",
+            {{"preconditioner_type", preconditioner},
+             {preconditioner + "_params", {{"nsweeps", 2}}}}}}}});
+    solver->preconditioner->setup(A);
+    long counts[7] = {};
+    solver->observer = [&](int iter, double, double, double) { counts[iter] = g_allocations; };
+    int iter = 0;
+    double relres = 0;
+    solver->solve(A, b, x, iter, relres);
+    ASSERT_EQ(iter, 6) << preconditioner;
+    EXPECT_GT(counts[1], counts[0]) << "the count works: the first product builds the halo plan";
+    EXPECT_EQ(counts[6], counts[1]) << preconditioner;
+  }
+}
+
+}  // namespace
+}  // namespace mivo
