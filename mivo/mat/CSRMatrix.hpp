@@ -20,7 +20,7 @@ namespace mivo {
 ///
 /// A handle: copies share the arrays, assignment rebinds, `deepCopy` duplicates. Row i holds the
 /// entries at positions rowPtr[i] to rowPtr[i + 1] - 1, in any order unless an operation says
-/// otherwise. A matrix is empty (default-built), shaped (row pointers only, their content undefined), or complete.
+/// otherwise. A matrix is empty (default-built), shaped (row pointers only, at 0 until a kernel counts), or complete.
 /// Sparse results of no entries are often the default-built 0 by 0 matrix on the host: look at the
 /// number of entries before trusting the shape.
 ///
@@ -36,7 +36,7 @@ class MIVO_API CSRMatrixT {
   // Storage.
 
   CSRMatrixT();
-  /// Fresh arrays: rows + 1 row pointers (none when rows is 0), nnz columns and values, all undefined.
+  /// Fresh arrays: rows + 1 row pointers (none when rows is 0), nnz columns and values. Undefined; row pointers are 0 when nnz is.
   void create(I rows, I cols, I nnz, const Device& device);
   /// Same rows and device (kind and ordinal): only the column count changes. Otherwise a shaped matrix, in place for all handles.
   void resize(I rows, I cols, const Device& device);
@@ -62,7 +62,7 @@ class MIVO_API CSRMatrixT {
   /// View for kernels on the matrix's device.
   View getRawMat() const;
 
-  // Algebra. Results are built by the two-pass protocol of `SpBlasOps`.
+  // Algebra. A result that holds entries is replaced, so that it may be an operand; one without is filled in place.
 
   /// Sorts each row by column, in place.
   void sortRows();
