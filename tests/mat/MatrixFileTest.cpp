@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -10,6 +11,7 @@
 #include <limits>
 #include <random>
 #include <sstream>
+#include <streambuf>
 #include <string>
 #include <type_traits>
 #include <vector>

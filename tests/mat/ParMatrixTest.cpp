@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <fstream>
 #include <limits>
 #include <sstream>
+#include <string>
+#include <type_traits>
 #include <vector>
 
 #include "mivo/mat/ParMatrix.hpp"
@@ -94,20 +96,19 @@ TYPED_TEST(ParMatrixTest, EmptyObjectsAnswerEveryQuery) {
   }
 }
 
-TYPED_TEST(ParMatrixTest, ElementAccessIsByGlobalRow) {
+TYPED_TEST(ParMatrixTest, ElementAccessStaysInsideTheShape) {
   for (const Device& device : testDevices()) {
-    const std::vector<TypeParam> a = smallValues<TypeParam>(6, 1);
-    Vector<TypeParam> x = vectorOf(device, a, 2);
+    Vector<TypeParam> x = vectorOf(device, smallValues<TypeParam>(6, 1), 2);
+    EXPECT_TRUE(x.setElementValue(2, 1, TypeParam(44)));
     bool ok = false;
-    EXPECT_EQ(x.getElementValue(2, 1, &ok), a[5]);
+    EXPECT_EQ(x.getElementValue(2, 1, &ok), TypeParam(44));
     EXPECT_TRUE(ok);
-    EXPECT_TRUE(x.setElementValue(1, 0, TypeParam(44)));
-    EXPECT_EQ(x.getElementValue(1, 0, nullptr), TypeParam(44));
-    EXPECT_FALSE(x.setElementValue(3, 0, TypeParam(1)));
-    EXPECT_FALSE(x.setElementValue(0, 2, TypeParam(1)));
-    EXPECT_FALSE(x.setElementValue(-1, 0, TypeParam(1)));
-    EXPECT_EQ(x.getElementValue(0, 2, &ok), TypeParam(0));
-    EXPECT_FALSE(ok);
+    const long outside[][2] = {{3, 0}, {0, 2}, {-1, 0}, {0, -1}};
+    for (const auto& at : outside) {
+      EXPECT_FALSE(x.setElementValue(at[0], at[1], TypeParam(1)));
+      EXPECT_EQ(x.getElementValue(at[0], at[1], &ok), TypeParam(0));
+      EXPECT_FALSE(ok);
+    }
   }
 }
 
@@ -210,6 +211,17 @@ TYPED_TEST(ParMatrixTest, CopiesKeepUnevenSplitsAndOwnTheirData) {
     EXPECT_NE(even.getLocalMatrix().getData(), old);
     EXPECT_EQ(valuesOf(even), std::vector<TypeParam>(8, TypeParam(3)));
 
+    // Either partition alone makes a difference.
+    const V equal(6, 2, device);
+    for (bool sameRows : {true, false}) {
+      V other;
+      other.create(sameRows ? rows : equal.getRowPartitioner(),
+                   sameRows ? equal.getColPartitioner() : cols, device);
+      EXPECT_FALSE(other.hasShapeOf(x));
+      x.deepCopy(other);
+      EXPECT_TRUE(other.hasShapeOf(x));
+    }
+
     // A second copy reuses the storage.
     const TypeParam* data = even.getLocalMatrix().getData();
     x.deepCopy(even);
@@ -260,10 +272,7 @@ TYPED_TEST(ParMatrixTest, SplitsIntoPartsAndJoinsThem) {
 }
 
 TYPED_TEST(ParMatrixTest, SavesAndLoadsItsFile) {
-  const std::vector<TypeParam> a =
-      smallValues<RealType<TypeParam>>(6, 9).empty()
-          ? std::vector<TypeParam>()
-          : std::vector<TypeParam>{TypeParam(1), TypeParam(-2), TypeParam(3)};
+  const std::vector<TypeParam> a{TypeParam(1), TypeParam(-2), TypeParam(3)};
   const std::string path = test::tempFile("par_vector.mtx");
   for (const Device& device : testDevices()) {
     const Vector<TypeParam> x = vectorOf(device, a);
