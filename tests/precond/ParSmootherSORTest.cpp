@@ -5,7 +5,6 @@
 #include <cmath>
 #include <limits>
 #include <memory>
-#include <regex>
 #include <sstream>
 #include <vector>
 
@@ -143,17 +142,6 @@ TEST(ParSmootherSOR, ReadsTheKeysOfTheFrameToo) {
   EXPECT_EQ(plain->nsweeps, 1);
 }
 
-TEST(ParSmootherSOR, DoesNothingInNoSweeps) {
-  auto sor = makeSOR<double>("PrecondSSOR", {{"nsweeps", 0}});
-  sor->setup(parCsrOf<double>(Device(), 2, 2, kMatrix));
-  const auto b = parVectorOf<double>(Device(), {4, 8});
-  auto x = parVectorOf<double>(Device(), {5, 6});
-  sor->smooth(b, x);
-  EXPECT_EQ(valuesOf(x), (std::vector<double>{5, 6}));
-  sor->precondition(b, x);
-  EXPECT_EQ(valuesOf(x), (std::vector<double>{0, 0}));
-}
-
 TEST(ParSmootherSOR, LetsAZeroDiagonalShow) {
   SOR<double> sor;
   sor.setup(parCsrOf<double>(Device(), 2, 2, {0, 1, 1, 2}));
@@ -170,9 +158,7 @@ TEST(ParSmootherSOR, SolvesWithTheTableOfTheFrame) {
   sor->setup(A);
   int iter = 0;
   double relres = 0;
-  std::string text = printed([&] { sor->solve(A, b, x, iter, relres); });
-  text =
-      std::regex_replace(text, std::regex("(solve_time|precond_setup|precond) [0-9.e+-]+"), "$1 T");
+  const std::string text = test::withoutTimes(printed([&] { sor->solve(A, b, x, iter, relres); }));
   // x = (3/2, 5/4), then (7/8, 25/16); the first row is left over: 3 - 17/4, then 3 - 53/16
   EXPECT_EQ(
       text,
@@ -231,28 +217,6 @@ TEST(ParSmootherSOR, LogsTheResidualBehindEachSweepAndTimesItsWork) {
               testing::MatchesRegex("I 0/1 [^ ]+\\] precondition 0 2\n"));
   EXPECT_EQ(sor.setupTime.getCount(), 1u);
   EXPECT_EQ(sor.precondTime.getCount(), 1u);
-}
-
-TEST(ParSmootherSSOR, FromZeroIsASymmetricOperatorForASymmetricMatrix) {
-  const std::size_t n = 6;
-  const auto dense = test::positiveDefinite<double>(n, 34);
-  ParSmootherSSOR_T<double, long, int> ssor;
-  ssor.relax = 1.2;
-  ssor.setup(parCsrOf(Device(), 6, 6, dense));
-  std::vector<std::vector<double>> columns;
-  for (std::size_t j = 0; j < n; ++j) {
-    std::vector<double> unit(n, 0.0);
-    unit[j] = 1;
-    auto x = parVectorOf(Device(), std::vector<double>(n, 0.0));
-    ssor.precondition(parVectorOf(Device(), unit), x);
-    columns.push_back(valuesOf(x));
-  }
-  for (std::size_t i = 0; i < n; ++i) {
-    for (std::size_t j = 0; j < i; ++j) {
-      EXPECT_NEAR(columns[i][j], columns[j][i], 1e-16);
-      EXPECT_NE(columns[i][j], 0);
-    }
-  }
 }
 
 }  // namespace

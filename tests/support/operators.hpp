@@ -8,6 +8,7 @@
 #include <functional>
 #include <iostream>
 #include <limits>
+#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -153,6 +154,12 @@ inline std::string printed(const std::function<void()>& action) {
   std::cout.flush();
   std::fflush(stdout);
   return testing::internal::GetCapturedStdout();
+}
+
+/// Times are the only part of the texts that differs from run to run.
+inline std::string withoutTimes(const std::string& text) {
+  static const std::regex time("(solve_time|precond_setup|precond) [0-9.e+-]+");
+  return std::regex_replace(text, time, "$1 T");
 }
 
 }  // namespace mivo::test

@@ -172,14 +172,6 @@ TEST(PoissonFDM, TakesDegenerateGrids) {
                          "PoissonFDM: dim 2 and N -3 must not be negative");
 }
 
-TEST(PoissonFDM, PlacesItsResultsOnTheDeviceOfTheConfiguration) {
-  for (const Device& device : test::testDevices()) {
-    const auto s = generate<double, long>({{"N", 4}, {"device", device.getString()}});
-    EXPECT_EQ(s.A.getDevice(), device);
-    EXPECT_EQ(s.b.getDevice(), device);
-  }
-}
-
 TEST(PoissonFDM, IsSolvedByJacobiPreconditionedConjugateGradients) {
   for (const Device& device : test::testDevices()) {
     auto s = generate<double, long>({{"dim", 3}, {"N", 9}}, device);
