@@ -5,9 +5,8 @@
 #include <limits>
 #include <vector>
 
-#include "mivo/comu/serialization.hpp"
 #include "mivo/mat/COOMatrixImpl.hpp"
-#include "mivo/mpi_stub/mpi.h"
+#include "mivo/mat/RowMessages.hpp"
 #include "mivo/utils/logging.hpp"
 
 namespace mivo {
@@ -72,53 +71,10 @@ class RowLocator {
 /// A row on its way to its owner.
 template <class Row>
 struct SentRow {
+  int owner;
   int local;
   const Row* entries;
 };
-
-/// Bytes of a message: row count; per row its local number, entry count, and entries without
-/// padding.
-template <class Row>
-int messageSize(const std::vector<SentRow<Row>>& rows) {
-  using Entry = typename Row::value_type;
-  constexpr std::size_t kEntry = sizeof(Entry::first) + sizeof(Entry::second);
-  std::size_t bytes = sizeof(int);
-  for (const auto& row : rows) bytes += 2 * sizeof(int) + row.entries->size() * kEntry;
-  return comu::narrowToInt(bytes, "bytes");
-}
-
-template <class Row>
-void packRows(const std::vector<SentRow<Row>>& rows, comu::Stream& stream) {
-  comu::packStream(stream, static_cast<int>(rows.size()));
-  for (const auto& row : rows) {
-    comu::packStream(stream, row.local);
-    comu::packStream(stream, static_cast<int>(row.entries->size()));
-    for (const auto& entry : *row.entries) {
-      comu::packStream(stream, entry.first);
-      comu::packStream(stream, entry.second);
-    }
-  }
-}
-
-/// Adds the rows of a message to `out`.
-template <class T, class C, class Impl>
-void addRows(comu::Stream& stream, Impl& out) {
-  int rows = 0;
-  comu::unpackStream(stream, rows);
-  for (int i = 0; i < rows; ++i) {
-    int local = 0, count = 0;
-    comu::unpackStream(stream, local);
-    comu::unpackStream(stream, count);
-    auto& row = out.getRow(local);
-    for (int k = 0; k < count; ++k) {
-      C col{};
-      T value{};
-      comu::unpackStream(stream, col);
-      comu::unpackStream(stream, value);
-      row[col] += value;
-    }
-  }
-}
 
 }  // namespace
 
@@ -126,60 +82,39 @@ template <class T, class R, class C>
 template <class L>
 void COOMatrixT<T, R, C>::endAssemble(int comm, const PartitionerT<R, L>& rowPart,
                                       COOMatrixT<T, L, C>& out) {
-  int rank = 0, nprocs = 1;
-  MPI_Comm_rank(comm, &rank);
-  MPI_Comm_size(comm, &nprocs);
-  const std::size_t count = static_cast<std::size_t>(nprocs);
-
+  RowMessages<T, C> messages(comm);
   typename COOMatrixT<T, L, C>::COOMatrixImpl own;
-  std::vector<std::vector<SentRow<Row>>> sent(count);
-  RowLocator<R, L> locator(rowPart, nprocs);
+  std::vector<SentRow<Row>> sent;
+  RowLocator<R, L> locator(rowPart, messages.size());
   impl_->forEachRow([&](R row, Row& entries) {
     R local = 0;
     const int owner = locator.locate(row, local);
-    if (owner == rank) {
+    if (owner == messages.rank()) {
       own.shareRow(static_cast<L>(local), entries);
     } else {
-      sent[static_cast<std::size_t>(owner)].push_back(
-          {comu::narrowToInt(static_cast<std::size_t>(local), "rows"), &entries});
+      sent.push_back({owner, comu::narrowToInt(static_cast<std::size_t>(local), "rows"), &entries});
+      messages.announce(owner, entries.size());
     }
   });
   own.shareArenas(impl_->getArenas());
-
-  std::vector<int> sendSize(count, 0), recvSize(count, 0);
-  for (int p = 0; p < nprocs; ++p) {
-    if (p != rank) sendSize[p] = messageSize(sent[p]);
+  messages.open();
+  for (const SentRow<Row>& row : sent) {
+    messages.beginRow(row.owner, row.local, row.entries->size());
+    for (const auto& entry : *row.entries) messages.add(entry.first, entry.second);
   }
-  MPI_Alltoall(sendSize.data(), 1, MPI_INT, recvSize.data(), 1, MPI_INT, comm);
-
-  std::vector<comu::Stream> sendStream(count), recvStream(count);
-  std::vector<MPI_Request> requests;
-  requests.reserve(2 * count);
-  for (int p = 0; p < nprocs; ++p) {
-    if (p == rank) continue;
-    sendStream[p].setCapacity(sendSize[p]);
-    packRows(sent[p], sendStream[p]);
-    recvStream[p].setCapacity(recvSize[p]);
-    recvStream[p].pushBack(nullptr, recvSize[p]);
-  }
-  for (int p = 0; p < nprocs; ++p) {
-    if (sendSize[p] > 0) {
-      requests.emplace_back();
-      MPI_Isend(sendStream[p].getBuffer(), sendSize[p], MPI_BYTE, p, 0, comm, &requests.back());
-    }
-    if (p != rank && recvSize[p] > 0) {
-      requests.emplace_back();
-      MPI_Irecv(recvStream[p].getBuffer(), recvSize[p], MPI_BYTE, p, 0, comm, &requests.back());
-    }
-  }
-  std::vector<MPI_Status> statuses(requests.size());
-  MPI_Waitall(static_cast<int>(requests.size()), requests.data(), statuses.data());
+  messages.exchange();
 
   // Contributions of other ranks are added to the own rows in the order of ranks.
   out.getImpl().swapRows(own);
-  for (int p = 0; p < nprocs; ++p) {
-    if (p != rank && recvSize[p] > 0) addRows<T, C>(recvStream[p], out.getImpl());
-  }
+  messages.forEachReceived([&](int local, int count, const unsigned char* at) {
+    auto& row = out.getImpl().getRow(static_cast<L>(local));
+    for (int k = 0; k < count; ++k) {
+      C col{};
+      T value{};
+      messages.readEntry(at, col, value);
+      row[col] += value;
+    }
+  });
 }
 
 namespace {

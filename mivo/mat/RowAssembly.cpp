@@ -5,10 +5,10 @@
 #include <cstring>
 #include <utility>
 
-#include "mivo/comu/serialization.hpp"
 #include "mivo/mat/COOMatrix.hpp"
 #include "mivo/mat/ColumnBlocks.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
+#include "mivo/mat/RowMessages.hpp"
 #include "mivo/utils/Utils.hpp"
 
 namespace mivo {
@@ -71,14 +71,6 @@ struct RowAssembly<T, G, L>::Reader {
 };
 
 template <class T, class G, class L>
-struct RowAssembly<T, G, L>::Messages {
-  std::vector<int> send_size;
-  std::vector<int> recv_size;
-  std::vector<comu::Stream> send;
-  std::vector<comu::Stream> recv;
-};
-
-template <class T, class G, class L>
 RowAssembly<T, G, L>::RowAssembly(ParCSRMatrixT<T, G, L>& matrix) : matrix_(matrix) {
   matrix_.getOwnerShipRange(&begin_, &end_);
   counts_.resize(static_cast<std::size_t>(end_ - begin_), 0);
@@ -130,9 +122,9 @@ template <class T, class G, class L>
 void RowAssembly<T, G, L>::finish() {
   closeRow();
   auto& impl = *matrix_.impl_;
-  Messages messages;
+  RowMessages<T, G> messages(impl.comm);
   packForeignRows(messages);
-  exchangeForeignRows(messages);
+  messages.exchange();
   std::vector<Contribution> contributions = readContributions(messages);
   if (!contributions.empty()) addContributions(std::move(contributions));
 
@@ -156,15 +148,9 @@ void RowAssembly<T, G, L>::finish() {
   matrix_.replaceBlocks(blocks);
 }
 
-/// A message holds the row count, then for each row its local number, its entry count and its
-/// entries (column, value), without gaps. Every other rank gets one.
 template <class T, class G, class L>
-void RowAssembly<T, G, L>::packForeignRows(Messages& messages) {
+void RowAssembly<T, G, L>::packForeignRows(RowMessages<T, G>& messages) {
   const auto& impl = *matrix_.impl_;
-  const int rank = impl.rank();
-  const std::size_t nprocs = static_cast<std::size_t>(impl.size());
-  std::vector<std::size_t> bytes(nprocs, sizeof(int));
-  std::vector<int> rows(nprocs, 0);
   std::vector<int> owners(foreign_rows_.size());
   std::vector<int> local_rows(foreign_rows_.size());
   for (std::size_t k = 0; k < foreign_rows_.size(); ++k) {
@@ -172,87 +158,32 @@ void RowAssembly<T, G, L>::packForeignRows(Messages& messages) {
     L owner = -1;
     L local = 0;
     if (row >= 0 && row < impl.rows) impl.row_part.global2Local(row, owner, local);
-    MIVO_CHECK(owner >= 0 && static_cast<std::size_t>(owner) < nprocs)
+    MIVO_CHECK(owner >= 0 && owner < static_cast<L>(messages.size()))
         << "endAssemble: row " << row << " lies outside the matrix";
     owners[k] = static_cast<int>(owner);
     local_rows[k] = static_cast<int>(local);
-    ++rows[static_cast<std::size_t>(owner)];
-    bytes[static_cast<std::size_t>(owner)] +=
-        2 * sizeof(int) + foreign_rows_[k].count * (sizeof(G) + sizeof(T));
+    messages.announce(owners[k], foreign_rows_[k].count);
   }
-  messages.send_size.assign(nprocs, 0);
-  messages.recv_size.assign(nprocs, 0);
-  messages.send.resize(nprocs);
-  messages.recv.resize(nprocs);
-  for (std::size_t p = 0; p < nprocs; ++p) {
-    if (static_cast<int>(p) == rank) continue;
-    messages.send_size[p] = comu::narrowToInt(bytes[p], "bytes");
-    messages.send[p].setCapacity(messages.send_size[p]);
-    comu::packStream(messages.send[p], rows[p]);
-  }
+  messages.open();
   Reader reader{foreign_};
   reader.restart(true);
   for (std::size_t k = 0; k < foreign_rows_.size(); ++k) {
-    comu::Stream& stream = messages.send[static_cast<std::size_t>(owners[k])];
     const std::size_t count = foreign_rows_[k].count;
-    comu::packStream(stream, local_rows[k]);
-    comu::packStream(stream, comu::narrowToInt(count, "entries"));
+    messages.beginRow(owners[k], local_rows[k], count);
     const Entry* entries = reader.next(count);
-    for (std::size_t e = 0; e < count; ++e) {
-      comu::packStream(stream, entries[e].first);
-      comu::packStream(stream, entries[e].second);
-    }
+    for (std::size_t e = 0; e < count; ++e) messages.add(entries[e].first, entries[e].second);
   }
-}
-
-template <class T, class G, class L>
-void RowAssembly<T, G, L>::exchangeForeignRows(Messages& messages) {
-  const int comm = matrix_.impl_->comm;
-  MPI_Alltoall(messages.send_size.data(), 1, MPI_INT, messages.recv_size.data(), 1, MPI_INT, comm);
-  std::vector<MPI_Request> requests;
-  requests.reserve(2 * messages.send.size());
-  for (std::size_t p = 0; p < messages.send.size(); ++p) {
-    const int rank = static_cast<int>(p);
-    if (messages.send_size[p] > 0) {
-      requests.emplace_back();
-      MPI_Isend(messages.send[p].getBuffer(), messages.send_size[p], MPI_BYTE, rank, 0, comm,
-                &requests.back());
-    }
-    if (messages.recv_size[p] > 0) {
-      messages.recv[p].setCapacity(messages.recv_size[p]);
-      messages.recv[p].pushBack(nullptr, messages.recv_size[p]);
-      requests.emplace_back();
-      MPI_Irecv(messages.recv[p].getBuffer(), messages.recv_size[p], MPI_BYTE, rank, 0, comm,
-                &requests.back());
-    }
-  }
-  std::vector<MPI_Status> statuses(requests.size());
-  MPI_Waitall(static_cast<int>(requests.size()), requests.data(), statuses.data());
 }
 
 template <class T, class G, class L>
 std::vector<typename RowAssembly<T, G, L>::Contribution> RowAssembly<T, G, L>::readContributions(
-    const Messages& messages) const {
+    const RowMessages<T, G>& messages) const {
   std::vector<Contribution> contributions;
-  for (std::size_t p = 0; p < messages.recv.size(); ++p) {
-    if (messages.recv_size[p] == 0) continue;
-    const unsigned char* at = messages.recv[p].getBuffer();
-    const auto readInt = [&at] {
-      int number = 0;
-      std::memcpy(&number, at, sizeof(number));
-      at += sizeof(number);
-      return number;
-    };
-    const int rows = readInt();
-    for (int k = 0; k < rows; ++k) {
-      const int row = readInt();
-      const int count = readInt();
-      MIVO_CHECK(row >= 0 && static_cast<std::size_t>(row) < counts_.size())
-          << "endAssemble: rank " << p << " sent a row of another rank";
-      contributions.push_back({static_cast<L>(row), count, at});
-      at += static_cast<std::size_t>(count) * (sizeof(G) + sizeof(T));
-    }
-  }
+  messages.forEachReceived([&](int local, int count, const unsigned char* entries) {
+    MIVO_CHECK(local >= 0 && static_cast<std::size_t>(local) < counts_.size())
+        << "endAssemble: received row " << local << " of " << counts_.size();
+    contributions.push_back({static_cast<L>(local), count, entries});
+  });
   return contributions;
 }
 
@@ -277,11 +208,9 @@ void RowAssembly<T, G, L>::addContributions(std::vector<Contribution> contributi
     for (; next != contributions.end() && static_cast<std::size_t>(next->row) == i; ++next) {
       const unsigned char* at = next->entries;
       for (int k = 0; k < next->count; ++k) {
-        G col;
-        T value;
-        std::memcpy(&col, at, sizeof(G));
-        std::memcpy(static_cast<void*>(&value), at + sizeof(G), sizeof(T));
-        at += sizeof(G) + sizeof(T);
+        G col{};
+        T value{};
+        RowMessages<T, G>::readEntry(at, col, value);
         add(col, value);
       }
     }

@@ -10,6 +10,9 @@
 
 namespace mivo {
 
+template <class T, class C>
+class RowMessages;
+
 /// Assembly of a distributed matrix from rows in ascending order, for callers inside the library
 /// that know their rows: the fast form of `beginAssemble`, `setValue` in mode Add, `endAssemble`.
 ///
@@ -83,13 +86,11 @@ class RowAssembly {
     int count;
     const unsigned char* entries;
   };
-  struct Messages;
 
   void growRow();
   void closeRow();
-  void exchangeForeignRows(Messages& messages);
-  void packForeignRows(Messages& messages);
-  std::vector<Contribution> readContributions(const Messages& messages) const;
+  void packForeignRows(RowMessages<T, G>& messages);
+  std::vector<Contribution> readContributions(const RowMessages<T, G>& messages) const;
   void addContributions(std::vector<Contribution> contributions);
 
   ParCSRMatrixT<T, G, L>& matrix_;

@@ -85,6 +85,7 @@ void SpMVCommPatternT<T, G, L>::exchange(const Vector& x, const BlockCallback& l
 
 template <class T, class G, class L>
 void SpMVCommPatternT<T, G, L>::postMessages(const Vector& x, int rank, int tag) {
+  MIVO_CHECK(x.getCols() == 1 || x.getSize() == 0) << "exchange: x.cols!= 1";
   x.toDevice(Device(), impl_->host_x);
   for (auto& entry : impl_->send_metas) {
     if (entry.first == rank) continue;
