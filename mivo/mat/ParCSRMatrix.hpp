@@ -181,6 +181,9 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
              int comm);
   /// Replaces all blocks and what was derived from them.
   void replaceBlocks(const std::vector<Local>& blocks);
+  /// Ends an assembly with this rank's rows, see `buildColumnBlocks`.
+  template <class Source>
+  void takeRows(Source& source);
   void multiplyAdd(T a, const Vector& x, T b, Vector& y, AsyncMatVecObject* async) const;
   /// Becomes the matrix m of the root, or tells on all ranks by false that the root has none.
   bool scatterFrom(int comm, int root, const Local& m, bool valid);

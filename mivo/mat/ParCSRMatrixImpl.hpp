@@ -6,9 +6,12 @@
 #include <memory>
 #include <mutex>
 
+#include "mivo/mat/ColumnBlocks.hpp"
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/Utils.hpp"
 #include "mivo/utils/communicator.hpp"
+#include "mivo/utils/logging.hpp"
 
 namespace mivo {
 
@@ -72,5 +75,18 @@ struct ParCSRMatrixT<T, G, L>::ParCSRMatrixImpl {
     plan.recvTraversal([](int, auto* block) { block->block = nullptr; });
   }
 };
+
+template <class T, class G, class L>
+template <class Source>
+void ParCSRMatrixT<T, G, L>::takeRows(Source& source) {
+  MIVO_LOG(3, Utils::getVerboseLevel() >= 3) << "begin coo to csr";
+  std::vector<Local> blocks =
+      buildColumnBlocks<T, G, L>(impl_->col_part, impl_->localRows(), source);
+  if (impl_->device.type != Device::kHost) {
+    for (Local& block : blocks) block = block.toDevice(impl_->device);
+  }
+  impl_->assembly.reset();
+  replaceBlocks(blocks);
+}
 
 }  // namespace mivo

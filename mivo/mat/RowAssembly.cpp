@@ -9,7 +9,6 @@
 #include "mivo/mat/ColumnBlocks.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
 #include "mivo/mat/RowMessages.hpp"
-#include "mivo/utils/Utils.hpp"
 
 namespace mivo {
 namespace {
@@ -121,14 +120,18 @@ void RowAssembly<T, G, L>::closeRow() {
 template <class T, class G, class L>
 void RowAssembly<T, G, L>::finish() {
   closeRow();
-  auto& impl = *matrix_.impl_;
-  RowMessages<T, G> messages(impl.comm);
+  RowMessages<T, G> messages(matrix_.impl_->comm);
   packForeignRows(messages);
   messages.exchange();
+  finish(messages);
+}
+
+template <class T, class G, class L>
+void RowAssembly<T, G, L>::finish(const RowMessages<T, G>& messages) {
+  closeRow();
   std::vector<Contribution> contributions = readContributions(messages);
   if (!contributions.empty()) addContributions(std::move(contributions));
 
-  MIVO_LOG(3, Utils::getVerboseLevel() >= 3) << "begin coo to csr";
   struct Source {
     const std::vector<L>& counts;
     Reader reader;
@@ -139,13 +142,7 @@ void RowAssembly<T, G, L>::finish() {
     void restart(bool last) { reader.restart(last); }
   };
   Source source{counts_, Reader{own_}};
-  std::vector<CSRMatrixT<T, L>> blocks =
-      buildColumnBlocks<T, G, L>(impl.col_part, static_cast<L>(counts_.size()), source);
-  if (impl.device.type != Device::kHost) {
-    for (CSRMatrixT<T, L>& block : blocks) block = block.toDevice(impl.device);
-  }
-  impl.assembly.reset();
-  matrix_.replaceBlocks(blocks);
+  matrix_.takeRows(source);
 }
 
 template <class T, class G, class L>

@@ -48,6 +48,8 @@ class RowAssembly {
   }
   /// Sends rows to their owners and builds the column blocks of the matrix.
   void finish();
+  /// The same after an exchange in which this rank, which has no rows of others, has sent nothing.
+  void finish(const RowMessages<T, G>& messages);
 
  private:
   using Entry = typename MapWithLockType<G, T>::value_type;
