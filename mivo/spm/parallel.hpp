@@ -23,6 +23,10 @@ template <class C, class R, class A, class... Rest>
 struct FirstArgument<R (C::*)(A, Rest...) const> {
   using type = std::decay_t<A>;
 };
+template <class C, class R, class A, class... Rest>
+struct FirstArgument<R (C::*)(A, Rest...) const noexcept> {
+  using type = std::decay_t<A>;
+};
 
 /// Index type of a kernel body, and 64-bit for a generic one. Looping in the body's own type keeps
 /// addresses affine, so that the compiler can vectorise.

@@ -49,12 +49,15 @@ TEST(HostLoops, ForVisitsEachIndexOnceInRisingOrder) {
   for (const int threads : {1, 3, 100}) {
     OpenMP space{threads};
     for (const auto& range : {std::pair<int, int>{0, 10}, {7, 12}, {0, 0}, {3, 1}}) {
-      std::vector<int> expected, typed, generic;
+      std::vector<int> expected, typed, quiet, generic;
       for (int i = range.first; i < range.second; ++i) expected.push_back(i);
       parallel_for(Policy(space, range.first, range.second), [&](int i) { typed.push_back(i); });
       parallel_for(Policy(space, range.first, range.second),
+                   [&](int i) noexcept { quiet.push_back(i); });
+      parallel_for(Policy(space, range.first, range.second),
                    [&](auto i) { generic.push_back(static_cast<int>(i)); });
       EXPECT_EQ(typed, expected);
+      EXPECT_EQ(quiet, expected);
       EXPECT_EQ(generic, expected);
     }
   }
