@@ -32,10 +32,10 @@ Factory<TestCaseT<T, G, L>>& TestCaseT<T, G, L>::getFactory() {
   return factory;
 }
 
-#define MIVO_INSTANCE(T) template class TestCaseT<T, long, int>;
+#define MIVO_INSTANCE(T)                  \
+  template class TestCaseT<T, long, int>; \
+  template class TestCaseT<T, int, int>;
 MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
 #undef MIVO_INSTANCE
-template class TestCaseT<double, int, int>;
-template class TestCaseT<Complex<double>, int, int>;
 
 }  // namespace mivo

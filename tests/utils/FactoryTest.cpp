@@ -62,14 +62,11 @@ TYPED_TEST(Families, HoldTheirNames) {
                "SolverMINRES", "SolverSYMMLQ", "SolverAdamW", "SolverGaussElim"});
   if (std::is_same_v<T, double> || std::is_same_v<T, Complex<double>>) {
     expectNames(namesOf<TestCaseT<T, long, int>>("TestCaseT"), {"PoissonFDM", "MatrixMarket"});
+    expectNames(namesOf<TestCaseT<T, int, int>>("TestCaseT"), {"PoissonFDM"});
   } else {
     expectNames(namesOf<TestCaseT<T, long, int>>("TestCaseT"), {});
+    expectNames(namesOf<TestCaseT<T, int, int>>("TestCaseT"), {});
   }
-}
-
-TEST(Families, OfTestCasesWithShortIndicesHoldPoissonOnly) {
-  expectNames(namesOf<TestCaseT<double, int, int>>("TestCaseT"), {"PoissonFDM"});
-  expectNames(namesOf<TestCaseT<Complex<double>, int, int>>("TestCaseT"), {"PoissonFDM"});
 }
 
 TYPED_TEST(Families, HaveTheirKeys) {
