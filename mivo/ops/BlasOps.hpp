@@ -47,8 +47,8 @@ class MIVO_API BlasOps {
   /// Positions of elements that are not exactly zero (NaN counts), ascending. `indices` may be null to
   /// count only; `count` is one element of device memory and is always written. One sequential task.
   static void get_nonzero_indices(const Device& device, I n, const T* x, I* indices, I* count);
-  static void get_real(const Device& device, I n, const T* x, R* y);
-  /// Imaginary parts; 0 for a real T
+  static void get_real(const Device& device, I n, const T* x, R* y);  ///< y = real part of x
+  /// y = imaginary part of x; 0 for a real T
   static void get_imag(const Device& device, I n, const T* x, R* y);
   /// z = (re, im); a null array stands for zeros
   static void create_complex(const Device& device, I n, const T* re, const T* im, Complex<T>* z);

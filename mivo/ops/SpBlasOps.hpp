@@ -131,12 +131,12 @@ class MIVO_API SpBlasOps {
 
   // Queries. `value` and `found` are single elements of device memory.
 
-  static void get_row_element_count(const Device& device, View a, I n, I* counts);
-  static void get_col_element_count(const Device& device, View a, I n, I* counts);
+  static void get_row_element_count(const Device& device, View a, I n, I* counts);  ///< per row
+  static void get_col_element_count(const Device& device, View a, I n, I* counts);  ///< per column
   static void get_element_value(const Device& device, I rows, I cols, const I* rowptr,
                                 const I* col_idx, const T* values, I row, I col, T* value,
-                                int* found);
-  /// Overwrites an existing entry; never inserts
+                                int* found);  ///< the first entry in row and col: 0, 0 without one
+  /// Overwrites the first entry in row and col; never inserts
   static void set_element_value(const Device& device, I rows, I cols, const I* rowptr,
                                 const I* col_idx, T* values, I row, I col, T value, int* found);
 

@@ -58,7 +58,7 @@ class MIVO_API Device {
   void* rawMalloc(std::size_t bytes) const;
   /// The same as `rawMalloc(bytes)`: neither copies nor frees `p`.
   void* rawRealloc(void* p, std::size_t bytes) const;
-  void rawFree(void* p) const;
+  void rawFree(void* p) const;  ///< gives back a block of this device, or null
   /// Synchronous copy from this device to `dst` on `dstDevice`. Pairs of kinds without a copy do nothing.
   void rawCopyTo(std::size_t bytes, const void* src, const Device& dstDevice, void* dst) const;
 
