@@ -88,6 +88,9 @@ class Folder {
     }
     outcome.out = readAll(outFile);
     outcome.err = readAll(errFile);
+    // A sanitizer ends a program with status 1, too.
+    EXPECT_EQ(outcome.err.find("Sanitizer"), std::string::npos) << outcome.err;
+    EXPECT_EQ(outcome.err.find("runtime error:"), std::string::npos) << outcome.err;
     return outcome;
   }
 
