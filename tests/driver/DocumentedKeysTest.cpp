@@ -96,7 +96,7 @@ TEST(ConfigurationDocument, AgreesWithTheSchemaInNamesKeysTypesAndDefaults) {
   std::set<std::string> registered;
   for (const std::string family : {"testcase", "solver", "preconditioner"}) {
     for (const std::string name : mivo_solve::schemaDocument()["definitions"][family]["properties"]
-                                                               [family + "_type"]["enum"]) {
+                                                              [family + "_type"]["enum"]) {
       registered.insert(name);
     }
   }
