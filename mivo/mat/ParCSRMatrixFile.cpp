@@ -6,11 +6,10 @@
 #include <istream>
 #include <ostream>
 #include <string>
-#include <vector>
 
+#include "mivo/mat/MatrixText.hpp"
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
-#include "mivo/utils/strings.hpp"
 
 namespace mivo {
 
@@ -27,15 +26,9 @@ template <class T, class G, class L>
 void ParCSRMatrixT<T, G, L>::saveToFile(const std::string& name, int precision) {
   const int rank = impl_->rank();
   const int size = impl_->size();
-  const std::vector<std::string> parts = stringSplitExt(name);
   for (const auto& entry : impl_->local_blocks) {
-    std::string file = name;
-    if (size > 1) {
-      file = parts[0] + "-size_" + std::to_string(size) + "-rank_" + std::to_string(rank) +
-             "-part_" + std::to_string(entry.first);
-      if (!parts[1].empty()) file += "." + parts[1];
-    }
-    onHost(entry.second.matrix).saveToFile(file, precision);
+    onHost(entry.second.matrix)
+        .saveToFile(matrixRankFileName(name, size, rank, entry.first), precision);
   }
 }
 
