@@ -24,6 +24,9 @@ class MIVO_API COOMatrixT {
 
   /// Shape -1 by -1 until `setShape`.
   COOMatrixT();
+  // A move copies the handle, so that none is ever without storage.
+  COOMatrixT(const COOMatrixT&) = default;
+  COOMatrixT& operator=(const COOMatrixT&) = default;
 
   void setShape(R rows, C cols);
   R getRows() const;

@@ -36,6 +36,9 @@ class MIVO_API CSRMatrixT {
   // Storage.
 
   CSRMatrixT();
+  // A move copies the handle, so that none is ever without storage.
+  CSRMatrixT(const CSRMatrixT&) = default;
+  CSRMatrixT& operator=(const CSRMatrixT&) = default;
   /// Fresh arrays: rows + 1 row pointers (none when rows is 0), nnz columns and values. Undefined; row pointers are 0 when nnz is.
   void create(I rows, I cols, I nnz, const Device& device);
   /// Same rows and device (kind and ordinal): only the column count changes. Otherwise a shaped matrix, in place for all handles.

@@ -36,18 +36,23 @@ class MIVO_API MatrixT {
   // Storage.
 
   MatrixT() { create(0, 0, Device(0, 0)); }
+  // A move copies the handle, so that none is ever without storage.
+  MatrixT(const MatrixT&) = default;
+  MatrixT& operator=(const MatrixT&) = default;
 
   /// Fresh storage of rows * cols elements on `device`, content undefined; nothing is allocated for
   /// 0.
   void create(I rows, I cols, const Device& device) {
     MIVO_CHECK_AT(rows >= 0 && cols >= 0, "Matrix", 117);
     const std::size_t count = elementCount(rows, cols);
-    impl_ = std::make_shared<MatrixImpl>();
-    impl_->rows = rows;
-    impl_->cols = cols;
-    impl_->device = device;
-    impl_->capacity = static_cast<I>(count);
-    if (count > 0) impl_->data = static_cast<T*>(device.rawMalloc(count * sizeof(T)));
+    // `device` may be that of the present storage, which goes with its last handle.
+    auto fresh = std::make_shared<MatrixImpl>();
+    fresh->rows = rows;
+    fresh->cols = cols;
+    fresh->device = device;
+    fresh->capacity = static_cast<I>(count);
+    if (count > 0) fresh->data = static_cast<T*>(device.rawMalloc(count * sizeof(T)));
+    impl_ = fresh;
   }
 
   /// Only the shape changes, for all handles, when the elements fit the capacity on the same kind

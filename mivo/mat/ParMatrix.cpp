@@ -238,9 +238,10 @@ ParMatrixT<T, G, L> ParMatrixT<T, G, L>::toDevice(const Device& d) const {
 template <class T, class G, class L>
 void ParMatrixT<T, G, L>::toDevice(const Device& d, ParMatrixT& out) const {
   const ParMatrixT source = *this;
+  const Device target = d;  // may be that of `out` or of its local block
   source.copySpread(out);
-  out.impl_->device = d;
-  source.impl_->local.toDevice(d, out.impl_->local);
+  out.impl_->device = target;
+  source.impl_->local.toDevice(target, out.impl_->local);
 }
 
 /// Makes `out` an object of its own with this shape and comm, and an unshaped local block when it

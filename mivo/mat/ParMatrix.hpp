@@ -37,6 +37,9 @@ class MIVO_API ParMatrixT {
   // Construction.
 
   ParMatrixT();
+  // A move copies the handle, so that none is ever without storage.
+  ParMatrixT(const ParMatrixT&) = default;
+  ParMatrixT& operator=(const ParMatrixT&) = default;
   explicit ParMatrixT(G rows, const Device& device, int comm = kCommWorld);
   ParMatrixT(G rows, G cols, const Device& device, int comm = kCommWorld);
   /// Column vector with rows spread evenly; content undefined.

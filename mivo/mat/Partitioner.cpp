@@ -29,10 +29,12 @@ void PartitionerT<G, L>::create(G globalSize, L numParts) {
 
 template <class G, class L>
 void PartitionerT<G, L>::create(G globalSize, const std::vector<G>& offsets) {
-  impl_ = std::make_shared<PartitionImpl>();
-  impl_->num_parts = offsets.empty() ? 0 : static_cast<L>(offsets.size() - 1);
-  impl_->global_size = globalSize;
-  impl_->offsets = offsets;
+  // The offsets may be those of the present description, which goes with its last handle.
+  auto fresh = std::make_shared<PartitionImpl>();
+  fresh->num_parts = offsets.empty() ? 0 : static_cast<L>(offsets.size() - 1);
+  fresh->global_size = globalSize;
+  fresh->offsets = offsets;
+  impl_ = fresh;
 }
 
 template <class G, class L>

@@ -20,6 +20,9 @@ class MIVO_API PartitionerT {
  public:
   /// No parts, global size 0.
   PartitionerT();
+  // A move copies the handle, so that none is ever without a description.
+  PartitionerT(const PartitionerT&) = default;
+  PartitionerT& operator=(const PartitionerT&) = default;
 
   /// Even split: the first globalSize % numParts parts get one index more than the others. With a zero
   /// argument there are no offsets, and every part asked for has the range [0, 0).

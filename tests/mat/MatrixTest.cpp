@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "mivo/mat/CrossData.hpp"
@@ -49,6 +50,23 @@ TYPED_TEST(MatrixTest, ResizeKeepsTheStorageThatFits) {
   }
   EXPECT_EQ(M().getRows(), 0);
   EXPECT_EQ(M().getDevice(), Device());
+}
+
+TYPED_TEST(MatrixTest, HandlesSurviveMovesAndTheirOwnDeviceAsArgument) {
+  using M = MatrixT<TypeParam, int>;
+  for (const Device& device : testDevices()) {
+    M m;
+    m.create(2, 1, device);
+    m.create(3, 1, m.getDevice());
+    EXPECT_EQ(m.getDevice(), device);
+    m.resize(4, 1, m.getDevice());
+    EXPECT_EQ(m.getDevice(), device);
+    M taken = std::move(m);
+    EXPECT_EQ(m.getData(), taken.getData());
+    m = std::move(taken);
+    taken.resize(5, 1, device);
+    EXPECT_EQ(m.getRows(), 4);
+  }
 }
 
 TYPED_TEST(MatrixTest, CopiesOfAHandleShareAndDeepCopiesDoNot) {

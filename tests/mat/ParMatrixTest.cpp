@@ -238,6 +238,11 @@ TYPED_TEST(ParMatrixTest, CopiesKeepUnevenSplitsAndOwnTheirData) {
     EXPECT_EQ(valuesOf(shared), valuesOf(deep))
         << "a deep copy into shared storage must unshare it";
 
+    V placed(3, device);
+    x.toDevice(placed.getDevice(), placed);
+    EXPECT_TRUE(placed.hasShapeOf(x)) << "the device is an argument out of the result";
+    EXPECT_EQ(placed.getLocalMatrix().getData(), x.getLocalMatrix().getData());
+
     ParMatrixT<double, long, int> structure;
     x.copyStructure(structure);
     EXPECT_TRUE(structure.hasShapeOf(x));

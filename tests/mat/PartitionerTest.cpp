@@ -92,6 +92,8 @@ TEST(Partitioner, ExplicitOffsetsAreTakenAsTheyStand) {
   other.create(20, std::vector<long>{0, 9, 20});
   EXPECT_TRUE(other != evenSplit(20, 2));
   EXPECT_TRUE(handle == evenSplit(20, 2)) << "create moves one handle only";
+  other.create(21, other.getOffsets());
+  EXPECT_EQ(other.getOffsets(), (std::vector<long>{0, 9, 20})) << "its own offsets";
 }
 
 TEST(Partitioner, PartitionIsAHostColumnNarrowedToTheLocalType) {
