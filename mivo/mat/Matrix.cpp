@@ -71,7 +71,7 @@ MatrixT<T, I, Layout> MatrixT<T, I, Layout>::range(I begin, I end, I step) {
   MatrixT out;
   out.create(span > 0 ? static_cast<I>((span - 1) / step + 1) : 0, 1, Device());
   for (I k = 0; k < out.getSize(); ++k) {
-    out.getData()[k] = T(static_cast<R>(begin + k * step));
+    out.getData()[k] = T(static_cast<R>(begin + static_cast<std::int64_t>(k) * step));
   }
   return out;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <iosfwd>
 #include <limits>
@@ -204,10 +205,15 @@ class MIVO_API MatrixT {
   static constexpr std::size_t kMaxCount = std::numeric_limits<int>::max();
 
   static std::size_t elementCount(I rows, I cols) {
-    const std::size_t count = static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols);
-    MIVO_CHECK(count <= static_cast<std::size_t>(std::numeric_limits<I>::max()))
+    // Neither the count nor the size in bytes may wrap around, which takes I = long.
+    constexpr std::size_t kMost =
+        std::min(static_cast<std::size_t>(std::numeric_limits<I>::max()),
+                 static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max()) / sizeof(T));
+    const std::size_t r = static_cast<std::size_t>(rows);
+    const std::size_t c = static_cast<std::size_t>(cols);
+    MIVO_CHECK(c == 0 || r <= kMost / c)
         << "Matrix: " << rows << " x " << cols << " elements exceed the index type";
-    return count;
+    return r * c;
   }
 
   void copyDataTo(MatrixT& out) const {

@@ -304,7 +304,7 @@ void ParMatrixT<T, G, L>::createComplex(const ParMatrixT<R, G, L>& re,
                                         const ParMatrixT<R, G, L>& im) {
   // Which part is missing is asked of the whole matrix: a rank without rows must not take the empty
   // one.
-  const ParMatrixT<R, G, L> shape = re.getSize() > 0 ? re : im;
+  const ParMatrixT<R, G, L> shape = re.getRows() > 0 && re.getCols() > 0 ? re : im;
   Local local;
   local.createComplex(re.impl_->local, im.impl_->local);
   createShape(shape.getRows(), shape.getCols(), shape.getRowPartitioner(),

@@ -225,6 +225,8 @@ TEST(Matrix, RangeListsIntegersBelowItsEnd) {
   EXPECT_EQ(M::range(3, 3).getRows(), 0);
   EXPECT_EQ(M::range(3, 1).getRows(), 0);
   EXPECT_EQ(M::range(0, 5).getCols(), 1);
+  EXPECT_EQ(valuesOf(M::range(-2'000'000'000, 2'000'000'000, 1'500'000'000)),
+            (std::vector<int>{-2'000'000'000, -500'000'000, 1'000'000'000}));
   EXPECT_EQ(M::range(1, 4).getString(), "[1, 2, 3]");
   EXPECT_EQ(M().getString(), "[]");
 }
@@ -258,6 +260,11 @@ TEST(Matrix, ChecksEndTheProcessWithTheirText) {
   MIVO_EXPECT_FATAL(none.resize(1, -1, Device()), "Matrix:117", "");
   MIVO_EXPECT_FATAL_TEXT(none.create(1 << 16, 1 << 16, Device()),
                          "Matrix: 65536 x 65536 elements exceed the index type");
+  MatrixT<double, long> wide;
+  MIVO_EXPECT_FATAL_TEXT(wide.create(1L << 33, 1L << 31, Device()),
+                         "Matrix: 8589934592 x 2147483648 elements exceed the index type");
+  MIVO_EXPECT_FATAL_TEXT(wide.create(1, 1L << 61, Device()),
+                         "Matrix: 1 x 2305843009213693952 elements exceed the index type");
   MIVO_EXPECT_FATAL_TEXT(M::axpy(1, x, y), "axpy: x and y must have the same size");
   MIVO_EXPECT_FATAL_TEXT(M::axpy(1, none, far), "axpy: x and y must be on the same device");
   MIVO_EXPECT_FATAL_TEXT(M::axpby(1, x, 1, y), "axpby: x and y must have the same size");
