@@ -105,6 +105,7 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
   void aAxpby(T a, const Vector& x, T b, Vector& y, AsyncMatVecObject* async) override;
   /// y = A x, with y created in the row partition when its shape, device or comm differ.
   void matVec(const Vector& x, Vector& y, AsyncMatVecObject* async) override;
+  void matVec(const Vector& x, Vector& y, AsyncMatVecObject* async) const;
   Vector matVec(const Vector& x) const;
   /// Builds the halo plan, when it is missing or `force` is set.
   void prepareMatVec(bool force) const;

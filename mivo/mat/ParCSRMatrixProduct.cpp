@@ -219,10 +219,15 @@ void ParCSRMatrixT<T, G, L>::matVec(const Vector& x, Vector& y, AsyncMatVecObjec
 }
 
 template <class T, class G, class L>
+void ParCSRMatrixT<T, G, L>::matVec(const Vector& x, Vector& y, AsyncMatVecObject* async) const {
+  shapeResult(x, y);
+  multiplyAdd(T(1), x, T(0), y, async);
+}
+
+template <class T, class G, class L>
 typename ParCSRMatrixT<T, G, L>::Vector ParCSRMatrixT<T, G, L>::matVec(const Vector& x) const {
   Vector y;
-  shapeResult(x, y);
-  multiplyAdd(T(1), x, T(0), y, nullptr);
+  matVec(x, y, nullptr);
   return y;
 }
 

@@ -114,10 +114,11 @@ class MIVO_API SpMVCommPatternT {
   void initReverseExchange();
   /// Sends ghost entries whose flag is set to their owners, which fold them into x by `reduce`, and
   /// into `mask` (where that has elements) by `maskReduce`, whose second argument is 1.
-  void reverseExchange(ParMatrixT<T, G, L>& x, ParMatrixT<int, G, L>& mask,
+  void reverseExchange(const ParMatrixT<T, G, L>& x, const ParMatrixT<int, G, L>& mask,
                        const std::function<T(const T&, const T&)>& reduce,
                        const std::function<int(const int&, const int&)>& maskReduce);
-  void reverseExchange(ParMatrixT<T, G, L>& x, const std::function<T(const T&, const T&)>& reduce);
+  void reverseExchange(const ParMatrixT<T, G, L>& x,
+                       const std::function<T(const T&, const T&)>& reduce);
 
   /// One record per ghost block, in rank order, as a host table.
   void getRawMat(MatrixT<COT_RawCommPattern<T, L>, L, MatrixLayoutRowMajor>& out) const;

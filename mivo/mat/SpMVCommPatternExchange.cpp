@@ -163,14 +163,14 @@ void SpMVCommPatternT<T, G, L>::initReverseExchange() {
 
 template <class T, class G, class L>
 void SpMVCommPatternT<T, G, L>::reverseExchange(
-    ParMatrixT<T, G, L>& x, const std::function<T(const T&, const T&)>& reduce) {
-  ParMatrixT<int, G, L> mask;
-  reverseExchange(x, mask, reduce, [](const int& a, const int& b) { return a > b ? a : b; });
+    const ParMatrixT<T, G, L>& x, const std::function<T(const T&, const T&)>& reduce) {
+  reverseExchange(x, ParMatrixT<int, G, L>(), reduce,
+                  [](const int& a, const int& b) { return a > b ? a : b; });
 }
 
 template <class T, class G, class L>
 void SpMVCommPatternT<T, G, L>::reverseExchange(
-    ParMatrixT<T, G, L>& x, ParMatrixT<int, G, L>& mask,
+    const ParMatrixT<T, G, L>& x, const ParMatrixT<int, G, L>& mask,
     const std::function<T(const T&, const T&)>& reduce,
     const std::function<int(const int&, const int&)>& maskReduce) {
   using Message = std::vector<ReverseData<T, L>>;

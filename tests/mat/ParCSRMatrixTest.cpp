@@ -115,6 +115,10 @@ TEST(ParCSRMatrix, ProductShapesAResultThatIsNotReadButRefusesOneThatIs) {
     Vector<double> y(7, device);
     A.matVec(x, y, nullptr);
     EXPECT_EQ(valuesOf(y), (std::vector<double>{1., 20., 3.}));
+    const Matrix<double>& fixed = A;
+    y.create(7, device);
+    fixed.matVec(x, y, nullptr);
+    EXPECT_EQ(valuesOf(y), (std::vector<double>{1., 20., 3.}));
     // The right size in an unusual partition.
     y.create(partsAt<long>({0, 3, 3}), device);
     A.aAxpby(1., x, 0., y, nullptr);

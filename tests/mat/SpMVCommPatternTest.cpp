@@ -109,7 +109,7 @@ TYPED_TEST(SpMVCommPatternTest, OwnBlockKeepsTheVectorAndGivesNothingBack) {
     A.prepareMatVec(false);
     const Plan<T>& planOfA = A.getSpMVCommPattern();
     Plan<T> plan = planOfA;  // copies share the plan
-    Vector<T> x = columnOf(device, A.getColPartitioner(), std::vector<T>{T(5), T(6)});
+    const Vector<T> x = columnOf(device, A.getColPartitioner(), std::vector<T>{T(5), T(6)});
     A.exchangeMatVec(x, nullptr, nullptr, nullptr, nullptr);
     plan.recvTraversal(
         [](int, typename Plan<T>::SpmvColBlock* b) { EXPECT_NE(b->block, nullptr); });
