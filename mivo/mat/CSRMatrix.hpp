@@ -20,12 +20,13 @@ namespace mivo {
 ///
 /// A handle: copies share the arrays, assignment rebinds, `deepCopy` duplicates. Row i holds the
 /// entries at positions rowPtr[i] to rowPtr[i + 1] - 1, in any order unless an operation says
-/// otherwise. A matrix is empty (default-built), shaped (row pointers only, at 0 until a kernel counts), or complete.
-/// Sparse results of no entries are often the default-built 0 by 0 matrix on the host: look at the
-/// number of entries before trusting the shape.
+/// otherwise. A matrix is empty (default-built), shaped (row pointers only, at 0 until a kernel
+/// counts), or complete. Sparse results of no entries are often the default-built 0 by 0 matrix on
+/// the host: look at the number of entries before trusting the shape.
 ///
-/// T is one of the six value types with I = int; I = long carries global columns during assembly and has the storage
-/// members and `packStream` alone. Nothing is collective. Failed checks end the process.
+/// T is one of the six value types with I = int; I = long carries global columns during assembly
+/// and has the storage members and `packStream` alone. Nothing is collective. Failed checks end the
+/// process.
 template <class T, class I>
 class MIVO_API CSRMatrixT {
  public:
@@ -39,16 +40,19 @@ class MIVO_API CSRMatrixT {
   // A move copies the handle, so that none is ever without storage.
   CSRMatrixT(const CSRMatrixT&) = default;
   CSRMatrixT& operator=(const CSRMatrixT&) = default;
-  /// Fresh arrays: rows + 1 row pointers (none when rows is 0), nnz columns and values. Undefined; row pointers are 0 when nnz is.
+  /// Fresh arrays: rows + 1 row pointers (none when rows is 0), nnz columns and values. Undefined;
+  /// row pointers are 0 when nnz is.
   void create(I rows, I cols, I nnz, const Device& device);
-  /// Same rows and device (kind and ordinal): only the column count changes. Otherwise a shaped matrix, in place for all handles.
+  /// Same rows and device (kind and ordinal): only the column count changes. Otherwise a shaped
+  /// matrix, in place for all handles.
   void resize(I rows, I cols, const Device& device);
-  /// Second step of a two-pass operation on a shaped matrix: allocates nnz columns and values. `cols` above 0
-  /// replaces the column count. Ends the process when the arrays exist already.
+  /// Second step of a two-pass operation on a shaped matrix: allocates nnz columns and values.
+  /// `cols` above 0 replaces the column count. Ends the process when the arrays exist already.
   void resizeNnz(I nnz, I cols);
   /// rowPtr[rows] read from the device; 0 for a matrix of no rows.
   I evaluateNnzs() const;
-  /// Reuses `out` when its shape, entry count and device are the same. An empty matrix becomes 0 by 0.
+  /// Reuses `out` when its shape, entry count and device are the same. An empty matrix becomes 0 by
+  /// 0.
   void deepCopy(CSRMatrixT& out) const;
   CSRMatrixT toDevice(const Device& device) const;
   /// Shape, row pointers and columns for another value type; values undefined.
@@ -65,19 +69,21 @@ class MIVO_API CSRMatrixT {
   /// View for kernels on the matrix's device.
   View getRawMat() const;
 
-  // Algebra. A result that holds entries is replaced, so that it may be an operand; one without is filled in place.
+  // Algebra. A result that holds entries is replaced, so that it may be an operand; one without is
+  // filled in place.
 
   /// Sorts each row by column, in place.
   void sortRows();
   static void scale(CSRMatrixT& m, T a);
   /// y = a A x + b y. An empty matrix or x replaces y by an empty vector; b = 0 shapes y.
   void aAxpby(T a, const Vector& x, T b, Vector& y) const;
-  /// C = A B, columns in order of first appearance. An empty factor gives the empty matrix unchecked.
+  /// C = A B, columns in order of first appearance. An empty factor gives the empty matrix
+  /// unchecked.
   void multiply(const CSRMatrixT& B, CSRMatrixT& C) const;
   /// C = a A + b B; sorts the rows of A and B. An empty operand is left out before any check.
   static void matadd(T a, const CSRMatrixT& A, T b, const CSRMatrixT& B, CSRMatrixT& C);
-  /// Diagonal update, see `SpBlasOps::csr_axpby_diag`; an empty vector takes the kernel's default. `firstRow`, `firstCol`
-  /// place this block in the merged matrix.
+  /// Diagonal update, see `SpBlasOps::csr_axpby_diag`; an empty vector takes the kernel's default.
+  /// `firstRow`, `firstCol` place this block in the merged matrix.
   void axpbyDiag(T a, const Vector& d1, T b, const Vector& d2, CSRMatrixT& out, I firstRow = 0,
                  I firstCol = 0) const;
   /// Copy of the entries with |v| > threshold.
@@ -92,15 +98,18 @@ class MIVO_API CSRMatrixT {
   /// Entry positions begins[i] to ends[i] - 1 as row i, columns unchanged.
   void getSelectedCols(const IndexVectorT& begins, const IndexVectorT& ends, CSRMatrixT& out,
                        I cols) const;
-  /// One block per part with columns from 0; one part shares this matrix. Empty matrix: empty vector.
+  /// One block per part with columns from 0; one part shares this matrix. Empty matrix: empty
+  /// vector.
   template <class G, class L>
   void splitCols(const PartitionerT<G, L>& part, std::vector<CSRMatrixT>& out) const;
   /// Stacks blocks; a block without entries counts as the part's size of empty rows.
   template <class G, class L>
-  static CSRMatrixT mergeRows(const PartitionerT<G, L>& part, const std::vector<CSRMatrixT>& blocks);
+  static CSRMatrixT mergeRows(const PartitionerT<G, L>& part,
+                              const std::vector<CSRMatrixT>& blocks);
   /// Joins blocks side by side; columns get the begin of their part added.
   template <class G, class L>
-  static CSRMatrixT mergeCols(const PartitionerT<G, L>& part, const std::vector<CSRMatrixT>& blocks);
+  static CSRMatrixT mergeCols(const PartitionerT<G, L>& part,
+                              const std::vector<CSRMatrixT>& blocks);
 
   // Entries.
 
@@ -112,8 +121,8 @@ class MIVO_API CSRMatrixT {
   bool setElementValue(I row, I col, const T& value);
   /// Equal values, whatever the order of entries and stored zeros; NaN is unequal to itself.
   bool operator==(const CSRMatrixT& other) const;
-  /// Ends the process unless the structure is sound; `sorted` asks for strictly ascending columns. Host
-  /// memory only.
+  /// Ends the process unless the structure is sound; `sorted` asks for strictly ascending columns.
+  /// Host memory only.
   void check(bool sorted) const;
 
   // Exchange between ranks: rows, cols, nnz, row pointers, columns, values; host memory only.

@@ -6,8 +6,8 @@
 
 namespace mivo {
 
-/// A scalar that kernels write on a device and the host reads: kernels take `device.getData()`, then the caller
-/// calls `toHost()` and reads `host`.
+/// A scalar that kernels write on a device and the host reads: kernels take `device.getData()`,
+/// then the caller calls `toHost()` and reads `host`.
 template <class T>
 struct MIVO_API CrossData {
   MatrixT<T, int, MatrixLayoutRowMajor> host;    ///< 1 by 1 on the host

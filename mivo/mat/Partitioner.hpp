@@ -11,10 +11,10 @@ namespace mivo {
 
 /// How the index range [0, globalSize) is cut into consecutive parts, one per rank or column block.
 ///
-/// A handle on a description that never changes in place: copies share it, `create` moves this handle
-/// to a fresh one. No communication: all ranks build the same partitioner from the same arguments. G is the
-/// type of global indices, L that of part numbers and of indices within a part. Part numbers are not
-/// checked.
+/// A handle on a description that never changes in place: copies share it, `create` moves this
+/// handle to a fresh one. No communication: all ranks build the same partitioner from the same
+/// arguments. G is the type of global indices, L that of part numbers and of indices within a part.
+/// Part numbers are not checked.
 template <class G, class L>
 class MIVO_API PartitionerT {
  public:
@@ -24,8 +24,8 @@ class MIVO_API PartitionerT {
   PartitionerT(const PartitionerT&) = default;
   PartitionerT& operator=(const PartitionerT&) = default;
 
-  /// Even split: the first globalSize % numParts parts get one index more than the others. With a zero
-  /// argument there are no offsets, and every part asked for has the range [0, 0).
+  /// Even split: the first globalSize % numParts parts get one index more than the others. With a
+  /// zero argument there are no offsets, and every part asked for has the range [0, 0).
   void create(G globalSize, L numParts);
   /// Explicit split by offsets (number of parts + 1 values), taken as they stand.
   void create(G globalSize, const std::vector<G>& offsets);
@@ -41,8 +41,8 @@ class MIVO_API PartitionerT {
   bool operator==(const PartitionerT& other) const;
   bool operator!=(const PartitionerT& other) const { return !(*this == other); }
 
-  /// Number of the part whose interval holds `value`, by a linear scan; empty parts never match. Ends the
-  /// process for a value outside the offsets; the last offset itself gives -1.
+  /// Number of the part whose interval holds `value`, by a linear scan; empty parts never match.
+  /// Ends the process for a value outside the offsets; the last offset itself gives -1.
   static L firstGreaterOrEqual(const std::vector<G>& offsets, G value);
   /// Part and local index of a global index below the global size.
   void global2Local(G global, L& part, L& local) const;

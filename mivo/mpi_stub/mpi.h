@@ -2,9 +2,10 @@
 #pragma once
 
 /// The part of the C binding of the message-passing interface that the library calls, in the handle
-/// encoding of MPICH. Internal: public headers name communicators as plain `int`, so that a program may
-/// include a real `mpi.h` beside them. The definitions come from `mpi_stub.cpp` in a world of one process, and from
-/// the message-passing library that stands before this one in the link order otherwise.
+/// encoding of MPICH. Internal: public headers name communicators as plain `int`, so that a program
+/// may include a real `mpi.h` beside them. The definitions come from `mpi_stub.cpp` in a world of
+/// one process, and from the message-passing library that stands before this one in the link order
+/// otherwise.
 
 #define MPI_SUCCESS 0
 #define MPI_COMM_WORLD 0x44000000

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The message-passing interface as a world of one process. The library exports these functions under the
-// standard names; a real message-passing library before it in the link order replaces them all.
-// This unit declares nothing of mpi.h: the functions of names.inc take no parameters here, and
-// the calling convention lets a caller pass any.
+// The message-passing interface as a world of one process. The library exports these functions
+// under the standard names; a real message-passing library before it in the link order replaces
+// them all. This unit declares nothing of mpi.h: the functions of names.inc take no parameters
+// here, and the calling convention lets a caller pass any.
 
 #include <cstddef>
 #include <cstring>
@@ -12,8 +12,8 @@
 
 namespace {
 
-/// Bytes of one element of a datatype handle, 0 for an unknown one. MPICH keeps the size of a basic type in
-/// the second lowest byte, but only the types listed are known here.
+/// Bytes of one element of a datatype handle, 0 for an unknown one. MPICH keeps the size of a basic
+/// type in the second lowest byte, but only the types listed are known here.
 long extentOf(int type) {
   switch (type) {
     case 0x4c000101:  // MPI_CHAR
@@ -38,7 +38,8 @@ long extentOf(int type) {
 }
 
 int copyElements(const void* from, int count, int type, void* to) {
-  const std::size_t bytes = static_cast<std::size_t>(count) * static_cast<std::size_t>(extentOf(type));
+  const std::size_t bytes =
+      static_cast<std::size_t>(count) * static_cast<std::size_t>(extentOf(type));
   const bool inPlace = from == reinterpret_cast<const void*>(-1L);
   if (bytes > 0 && !inPlace && from != to) std::memcpy(to, from, bytes);
   return 0;

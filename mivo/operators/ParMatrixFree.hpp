@@ -15,16 +15,17 @@ class ParMatrixT;
 template <class Base>
 class Factory;
 
-/// Abstract distributed linear operator: all that a Krylov solver needs of a matrix. Derive from it to solve with an
-/// operator of your own; only the five pure functions are needed. Products are collective.
+/// Abstract distributed linear operator: all that a Krylov solver needs of a matrix. Derive from it
+/// to solve with an operator of your own; only the five pure functions are needed. Products are
+/// collective.
 template <class T, class G, class L>
 class MIVO_API ParMatrixFreeT : public virtual ParOperator {
  public:
   /// Handle on a product whose receiving part ran on a helper thread.
   class MIVO_API AsyncMatVecObject {
    public:
-    /// Blocks until the result is there, and returns it or rethrows the stored exception. Not to be called after a
-    /// product on one rank, which leaves the handle untouched.
+    /// Blocks until the result is there, and returns it or rethrows the stored exception. Not to be
+    /// called after a product on one rank, which leaves the handle untouched.
     int wait() { return future_.get(); }
     /// Gives the promise that the product fulfils.
     std::promise<int> arm() {

@@ -13,12 +13,13 @@
 
 namespace mivo {
 
-/// When a callback runs: before the tagged object is created (it is then called with a null pointer), or after.
+/// When a callback runs: before the tagged object is created (it is then called with a null
+/// pointer), or after.
 enum class CallBackPlace : int { Before = 0, After = 1 };
 
-/// Root of everything that a JSON object can create: solvers, preconditioners, smoothers, operators, coarsening
-/// strategies. Objects form a tree with no links upward, so that a caller who holds the root can print
-/// it and search it by tag. Copies share the children.
+/// Root of everything that a JSON object can create: solvers, preconditioners, smoothers,
+/// operators, coarsening strategies. Objects form a tree with no links upward, so that a caller who
+/// holds the root can print it and search it by tag. Copies share the children.
 class MIVO_API ParOperator {
  public:
   using CallBack = std::function<void(std::shared_ptr<ParOperator>)>;
@@ -38,13 +39,15 @@ class MIVO_API ParOperator {
 
   /// Sets the child's role and appends it; a null child is ignored.
   void appendChild(std::shared_ptr<ParOperator> child, const std::string& childRole);
-  /// `fn` runs while this object, as parent, has a child with that tag created. Replaces an earlier one.
+  /// `fn` runs while this object, as parent, has a child with that tag created. Replaces an earlier
+  /// one.
   void registerCallBack(const std::string& tag, CallBackPlace place, CallBack fn);
   /// An empty function when there is none.
   CallBack getCallBack(const std::string& tag, CallBackPlace place) const;
   /// One line per object: indent, role and tag, family, registered name.
   void describe(std::ostringstream& out, int level) const;
-  /// First object with that tag, depth first from `root`, which must not be null; null without a hit.
+  /// First object with that tag, depth first from `root`, which must not be null; null without a
+  /// hit.
   static std::shared_ptr<ParOperator> findOpByTagName(std::shared_ptr<ParOperator> root,
                                                       const std::string& tag);
 };

@@ -112,11 +112,12 @@ void BlasOps<T, I>::min_max_sum(const Device& device, I n, const T* x, T* min, T
 template <class T, class I>
 void BlasOps<T, I>::adamw_step(const Device& device, I n, const T* g, T* x, T* m, R* v, R* vmax,
                                T lr, R beta1, R beta2, R eps, T weight_decay, I amsgrad, I step) {
-  MIVO_DISPATCH(adamw_step, n, g, x, m, v, vmax, lr, beta1, beta2, eps, weight_decay, amsgrad, step);
+  MIVO_DISPATCH(adamw_step, n, g, x, m, v, vmax, lr, beta1, beta2, eps, weight_decay, amsgrad,
+                step);
 }
 
-#define MIVO_INSTANCE(T)               \
-  template class BlasOps<T, int>;      \
+#define MIVO_INSTANCE(T)          \
+  template class BlasOps<T, int>; \
   template class BlasOps<T, long>;
 MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
 #undef MIVO_INSTANCE

@@ -15,10 +15,10 @@ class BlasOpsImpl;
 ///
 /// Every operation takes the device first; arrays lie in that device's memory and belong to the
 /// caller. Nothing is checked here: sizes and devices are the caller's duty. T is int, long, float,
-/// double, `Complex<float>` or `Complex<double>`, I is int or long, R is the real type of T. Zero tests on scalars
-/// are exact and choose the loop once per call, so a dropped operand is never read: NaN or
-/// infinity in it does not survive. An empty array writes nothing and reduces to the identity of the
-/// reducer (`spm/reducers.hpp`). Reductions on the host add in index order.
+/// double, `Complex<float>` or `Complex<double>`, I is int or long, R is the real type of T. Zero
+/// tests on scalars are exact and choose the loop once per call, so a dropped operand is never
+/// read: NaN or infinity in it does not survive. An empty array writes nothing and reduces to the
+/// identity of the reducer (`spm/reducers.hpp`). Reductions on the host add in index order.
 template <class T, class I>
 class MIVO_API BlasOps {
  public:
@@ -44,8 +44,9 @@ class MIVO_API BlasOps {
   static void reciprocal(const Device& device, I n, T a, T* x);
   /// x = x to the power a; integers through double with truncation, complex by modulus and angle
   static void pow(const Device& device, I n, T a, T* x);
-  /// Positions of elements that are not exactly zero (NaN counts), ascending. `indices` may be null to
-  /// count only; `count` is one element of device memory and is always written. One sequential task.
+  /// Positions of elements that are not exactly zero (NaN counts), ascending. `indices` may be null
+  /// to count only; `count` is one element of device memory and is always written. One sequential
+  /// task.
   static void get_nonzero_indices(const Device& device, I n, const T* x, I* indices, I* count);
   static void get_real(const Device& device, I n, const T* x, R* y);  ///< y = real part of x
   /// y = imaginary part of x; 0 for a real T
@@ -60,12 +61,12 @@ class MIVO_API BlasOps {
   static R abs_max(const Device& device, I n, const T* x);
   /// sum of abs(x) to the power p, without a root; p of 1 and 2 avoid `pow`
   static R abs_sum(const Device& device, I n, const T* x, R p);
-  /// Each result is taken in a pass of its own when its host pointer is not null. Complex numbers are
-  /// compared by the real part, and zero takes part.
+  /// Each result is taken in a pass of its own when its host pointer is not null. Complex numbers
+  /// are compared by the real part, and zero takes part.
   static void min_max_sum(const Device& device, I n, const T* x, T* min, T* max, T* sum);
   /// One AdamW update of x from the gradient g with the moments m, v, vmax (Loshchilov and Hutter,
-  /// Decoupled Weight Decay Regularization, 2019). `step` counts from 1; `amsgrad` other than 0 uses the
-  /// running maximum of v.
+  /// Decoupled Weight Decay Regularization, 2019). `step` counts from 1; `amsgrad` other than 0
+  /// uses the running maximum of v.
   static void adamw_step(const Device& device, I n, const T* g, T* x, T* m, R* v, R* vmax, T lr,
                          R beta1, R beta2, R eps, T weight_decay, I amsgrad, I step);
 
@@ -74,8 +75,8 @@ class MIVO_API BlasOps {
   using Worker = BlasOpsImpl<T, I, Space>;
 };
 
-#define MIVO_EXTERN(T)                       \
-  extern template class BlasOps<T, int>;     \
+#define MIVO_EXTERN(T)                   \
+  extern template class BlasOps<T, int>; \
   extern template class BlasOps<T, long>;
 MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
 #undef MIVO_EXTERN

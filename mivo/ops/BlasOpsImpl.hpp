@@ -20,7 +20,8 @@ MIVO_FUNCTION T quotient(const T& a, const T& x) {
   }
 }
 
-/// x to the power a: |x|^a_re e^(-a_im t) at the angle a_re t + a_im log|x| for complex x with angle t.
+/// x to the power a: |x|^a_re e^(-a_im t) at the angle a_re t + a_im log|x| for complex x with
+/// angle t.
 template <class T>
 MIVO_FUNCTION T power(const T& x, const T& a) {
   if constexpr (kIsComplex<T>) {
@@ -168,9 +169,8 @@ void BlasOpsImpl<T, I, Space>::reciprocal(Space& space, I n, T a, T* x) {
     spm::parallel_for(Policy(space, 0, n), [=] MIVO_FUNCTION(I i) { x[i] = T(0); });
     return;
   }
-  spm::parallel_for(Policy(space, 0, n), [=] MIVO_FUNCTION(I i) {
-    x[i] = isZero(x[i]) ? a : quotient(a, x[i]);
-  });
+  spm::parallel_for(Policy(space, 0, n),
+                    [=] MIVO_FUNCTION(I i) { x[i] = isZero(x[i]) ? a : quotient(a, x[i]); });
 }
 
 template <class T, class I, class Space>
@@ -214,30 +214,31 @@ void BlasOpsImpl<T, I, Space>::create_complex(Space& space, I n, const T* re, co
 template <class T, class I, class Space>
 T BlasOpsImpl<T, I, Space>::dot(Space& space, I n, const T* x, const T* y) {
   T result{};
-  spm::parallel_reduce(Policy(space, 0, n),
-                       [=] MIVO_FUNCTION(I i, T & acc) { acc += conj(x[i]) * y[i]; },
-                       spm::Sum<T, Space>(result));
+  spm::parallel_reduce(
+      Policy(space, 0, n), [=] MIVO_FUNCTION(I i, T & acc) { acc += conj(x[i]) * y[i]; },
+      spm::Sum<T, Space>(result));
   return result;
 }
 
 template <class T, class I, class Space>
 T BlasOpsImpl<T, I, Space>::dotu(Space& space, I n, const T* x, const T* y) {
   T result{};
-  spm::parallel_reduce(Policy(space, 0, n),
-                       [=] MIVO_FUNCTION(I i, T & acc) { acc += x[i] * y[i]; },
-                       spm::Sum<T, Space>(result));
+  spm::parallel_reduce(
+      Policy(space, 0, n), [=] MIVO_FUNCTION(I i, T & acc) { acc += x[i] * y[i]; },
+      spm::Sum<T, Space>(result));
   return result;
 }
 
 template <class T, class I, class Space>
 RealType<T> BlasOpsImpl<T, I, Space>::abs_max(Space& space, I n, const T* x) {
   R result{};
-  spm::parallel_reduce(Policy(space, 0, n),
-                       [=] MIVO_FUNCTION(I i, R & acc) {
-                         const R a = abs(x[i]);
-                         if (a > acc) acc = a;
-                       },
-                       spm::Max<R, Space>(result));
+  spm::parallel_reduce(
+      Policy(space, 0, n),
+      [=] MIVO_FUNCTION(I i, R & acc) {
+        const R a = abs(x[i]);
+        if (a > acc) acc = a;
+      },
+      spm::Max<R, Space>(result));
   return result;
 }
 
@@ -246,14 +247,15 @@ RealType<T> BlasOpsImpl<T, I, Space>::abs_sum(Space& space, I n, const T* x, R p
   R result{};
   const spm::Sum<R, Space> reducer(result);
   if (p == R(1)) {
-    spm::parallel_reduce(Policy(space, 0, n),
-                         [=] MIVO_FUNCTION(I i, R & acc) { acc += abs(x[i]); }, reducer);
+    spm::parallel_reduce(
+        Policy(space, 0, n), [=] MIVO_FUNCTION(I i, R & acc) { acc += abs(x[i]); }, reducer);
   } else if (p == R(2)) {
-    spm::parallel_reduce(Policy(space, 0, n),
-                         [=] MIVO_FUNCTION(I i, R & acc) { acc += absSquared(x[i]); }, reducer);
+    spm::parallel_reduce(
+        Policy(space, 0, n), [=] MIVO_FUNCTION(I i, R & acc) { acc += absSquared(x[i]); }, reducer);
   } else {
-    spm::parallel_reduce(Policy(space, 0, n),
-                         [=] MIVO_FUNCTION(I i, R & acc) { acc += powReal(abs(x[i]), p); }, reducer);
+    spm::parallel_reduce(
+        Policy(space, 0, n), [=] MIVO_FUNCTION(I i, R & acc) { acc += powReal(abs(x[i]), p); },
+        reducer);
   }
   return result;
 }
@@ -261,22 +263,25 @@ RealType<T> BlasOpsImpl<T, I, Space>::abs_sum(Space& space, I n, const T* x, R p
 template <class T, class I, class Space>
 void BlasOpsImpl<T, I, Space>::min_max_sum(Space& space, I n, const T* x, T* min, T* max, T* sum) {
   if (min != nullptr) {
-    spm::parallel_reduce(Policy(space, 0, n),
-                         [=] MIVO_FUNCTION(I i, T & acc) {
-                           if (lessByReal(x[i], acc)) acc = x[i];
-                         },
-                         spm::Min<T, Space>(*min));
+    spm::parallel_reduce(
+        Policy(space, 0, n),
+        [=] MIVO_FUNCTION(I i, T & acc) {
+          if (lessByReal(x[i], acc)) acc = x[i];
+        },
+        spm::Min<T, Space>(*min));
   }
   if (max != nullptr) {
-    spm::parallel_reduce(Policy(space, 0, n),
-                         [=] MIVO_FUNCTION(I i, T & acc) {
-                           if (lessByReal(acc, x[i])) acc = x[i];
-                         },
-                         spm::Max<T, Space>(*max));
+    spm::parallel_reduce(
+        Policy(space, 0, n),
+        [=] MIVO_FUNCTION(I i, T & acc) {
+          if (lessByReal(acc, x[i])) acc = x[i];
+        },
+        spm::Max<T, Space>(*max));
   }
   if (sum != nullptr) {
-    spm::parallel_reduce(Policy(space, 0, n), [=] MIVO_FUNCTION(I i, T & acc) { acc += x[i]; },
-                         spm::Sum<T, Space>(*sum));
+    spm::parallel_reduce(
+        Policy(space, 0, n), [=] MIVO_FUNCTION(I i, T & acc) { acc += x[i]; },
+        spm::Sum<T, Space>(*sum));
   }
 }
 

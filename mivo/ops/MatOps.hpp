@@ -14,7 +14,8 @@ class MatOpsImpl;
 /// Kernels on small dense matrices in either layout, with leading dimension `ld`.
 ///
 /// Every member takes the device first; arrays lie in its memory and belong to the caller. Nothing
-/// is checked. T is int, long, float, double, `Complex<float>` or `Complex<double>`, I is int or long.
+/// is checked. T is int, long, float, double, `Complex<float>` or `Complex<double>`, I is int or
+/// long.
 template <class T, class I, class Layout>
 class MIVO_API MatOps {
  public:
@@ -34,10 +35,10 @@ class MIVO_API MatOps {
   using Worker = MatOpsImpl<T, I, Layout, Space>;
 };
 
-#define MIVO_EXTERN(T)                                               \
-  extern template class MatOps<T, int, MatrixLayoutRowMajor>;        \
-  extern template class MatOps<T, int, MatrixLayoutColMajor>;        \
-  extern template class MatOps<T, long, MatrixLayoutRowMajor>;       \
+#define MIVO_EXTERN(T)                                         \
+  extern template class MatOps<T, int, MatrixLayoutRowMajor>;  \
+  extern template class MatOps<T, int, MatrixLayoutColMajor>;  \
+  extern template class MatOps<T, long, MatrixLayoutRowMajor>; \
   extern template class MatOps<T, long, MatrixLayoutColMajor>;
 MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
 #undef MIVO_EXTERN

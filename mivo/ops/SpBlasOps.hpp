@@ -14,10 +14,10 @@ class SpBlasOpsImpl;
 
 /// Sparse kernels of one rank on raw arrays and plain views.
 ///
-/// Every member takes the device first; arrays and views lie in its memory and belong to the caller.
-/// Nothing is checked: shapes, ranges and devices are the caller's duty. T is int, long, float, double,
-/// `Complex<float>` or `Complex<double>`, I is int or long. `rowptr` has rows + 1 elements; columns count
-/// from 0.
+/// Every member takes the device first; arrays and views lie in its memory and belong to the
+/// caller. Nothing is checked: shapes, ranges and devices are the caller's duty. T is int, long,
+/// float, double, `Complex<float>` or `Complex<double>`, I is int or long. `rowptr` has rows + 1
+/// elements; columns count from 0.
 ///
 /// Two-pass members are called first with null result columns and values, fill the result's row
 /// pointers and return; the caller allocates `rowptr[rows]` entries and calls again.
@@ -44,21 +44,21 @@ class MIVO_API SpBlasOps {
   /// y_i += (b_i - (A x)_i) omega / d
   static void jacobi(const Device& device, I rows, I cols, const I* rowptr, const I* col_idx,
                      const T* values, const T* x, const T* b, T* y, T omega);
-  /// y_i += (b_i - (A x)_i) omega d / sum_j |a_ij|^p. With a row map, rows of negative mark take x_i. An
-  /// empty row divides by 0 unguarded.
+  /// y_i += (b_i - (A x)_i) omega d / sum_j |a_ij|^p. With a row map, rows of negative mark take
+  /// x_i. An empty row divides by 0 unguarded.
   static void jacobi_diagLp(const Device& device, I rows, I cols, const I* rowptr, const I* col_idx,
                             const T* values, const T* x, const T* b, T* y, T omega, T p,
                             const I* row_map);
   /// y_i += (b_i - (A x)_i) omega
   static void richardson(const Device& device, I rows, I cols, const I* rowptr, const I* col_idx,
                          const T* values, const T* x, const T* b, T* y, T omega);
-  /// x_i = (b_i - sum_{j != i} a_ij x_j) omega / d + x_i (1 - omega), in place and in order, forward or
-  /// backward; step k treats row order[k] (row k when `order` is null), a negative one is skipped. One
-  /// sequential task.
+  /// x_i = (b_i - sum_{j != i} a_ij x_j) omega / d + x_i (1 - omega), in place and in order,
+  /// forward or backward; step k treats row order[k] (row k when `order` is null), a negative one
+  /// is skipped. One sequential task.
   static void sor(const Device& device, I rows, I cols, const I* rowptr, const I* col_idx,
                   const T* values, const T* b, T* x, T omega, int forward, const I* order);
-  /// The sweep over a table of column blocks: x_i += (b_i - (A x)_i) omega / diag_i, where blocks of `rank` read the
-  /// live x and all others their frozen ghost values. One sequential task.
+  /// The sweep over a table of column blocks: x_i += (b_i - (A x)_i) omega / diag_i, where blocks
+  /// of `rank` read the live x and all others their frozen ghost values. One sequential task.
   static void par_sor(const Device& device, I rows, int rank, I nblocks, const BlockView* blocks,
                       const T* b, const T* diag, T* x, T omega, int forward, const I* order);
 
@@ -67,14 +67,14 @@ class MIVO_API SpBlasOps {
   /// dense[i * cols + j] = a_ij; other elements stay as they are
   static void csr2dense(const Device& device, I rows, I cols, const I* rowptr, const I* col_idx,
                         const T* values, T* dense);
-  /// C = A B by rows with a dense marker of `cols_b` elements (Gustavson 1978). Two-pass; columns of a row of C
-  /// stand in order of first appearance. One sequential task.
+  /// C = A B by rows with a dense marker of `cols_b` elements (Gustavson 1978). Two-pass; columns
+  /// of a row of C stand in order of first appearance. One sequential task.
   static void csr_matmul(const Device& device, I rows_a, I cols_a, I cols_b, const I* a_rowptr,
                          const I* a_col_idx, const T* a_values, const I* b_rowptr,
                          const I* b_col_idx, const T* b_values, I* c_rowptr, I* c_col_idx,
                          T* c_values, I* marker);
-  /// C = alpha A + beta B, two-pass, sorted. Sorts the rows of A and B in place; `scratch` has capacity
-  /// A.nnz + B.nnz and keeps its content between the passes.
+  /// C = alpha A + beta B, two-pass, sorted. Sorts the rows of A and B in place; `scratch` has
+  /// capacity A.nnz + B.nnz and keeps its content between the passes.
   static void csr_matadd(const Device& device, T alpha, View a, T beta, View b, View scratch,
                          View c);
   /// The same by hashing, unsorted, with a table of A.nnz + B.nnz slots; leaves A and B alone.
@@ -87,18 +87,20 @@ class MIVO_API SpBlasOps {
   static void csr_matmul_aDA(const Device& device, T alpha, const T* d, MergeView a);
   /// a_ij *= x_j alpha, x being the view's own
   static void csr_matmul_aAD(const Device& device, T alpha, BlockView a);
-  /// Diagonal update, two-pass: a diagonal entry v of row i becomes beta b_i v + alpha a_i, a missing one is
-  /// appended to the row with column i, other entries are copied unscaled. Null a counts as 0, null b as 1.
+  /// Diagonal update, two-pass: a diagonal entry v of row i becomes beta b_i v + alpha a_i, a
+  /// missing one is appended to the row with column i, other entries are copied unscaled. Null a
+  /// counts as 0, null b as 1.
   static void csr_axpby_diag(const Device& device, T alpha, const T* a, T beta, const T* b,
                              MergeView source, MergeView result);
-  /// T = transpose of A into arrays of full size. Rows of T are sorted on the host; their order is free on
-  /// a device.
+  /// T = transpose of A into arrays of full size. Rows of T are sorted on the host; their order is
+  /// free on a device.
   static void csr_transpose(const Device& device, I rows, I cols, const I* rowptr, const I* col_idx,
                             const T* values, I* t_rowptr, I* t_col_idx, T* t_values);
   /// Stable insertion sort of each row by column
   static void csr_sort_rows(const Device& device, I rows, I cols, const I* rowptr, I* col_idx,
                             T* values);
-  /// Entries with |v| > threshold (or > per_row[i] when that is not null), two-pass; thresholds by their real part
+  /// Entries with |v| > threshold (or > per_row[i] when that is not null), two-pass; thresholds by
+  /// their real part
   static void csr_sparsify(const Device& device, View a, T threshold, const T* per_row, View out);
 
   // Selection, splitting and joining.
@@ -106,8 +108,8 @@ class MIVO_API SpBlasOps {
   /// out_i = first entry with column + first_col == first_row + i; rows without one keep out_i
   static void csr_diag(const Device& device, I rows, I cols, const I* rowptr, const I* col_idx,
                        const T* values, T* out, I first_row, I first_col);
-  /// Rows rows[0..n), two-pass, compact or, with `keep`, at their own numbers (the result's other rows are then
-  /// empty). `row_map` is not read.
+  /// Rows rows[0..n), two-pass, compact or, with `keep`, at their own numbers (the result's other
+  /// rows are then empty). `row_map` is not read.
   static void get_selected_rows(const Device& device, View a, I n, const I* rows, const I* row_map,
                                 View out, int keep);
   /// Entries whose column is in the sorted list, stored with column + shift, two-pass
@@ -118,8 +120,8 @@ class MIVO_API SpBlasOps {
                                    View out, int flag);
   /// Entries with columns in [begin, end), stored with column + shift, two-pass
   static void get_selected_cols_v3(const Device& device, View a, I begin, I end, View out, I shift);
-  /// Cuts A into `nparts` column blocks by bounds[0..nparts], counting, then filling the views of the table `out`;
-  /// `rebase` numbers the columns of each block from 0.
+  /// Cuts A into `nparts` column blocks by bounds[0..nparts], counting, then filling the views of
+  /// the table `out`; `rebase` numbers the columns of each block from 0.
   static void csr_split_cols(const Device& device, CSRMatStep step, View a, I nparts,
                              const I* bounds, View* out, int rebase);
   /// Stacks blocks, two-pass; sound for a table of one block only
@@ -142,8 +144,8 @@ class MIVO_API SpBlasOps {
 
   // Rows of a block table.
 
-  /// Per row over all blocks the sum of values and the number of entries; with `skip_zero` the number of entries
-  /// that differ from zero
+  /// Per row over all blocks the sum of values and the number of entries; with `skip_zero` the
+  /// number of entries that differ from zero
   static void par_csr_row_meta(const Device& device, I rows, I nblocks, const BlockView* blocks,
                                I* counts, T* sums, int skip_zero);
   /// (sum |a|^p)^(1/p) per row; any p that is not positive gives the largest |a|
@@ -153,15 +155,16 @@ class MIVO_API SpBlasOps {
   static void par_csr_row_norm_topk(const Device& device, I rows, I nblocks,
                                     const BlockView* blocks, I k, View out);
   /// Diagonal across blocks, 0 where there is none
-  static void par_csr_diag(const Device& device, I rows, I nblocks, const BlockView* blocks, T* out);
+  static void par_csr_diag(const Device& device, I rows, I nblocks, const BlockView* blocks,
+                           T* out);
 
  private:
   template <class Space>
   using Worker = SpBlasOpsImpl<T, I, Space>;
 };
 
-#define MIVO_EXTERN(T)                      \
-  extern template class SpBlasOps<T, int>;  \
+#define MIVO_EXTERN(T)                     \
+  extern template class SpBlasOps<T, int>; \
   extern template class SpBlasOps<T, long>;
 MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
 #undef MIVO_EXTERN

@@ -13,12 +13,13 @@ namespace mivo::spm {
 template <class S>
 using SpaceOf = std::remove_cv_t<std::remove_reference_t<S>>;
 
-/// Runs `call(space, args...)` in the execution space of `device`: the one place where a kernel family
-/// turns a `Device` into a space. A kind without kernels gives a value-initialised result.
+/// Runs `call(space, args...)` in the execution space of `device`: the one place where a kernel
+/// family turns a `Device` into a space. A kind without kernels gives a value-initialised result.
 ///
-/// All pointers into device memory, and all views that hold such pointers, go through `args`, by value,
-/// where a debugging runtime can see them. Pointers into host memory (results of reductions) are
-/// captured by the callable instead. The callable only forwards to `Impl<Space>::op(space, args...)`.
+/// All pointers into device memory, and all views that hold such pointers, go through `args`, by
+/// value, where a debugging runtime can see them. Pointers into host memory (results of reductions)
+/// are captured by the callable instead. The callable only forwards to `Impl<Space>::op(space,
+/// args...)`.
 ///
 /// The host space stands on the stack, so that host kernels work before `Device::initialize`.
 template <class Call, class... Args>
@@ -44,12 +45,12 @@ auto dispatch(const Device& device, const Call& call, Args... args)
 
 }  // namespace mivo::spm
 
-/// Body of a family's static member `op`: forwards to `Worker<Space>::op(space, ...)`, where `Worker` is the
-/// family's alias for its worker class and `device` the member's first argument.
-#define MIVO_DISPATCH(op, ...)                                                   \
-  ::mivo::spm::dispatch(                                                         \
-      device,                                                                    \
-      [](auto& space, auto... args) {                                            \
+/// Body of a family's static member `op`: forwards to `Worker<Space>::op(space, ...)`, where
+/// `Worker` is the family's alias for its worker class and `device` the member's first argument.
+#define MIVO_DISPATCH(op, ...)                                                    \
+  ::mivo::spm::dispatch(                                                          \
+      device,                                                                     \
+      [](auto& space, auto... args) {                                             \
         return Worker<::mivo::spm::SpaceOf<decltype(space)>>::op(space, args...); \
-      },                                                                         \
+      },                                                                          \
       __VA_ARGS__)

@@ -7,9 +7,9 @@
 
 namespace mivo::spm {
 
-/// Reducers of `parallel_reduce`: where the result goes, the initial value of each partial result, and
-/// the combining step. Complex numbers compare by their real part and start at 0, so their minimum
-/// and maximum include zero.
+/// Reducers of `parallel_reduce`: where the result goes, the initial value of each partial result,
+/// and the combining step. Complex numbers compare by their real part and start at 0, so their
+/// minimum and maximum include zero.
 template <class T, class Space>
 struct Sum {
   using value_type = T;
@@ -39,8 +39,8 @@ struct Min {
   }
 };
 
-/// For float and double the start is the smallest positive normal number, not the most negative one: a
-/// maximum over negative numbers only comes out as that tiny positive number.
+/// For float and double the start is the smallest positive normal number, not the most negative
+/// one: a maximum over negative numbers only comes out as that tiny positive number.
 template <class T, class Space>
 struct Max {
   using value_type = T;

@@ -23,7 +23,8 @@ namespace {
 
 constexpr std::size_t kHugePage = std::size_t(2) << 20;
 
-/// A first touch of fresh memory costs more than most work on it, so large blocks ask for huge pages.
+/// A first touch of fresh memory costs more than most work on it, so large blocks ask for huge
+/// pages.
 void* hostMalloc(std::size_t bytes) {
   if (bytes < kHugePage) return std::malloc(bytes);
   const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
@@ -107,7 +108,8 @@ void* Device::rawMalloc(std::size_t bytes) const {
           << "device is " << getString() << " but HIP is not enabled";
       return nullptr;
     default:
-      MIVO_LOG_AT(0, true, "/project/src/utils/Device", 114) << "unknown device type " << getString();
+      MIVO_LOG_AT(0, true, "/project/src/utils/Device", 114)
+          << "unknown device type " << getString();
       return nullptr;
   }
 }

@@ -11,10 +11,11 @@
 
 namespace mivo {
 
-/// Where an array lives: the host ("cpu:0") or a GPU ("cuda:1"). A small value that is copied freely.
+/// Where an array lives: the host ("cpu:0") or a GPU ("cuda:1"). A small value that is copied
+/// freely.
 ///
-/// It selects the memory functions below and the execution space in which a kernel runs. Memory of a
-/// device is taken and given back only through `rawMalloc` and `rawFree`; whoever allocates owns.
+/// It selects the memory functions below and the execution space in which a kernel runs. Memory of
+/// a device is taken and given back only through `rawMalloc` and `rawFree`; whoever allocates owns.
 /// Nothing here checks the return codes of the memory functions of the device.
 class MIVO_API Device {
  public:
@@ -59,7 +60,8 @@ class MIVO_API Device {
   /// The same as `rawMalloc(bytes)`: neither copies nor frees `p`.
   void* rawRealloc(void* p, std::size_t bytes) const;
   void rawFree(void* p) const;  ///< gives back a block of this device, or null
-  /// Synchronous copy from this device to `dst` on `dstDevice`. Pairs of kinds without a copy do nothing.
+  /// Synchronous copy from this device to `dst` on `dstDevice`. Pairs of kinds without a copy do
+  /// nothing.
   void rawCopyTo(std::size_t bytes, const void* src, const Device& dstDevice, void* dst) const;
 
   /// Starts the message layer if nobody has, and fills the registry. Main thread; a second call

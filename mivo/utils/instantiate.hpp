@@ -3,9 +3,9 @@
 
 #include "mivo/utils/Complex.hpp"
 
-/// The types for which the class templates of the library exist. Headers use the MIVO_FOR_EACH lists to
-/// declare `extern template`; sources use the MIVO_INSTANTIATE lists, which a build that splits a
-/// family by value type narrows to MIVO_ONLY_VALUE.
+/// The types for which the class templates of the library exist. Headers use the MIVO_FOR_EACH
+/// lists to declare `extern template`; sources use the MIVO_INSTANTIATE lists, which a build that
+/// splits a family by value type narrows to MIVO_ONLY_VALUE.
 #define MIVO_FOR_EACH_VALUE(M) \
   M(int) M(long) M(float) M(double) M(::mivo::Complex<float>) M(::mivo::Complex<double>)
 

@@ -25,7 +25,8 @@ LogMessage::LogMessage(bool check, int level, int condition, const std::string& 
   int started = 0;
   int ended = 0;
   MPI_Initialized(&started);
-  // A message-passing library still says yes after its end, but then ends programs that ask for a rank.
+  // A message-passing library still says yes after its end, but then ends programs that ask for a
+  // rank.
   MPI_Finalized(&ended);
   if (started && !ended) {
     MPI_Comm_size(kCommWorld, &size);

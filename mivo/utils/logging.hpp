@@ -34,7 +34,8 @@ MIVO_API extern NullStream gs_null_stream;
 /// macros below, which build it only when there is something to print.
 class MIVO_API LogMessage {
  public:
-  /// `stream` null means standard output. `level` is stored only. Directories of `file` are dropped.
+  /// `stream` null means standard output. `level` is stored only. Directories of `file` are
+  /// dropped.
   LogMessage(bool check, int level, int condition, const std::string& file, int line,
              std::ostream* stream);
   ~LogMessage();
@@ -60,20 +61,20 @@ struct LogVoidify {
 }  // namespace detail
 }  // namespace mivo
 
-/// Assertion with a source name and line that are part of the printed text. Costs one branch when it
-/// holds; the text behind it is then not evaluated.
-#define MIVO_CHECK_AT(condition, source, line)                         \
-  __builtin_expect(static_cast<bool>(condition), 1)                    \
-      ? (void)0                                                        \
-      : ::mivo::detail::LogVoidify() &                                 \
+/// Assertion with a source name and line that are part of the printed text. Costs one branch when
+/// it holds; the text behind it is then not evaluated.
+#define MIVO_CHECK_AT(condition, source, line)      \
+  __builtin_expect(static_cast<bool>(condition), 1) \
+      ? (void)0                                     \
+      : ::mivo::detail::LogVoidify() &              \
             ::mivo::LogMessage(true, 3, 0, source, line, nullptr).stream()
 
 #define MIVO_CHECK(condition) MIVO_CHECK_AT(condition, __FILE__, __LINE__)
 
 /// Plain message, printed when `condition` is true.
-#define MIVO_LOG_AT(level, condition, source, line)                    \
-  !(condition) ? (void)0                                               \
-               : ::mivo::detail::LogVoidify() &                        \
+#define MIVO_LOG_AT(level, condition, source, line) \
+  !(condition) ? (void)0                            \
+               : ::mivo::detail::LogVoidify() &     \
                      ::mivo::LogMessage(false, level, 1, source, line, nullptr).stream()
 
 #define MIVO_LOG(level, condition) MIVO_LOG_AT(level, condition, __FILE__, __LINE__)

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tells how many ranks the world has, and sums a distributed vector over them, through the public interface
-// alone: no MPI_* call stands here.
-#include <mivo/mat/ParMatrix.hpp>
-
+// Tells how many ranks the world has, and sums a distributed vector over them, through the public
+// interface alone: no MPI_* call stands here.
 #include <iostream>
+#include <mivo/mat/ParMatrix.hpp>
 
 int main() {
   mivo::Device::initialize();
