@@ -36,8 +36,7 @@ Run timed(double calls, const Work& work) {
 
 /// Registers a benchmark of three runs; the figure is the time for one call, and beside it stands
 /// the peak of the memory beyond the finished matrix, for each of its entries.
-template <class Work>
-void addAssembly(const std::string& name, const Work& work) {
+void addAssembly(const std::string& name, Run (*work)()) {
   add(name, [work](benchmark::State& state) {
     std::vector<double> seconds;
     std::vector<double> triad;
