@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Main program of the tests that run on several ranks. All ranks run all cases in the same order; rank 0 prints the
+// progress, every rank its failures. A failure on any rank fails the run. A case must not leave early (ASSERT_*) on
+// one rank only before a collective call: the others would wait until ctest ends them.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <memory>
+
+#include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/Device.hpp"
+#include "mivo/utils/communicator.hpp"
+
+namespace {
+
+/// Prints failures as they happen, so that they are seen even when the run hangs afterwards.
+class FailurePrinter : public testing::EmptyTestEventListener {
+ public:
+  explicit FailurePrinter(int rank) : rank_(rank) {}
+  void OnTestPartResult(const testing::TestPartResult& result) override {
+    if (!result.failed()) return;
+    const auto* test = testing::UnitTest::GetInstance()->current_test_info();
+    std::printf("[rank %d] %s.%s\n%s:%d\n%s\n", rank_, test ? test->test_suite_name() : "-",
+                test ? test->name() : "-", result.file_name() ? result.file_name() : "-",
+                result.line_number(), result.message());
+    std::fflush(stdout);
+  }
+
+ private:
+  int rank_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  mivo::Device::initialize();
+  int rank = 0;
+  MPI_Comm_rank(mivo::kCommWorld, &rank);
+  auto& listeners = testing::UnitTest::GetInstance()->listeners();
+  if (rank != 0) delete listeners.Release(listeners.default_result_printer());
+  listeners.Append(new FailurePrinter(rank));
+  const int failed = RUN_ALL_TESTS();
+  mivo::Device::finalize();
+  return failed;
+}
