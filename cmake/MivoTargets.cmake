@@ -2,13 +2,18 @@
 # Compile options shared by all targets, and helpers that keep the CMakeLists of the folders short.
 
 add_library(mivo_options INTERFACE)
-target_compile_options(mivo_options INTERFACE -Wall -Wextra -Wshadow -ffp-contract=off)
+set(mivo_cxx_options -Wall -Wextra -Wshadow -ffp-contract=off)
+# Nothing is contracted on a device either, so that products agree with the host's to the bit.
+set(mivo_cuda_options --extended-lambda --fmad=false -Xcompiler=-Wall,-Wextra,-ffp-contract=off)
 if(MIVO_WERROR)
-  target_compile_options(mivo_options INTERFACE -Werror)
+  list(APPEND mivo_cxx_options -Werror)
+  list(APPEND mivo_cuda_options --Werror=all-warnings)
 endif()
 if(MIVO_NATIVE)
-  target_compile_options(mivo_options INTERFACE -march=native)
+  list(APPEND mivo_cxx_options -march=native)
 endif()
+target_compile_options(mivo_options INTERFACE
+  "$<$<COMPILE_LANGUAGE:CXX>:${mivo_cxx_options}>" "$<$<COMPILE_LANGUAGE:CUDA>:${mivo_cuda_options}>")
 
 # mivo_compile_as_library(TARGET): the options with which every unit of the library is compiled.
 function(mivo_compile_as_library target)
@@ -17,6 +22,7 @@ function(mivo_compile_as_library target)
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:mivo_options>)
   set_target_properties(${target} PROPERTIES
     CXX_VISIBILITY_PRESET hidden
+    CUDA_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON
     POSITION_INDEPENDENT_CODE ON
     DEFINE_SYMBOL "")
@@ -32,26 +38,32 @@ function(mivo_sources)
   endforeach()
 endfunction()
 
+# mivo_unit_of_type(UNIT FILE TYPE): an object library of its own for one unit of the library, with MIVO_ONLY_VALUE
+# defined as TYPE unless that is `all`. No generated file: a compiler cache then serves every build tree.
+function(mivo_unit_of_type unit file type)
+  set(value_cfloat "::mivo::Complex<float>")
+  set(value_cdouble "::mivo::Complex<double>")
+  set(value ${type})
+  if(DEFINED value_${type})
+    set(value ${value_${type}})
+  endif()
+  add_library(${unit} OBJECT ${file})
+  mivo_compile_as_library(${unit})
+  mivo_use_cuda(${unit})
+  if(NOT type STREQUAL "all")
+    target_compile_definitions(${unit} PRIVATE "MIVO_ONLY_VALUE=${value}")
+  endif()
+  target_link_libraries(${unit} PRIVATE nlohmann_json::nlohmann_json Threads::Threads)
+  target_sources(mivo PRIVATE $<TARGET_OBJECTS:${unit}>)
+endfunction()
+
 # mivo_sources_by_type(FILE TYPES TYPE...): compiles a template family once for each value type, so that a
-# heavy family spreads over the cores. Each unit is FILE with MIVO_ONLY_VALUE defined as its type. TYPES are
-# taken from int long float double cfloat cdouble.
+# heavy family spreads over the cores. TYPES are taken from int long float double cfloat cdouble.
 function(mivo_sources_by_type file)
   cmake_parse_arguments(ARG "" "" "TYPES" ${ARGN})
   get_filename_component(stem ${file} NAME_WE)
-  set(value_cfloat "::mivo::Complex<float>")
-  set(value_cdouble "::mivo::Complex<double>")
   foreach(type IN LISTS ARG_TYPES)
-    set(value ${type})
-    if(DEFINED value_${type})
-      set(value ${value_${type}})
-    endif()
-    # An object library each, and no generated file: a compiler cache then serves every build tree.
-    set(unit mivo_${stem}_${type})
-    add_library(${unit} OBJECT ${file})
-    mivo_compile_as_library(${unit})
-    target_compile_definitions(${unit} PRIVATE "MIVO_ONLY_VALUE=${value}")
-    target_link_libraries(${unit} PRIVATE nlohmann_json::nlohmann_json Threads::Threads)
-    target_sources(mivo PRIVATE $<TARGET_OBJECTS:${unit}>)
+    mivo_unit_of_type(mivo_${stem}_${type} ${file} ${type})
   endforeach()
 endfunction()
 

@@ -6,6 +6,14 @@
 
 namespace mivo {
 
+#ifdef MIVO_WITH_CUDA
+#define MIVO_EXTERN(T)                                  \
+  extern template class BlasOpsImpl<T, int, spm::Cuda>; \
+  extern template class BlasOpsImpl<T, long, spm::Cuda>;
+MIVO_INSTANTIATE_VALUES(MIVO_EXTERN)
+#undef MIVO_EXTERN
+#endif
+
 template <class T, class I>
 void BlasOps<T, I>::fill(const Device& device, I n, T a, T* x) {
   MIVO_DISPATCH(fill, n, a, x);

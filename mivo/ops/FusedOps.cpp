@@ -6,6 +6,12 @@
 
 namespace mivo {
 
+#ifdef MIVO_WITH_CUDA
+#define MIVO_EXTERN(T) extern template class FusedOpsImpl<T, int, spm::Cuda>;
+MIVO_INSTANTIATE_SCALARS(MIVO_EXTERN)
+#undef MIVO_EXTERN
+#endif
+
 template <class T, class I>
 RealType<T> FusedOps<T, I>::cg_update(const Device& device, I n, T alpha, const T* p, T* x,
                                       const T* q, T* r) {

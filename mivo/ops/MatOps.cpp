@@ -6,6 +6,16 @@
 
 namespace mivo {
 
+#ifdef MIVO_WITH_CUDA
+#define MIVO_EXTERN(T)                                                        \
+  extern template class MatOpsImpl<T, int, MatrixLayoutRowMajor, spm::Cuda>;  \
+  extern template class MatOpsImpl<T, int, MatrixLayoutColMajor, spm::Cuda>;  \
+  extern template class MatOpsImpl<T, long, MatrixLayoutRowMajor, spm::Cuda>; \
+  extern template class MatOpsImpl<T, long, MatrixLayoutColMajor, spm::Cuda>;
+MIVO_INSTANTIATE_VALUES(MIVO_EXTERN)
+#undef MIVO_EXTERN
+#endif
+
 template <class T, class I, class Layout>
 void MatOps<T, I, Layout>::select_rows(const Device& device, I n, I cols, const int* indices,
                                        const T* a, I ld_a, T* out, I ld_out) {

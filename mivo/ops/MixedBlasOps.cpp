@@ -6,6 +6,14 @@
 
 namespace mivo {
 
+#ifdef MIVO_WITH_CUDA
+#define MIVO_EXTERN(To, From)                                       \
+  extern template class MixedBlasOpsImpl<To, From, int, spm::Cuda>; \
+  extern template class MixedBlasOpsImpl<To, From, long, spm::Cuda>;
+MIVO_FOR_EACH_MIXED_PAIR(MIVO_EXTERN)
+#undef MIVO_EXTERN
+#endif
+
 template <class To, class From, class I>
 void MixedBlasOps<To, From, I>::copy(const Device& device, I n, const From* x, To* y) {
   MIVO_DISPATCH(copy, n, x, y);

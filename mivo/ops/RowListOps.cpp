@@ -6,6 +6,12 @@
 
 namespace mivo {
 
+#ifdef MIVO_WITH_CUDA
+#define MIVO_EXTERN(T) extern template class RowListOpsImpl<T, int, spm::Cuda>;
+MIVO_INSTANTIATE_VALUES(MIVO_EXTERN)
+#undef MIVO_EXTERN
+#endif
+
 template <class T, class I>
 void RowListOps<T, I>::addProduct(const Device& device, T alpha, I n, const I* list,
                                   const I* rowptr, const I* col_idx, const T* values, const T* x,

@@ -8,6 +8,20 @@
 
 namespace mivo {
 
+#ifdef MIVO_WITH_CUDA
+#define MIVO_EXTERN(T)                                           \
+  extern template class SpBlasProductsImpl<T, int, spm::Cuda>;   \
+  extern template class SpBlasProductsImpl<T, long, spm::Cuda>;  \
+  extern template class SpBlasAlgebraImpl<T, int, spm::Cuda>;    \
+  extern template class SpBlasAlgebraImpl<T, long, spm::Cuda>;   \
+  extern template class SpBlasSelectionImpl<T, int, spm::Cuda>;  \
+  extern template class SpBlasSelectionImpl<T, long, spm::Cuda>; \
+  extern template class SpBlasQueriesImpl<T, int, spm::Cuda>;    \
+  extern template class SpBlasQueriesImpl<T, long, spm::Cuda>;
+MIVO_INSTANTIATE_VALUES(MIVO_EXTERN)
+#undef MIVO_EXTERN
+#endif
+
 // Products with vectors.
 
 template <class T, class I>

@@ -6,6 +6,12 @@
 
 #include "mivo/spm/parallel.hpp"
 #include "mivo/utils/Device.hpp"
+#ifdef MIVO_WITH_CUDA
+#include "mivo/spm/impls/Cuda.hpp"
+#endif
+#ifdef MIVO_CUDA_EMULATE
+#include "mivo/spm/cuda_emulation/check_pointers.hpp"
+#endif
 
 namespace mivo::spm {
 
@@ -26,6 +32,9 @@ template <class Call, class... Args>
 auto dispatch(const Device& device, const Call& call, Args... args)
     -> decltype(call(std::declval<OpenMP&>(), args...)) {
   using Result = decltype(call(std::declval<OpenMP&>(), args...));
+#ifdef MIVO_CUDA_EMULATE
+  cuda_emulation::checkPointers(device, args...);
+#endif
   switch (device.type) {
     case Device::kHost: {
       OpenMP space{1};

@@ -9,8 +9,8 @@
 #include "mivo/spm/function.hpp"
 #include "mivo/spm/impls/OpenMP.hpp"
 #include "mivo/spm/reducers.hpp"
-#ifdef MIVO_WITH_CUDA
-#include "mivo/spm/impls/Cuda.hpp"
+#if defined(__CUDACC__) || defined(MIVO_CUDA_EMULATE)
+#include "mivo/spm/impls/CudaParallel.hpp"
 #endif
 
 namespace mivo::spm {

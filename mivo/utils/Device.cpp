@@ -161,7 +161,7 @@ void buildInfoMap() {
     cudaDeviceProp properties;
     cudaGetDeviceProperties(&properties, i);
     cudaSetDevice(i);
-    cudaStream_t stream;
+    cudaStream_t stream = nullptr;
     cudaStreamCreate(&stream);
     registry[Device(Device::kCuda, i)] = {std::make_shared<spm::Cuda>(stream), stream};
   }
