@@ -9,7 +9,8 @@
 namespace mivo {
 namespace {
 
-// Without the real functions every rank would be a world of one, and all suites here would pass for nothing.
+// Without the real functions every rank would be a world of one, and all suites here would pass for
+// nothing.
 TEST(World, HasAsManyRanksAsTheLauncherStarted) {
   int size = 0, rank = -1;
   MPI_Comm_size(kCommWorld, &size);

@@ -8,11 +8,13 @@
 
 namespace mivo::test {
 
-/// Every device of this run: the host, and whatever the build and machine offer beside it. Suites
-/// of kernels and containers loop over it, so that they are written once.
+/// The host, and the first CUDA device where the build and the machine have one. Suites of kernels
+/// and containers loop over them, so that they are written once.
 inline std::vector<Device> testDevices() {
   Device::initialize();
-  return Device::getAllDevices();
+  std::vector<Device> devices = Device::getAllDevices();
+  if (devices.size() > 2) devices.resize(2);
+  return devices;
 }
 
 /// Memory on a device with a copy of host values, freed at the end of the scope.

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Main program of the tests that run on several ranks. All ranks run all cases in the same order; rank 0 prints the
-// progress, every rank its failures. A failure on any rank fails the run. A case must not leave early (ASSERT_*) on
-// one rank only before a collective call: the others would wait until ctest ends them.
+// Main program of the tests that run on several ranks. All ranks run all cases in the same order;
+// rank 0 prints the progress, every rank its failures. A failure on any rank fails the run. A case
+// must not leave early (ASSERT_*) on one rank only before a collective call: the others would wait
+// until ctest ends them.
 
 #include <gtest/gtest.h>
 

@@ -80,7 +80,7 @@ TEST(Device, UnknownNumberKeepsItsTypeUnderTheNameOfTheHost) {
 TEST(Device, KindsThatTheBuildLacksHaveNoMemory) {
   EXPECT_EQ(printed([] { EXPECT_EQ(Device(Device::kHip, 1).rawMalloc(8), nullptr); }),
             "I 0/1 Device:110] device is hip:1 but HIP is not enabled\n");
-#ifndef MIVO_WITH_CUDA
+#ifndef MIVO_TEST_WITH_CUDA
   EXPECT_EQ(printed([] { EXPECT_EQ(Device(Device::kCuda).rawMalloc(8), nullptr); }),
             "I 0/1 Device:110] device is cuda:0 but CUDA is not enabled\n");
   EXPECT_EQ(Device::getAllDevices(), std::vector<Device>{Device()});
