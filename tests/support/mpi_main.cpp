@@ -9,6 +9,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <string>
 
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/Device.hpp"
@@ -20,16 +21,20 @@ namespace {
 class FailurePrinter : public testing::EmptyTestEventListener {
  public:
   explicit FailurePrinter(int rank) : rank_(rank) {}
+  void OnTestStart(const testing::TestInfo& test) override {
+    test_ = std::string(test.test_suite_name()) + '.' + test.name();
+  }
+  // Asking GoogleTest for the running test here would wait for a lock that the caller holds.
   void OnTestPartResult(const testing::TestPartResult& result) override {
     if (!result.failed()) return;
-    const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-    std::printf("[rank %d] %s.%s\n%s:%d\n%s\n", rank_, test ? test->test_suite_name() : "-",
-                test ? test->name() : "-", result.file_name() ? result.file_name() : "-",
-                result.line_number(), result.message());
+    std::printf("[rank %d] %s\n%s:%d\n%s\n", rank_, test_.c_str(),
+                result.file_name() ? result.file_name() : "-", result.line_number(),
+                result.message());
     std::fflush(stdout);
   }
 
  private:
+  std::string test_ = "-";
   int rank_;
 };
 
