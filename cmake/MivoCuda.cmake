@@ -16,7 +16,11 @@ if(MIVO_CUDA STREQUAL "EMULATE")
   set(mivo_cuda_includes ${PROJECT_SOURCE_DIR}/mivo/spm/cuda_emulation)
 elseif(MIVO_CUDA)
   # Finds a toolkit in its usual place also when nvcc is not on the PATH.
-  find_package(CUDAToolkit REQUIRED)
+  find_package(CUDAToolkit)
+  if(NOT CUDAToolkit_FOUND)
+    message(FATAL_ERROR "MIVO_CUDA=ON needs the CUDA toolkit, which is not found. Point CUDAToolkit_ROOT to it, or "
+      "build with MIVO_CUDA=OFF.")
+  endif()
   if(NOT CMAKE_CUDA_COMPILER)
     set(CMAKE_CUDA_COMPILER ${CUDAToolkit_NVCC_EXECUTABLE})
   endif()

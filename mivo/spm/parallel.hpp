@@ -9,7 +9,7 @@
 #include "mivo/spm/function.hpp"
 #include "mivo/spm/impls/OpenMP.hpp"
 #include "mivo/spm/reducers.hpp"
-#if defined(__CUDACC__) || defined(MIVO_CUDA_EMULATE)
+#if defined(MIVO_WITH_CUDA) && (defined(__CUDACC__) || defined(MIVO_CUDA_EMULATE))
 #include "mivo/spm/impls/CudaParallel.hpp"
 #endif
 

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # check_headers.sh COMPILER INCLUDE_DIR WORK_DIR: each installed header compiles alone, with nothing but the installed
-# headers, and mivo/mivo.hpp brings them all.
+# headers, and mivo/mivo.hpp brings them all. Those of the CUDA space are for the CUDA compiler.
 set -euo pipefail
 export compiler=$1 include=$2
 work=$3
 
 rm -rf "$work" && mkdir -p "$work"
-headers=$(cd "$include" && find mivo -name '*.hpp' | sort)
+headers=$(cd "$include" && find mivo -name '*.hpp' -not -path '*/spm/impls/[Cc]uda*' | sort)
 [ "$(wc -l <<<"$headers")" -gt 20 ] || { echo "hardly any header is installed"; exit 1; }
 
 check() {

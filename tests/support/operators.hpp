@@ -4,9 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdio>
-#include <functional>
-#include <iostream>
 #include <limits>
 #include <regex>
 #include <string>
@@ -17,6 +14,7 @@
 #include "mivo/operators/ParMatrixFree.hpp"
 #include "mivo/operators/ParPreconditioner.hpp"
 #include "tests/support/dense.hpp"
+#include "tests/support/printed.hpp"
 
 namespace mivo::test {
 
@@ -143,17 +141,6 @@ void expectNear(const std::vector<T>& a, const std::vector<T>& b) {
   for (std::size_t i = 0; i < a.size(); ++i) {
     EXPECT_LE(abs(a[i] - b[i]), 256 * eps * (1 + abs(b[i]))) << i << ": " << a[i] << ", " << b[i];
   }
-}
-
-/// What `action` writes to standard output, with the stream in its default format at the start.
-inline std::string printed(const std::function<void()>& action) {
-  std::cout.flags(std::ios_base::dec | std::ios_base::skipws);
-  std::cout.precision(6);
-  testing::internal::CaptureStdout();
-  action();
-  std::cout.flush();
-  std::fflush(stdout);
-  return testing::internal::GetCapturedStdout();
 }
 
 /// Times are the only part of the texts that differs from run to run.

@@ -10,17 +10,12 @@
 #include "mivo/spm/impls/OpenMP.hpp"
 #include "mivo/utils/Device.hpp"
 #include "tests/support/devices.hpp"
+#include "tests/support/printed.hpp"
 
 namespace mivo {
 namespace {
 
-/// What a call prints on standard output.
-template <class Call>
-std::string printed(const Call& call) {
-  testing::internal::CaptureStdout();
-  call();
-  return testing::internal::GetCapturedStdout();
-}
+using test::printed;
 
 TEST(Device, ParsesKindAndOrdinal) {
   struct {

@@ -79,7 +79,7 @@ MIVO_API void failNext(Call call, int times);
 MIVO_API void setDeviceCount(int count);
 /// Device whose memory holds the address, -1 for host memory.
 MIVO_API int ownerOf(const void* p);
-/// Largest number of distinct threads that a launch has started since the last call.
+/// Threads of the last launch: blocks times threads a block.
 MIVO_API long threadsOfLastLaunch();
 
 struct Index3 {
