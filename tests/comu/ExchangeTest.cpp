@@ -44,29 +44,43 @@ class MessageLayer : public testing::Environment {
 };
 const auto* const kMessageLayer = testing::AddGlobalTestEnvironment(new MessageLayer);
 
-// Empty for some pairs, of different lengths for others.
-std::vector<int> letter(int from, int to) {
-  std::vector<int> text(static_cast<std::size_t>((3 * from + 5 * to + 2) % 4));
-  for (std::size_t k = 0; k < text.size(); ++k)
-    text[k] = 100 * from + 10 * to + static_cast<int>(k);
+// How many words each rank sends to each.
+struct Traffic {
+  const char* name;
+  int (*length)(int from, int to);
+};
+const Traffic kTraffics[] = {
+    {"empty for some pairs", [](int from, int to) { return (3 * from + 5 * to + 2) % 4; }},
+    {"nobody sends", [](int, int) { return 0; }},
+    {"only to oneself", [](int from, int to) { return from == to ? 3 : 0; }},
+    {"only the last rank", [](int from, int) { return from == worldSize() - 1 ? 2 : 0; }},
+    // Past the length that a message-passing library sends before the receiver has asked for it.
+    {"one heavy rank", [](int from, int) { return from == worldSize() / 2 ? 60000 : 1; }},
+};
+
+std::vector<int> letter(const Traffic& traffic, int from, int to) {
+  std::vector<int> text(static_cast<std::size_t>(traffic.length(from, to)));
+  std::iota(text.begin(), text.end(), 1000000 * from + 100000 * to);
   return text;
 }
 
 TEST(SparseSendRecv, DeliversEachListToItsRank) {
   const int rank = worldRank(), size = worldSize();
-  Lists send, expected;
-  for (int i = 0; i < size; ++i) {
-    send.push_back(letter(rank, i));
-    expected.push_back(letter(i, rank));
-  }
-  Lists recv = {{1, 2, 3}};
-  sparse_send_recv<int>(kCommWorld, send, recv, false);
-  EXPECT_EQ(recv, expected);
+  for (const Traffic& traffic : kTraffics) {
+    Lists send, expected;
+    for (int i = 0; i < size; ++i) {
+      send.push_back(letter(traffic, rank, i));
+      expected.push_back(letter(traffic, i, rank));
+    }
+    Lists recv = {{1, 2, 3}};
+    sparse_send_recv<int>(kCommWorld, send, recv, false);
+    EXPECT_EQ(recv, expected) << traffic.name;
 
-  Lists sized(expected.size());
-  for (std::size_t i = 0; i < sized.size(); ++i) sized[i].resize(expected[i].size());
-  sparse_send_recv<int>(kCommWorld, send, sized, true);
-  EXPECT_EQ(sized, expected);
+    Lists sized(expected.size());
+    for (std::size_t i = 0; i < sized.size(); ++i) sized[i].resize(expected[i].size());
+    sparse_send_recv<int>(kCommWorld, send, sized, true);
+    EXPECT_EQ(sized, expected) << traffic.name;
+  }
 }
 
 TEST(SparseSendRecv, TakesAShortListAsEmptyForTheOthers) {
@@ -92,37 +106,47 @@ struct Packet {
   void unpackStream(Stream& stream) { comu::unpackStream(stream, *words); }
 };
 
-Packet packet(int from, int to) { return {std::make_shared<std::vector<int>>(letter(from, to))}; }
+Packet packet(const Traffic& traffic, int from, int to) {
+  return {std::make_shared<std::vector<int>>(letter(traffic, from, to))};
+}
 
 TEST(SparseSendRecvStream, UnpacksWhatOthersPackedAndSharesTheOwnElement) {
   const int rank = worldRank(), size = worldSize();
-  std::vector<Packet> send, recv;
-  for (int i = 0; i < size; ++i) send.push_back(packet(rank, i));
-  sparse_send_recv_stream(kCommWorld, send, recv);
-  ASSERT_EQ(recv.size(), send.size());
-  for (int i = 0; i < size; ++i) {
-    EXPECT_EQ(*recv[static_cast<std::size_t>(i)].words, letter(i, rank)) << i;
+  for (const Traffic& traffic : kTraffics) {
+    std::vector<Packet> send, recv;
+    for (int i = 0; i < size; ++i) send.push_back(packet(traffic, rank, i));
+    sparse_send_recv_stream(kCommWorld, send, recv);
+    EXPECT_EQ(recv.size(), send.size());
+    recv.resize(send.size());
+    for (int i = 0; i < size; ++i) {
+      EXPECT_EQ(*recv[static_cast<std::size_t>(i)].words, letter(traffic, i, rank))
+          << traffic.name << ", from " << i;
+    }
+    const std::size_t own = static_cast<std::size_t>(rank);
+    EXPECT_EQ(recv[own].words, send[own].words);
   }
-  EXPECT_EQ(recv[static_cast<std::size_t>(rank)].words, send[static_cast<std::size_t>(rank)].words);
 }
 
 TEST(ScatterGatherStream, MovesEachElementBetweenTheRootAndItsRank) {
   const int rank = worldRank(), size = worldSize();
-  for (int root = 0; root < size; ++root) {
-    std::vector<Packet> all;
-    if (rank == root) {
-      for (int i = 0; i < size; ++i) all.push_back(packet(root, i));
-    }
-    Packet mine;
-    stlmpi_scatter_stream(kCommWorld, all, mine, root);
-    EXPECT_EQ(*mine.words, letter(root, rank));
+  for (const Traffic& traffic : kTraffics) {
+    for (int root = 0; root < size; ++root) {
+      std::vector<Packet> all;
+      if (rank == root) {
+        for (int i = 0; i < size; ++i) all.push_back(packet(traffic, root, i));
+      }
+      Packet mine;
+      stlmpi_scatter_stream(kCommWorld, all, mine, root);
+      EXPECT_EQ(*mine.words, letter(traffic, root, rank)) << traffic.name;
 
-    const Packet back = packet(rank, root + 1);
-    std::vector<Packet> collected;
-    stlmpi_gather_stream(kCommWorld, back, collected, root);
-    ASSERT_EQ(collected.size(), rank == root ? static_cast<std::size_t>(size) : 0u);
-    for (std::size_t i = 0; i < collected.size(); ++i) {
-      EXPECT_EQ(*collected[i].words, letter(static_cast<int>(i), root + 1)) << i;
+      const Packet back = packet(traffic, rank, root);
+      std::vector<Packet> collected;
+      stlmpi_gather_stream(kCommWorld, back, collected, root);
+      EXPECT_EQ(collected.size(), rank == root ? static_cast<std::size_t>(size) : 0u);
+      for (std::size_t i = 0; i < collected.size(); ++i) {
+        EXPECT_EQ(*collected[i].words, letter(traffic, static_cast<int>(i), root))
+            << traffic.name << ", from " << i;
+      }
     }
   }
 }
@@ -218,21 +242,33 @@ struct Rows {
   }
 };
 
-// Rows dealt out either in contiguous pieces or round the ranks.
-int ownerOf(int row, bool contiguous) {
+// How the rows are dealt out: numbered in rank order, so that no rank lists its rows, or listed. In
+// two of the deals all ranks but one hold nothing.
+enum class Deal { kPieces, kAllToTheLast, kRound, kAllListedByTheFirst };
+constexpr Deal kDeals[] = {Deal::kPieces, Deal::kAllToTheLast, Deal::kRound,
+                           Deal::kAllListedByTheFirst};
+
+int ownerOf(int row, Deal deal) {
   const int size = worldSize();
-  if (!contiguous) return row % size;
-  const int part = (kVertices + size - 1) / size;
-  return row / part;
+  switch (deal) {
+    case Deal::kPieces:
+      return row / ((kVertices + size - 1) / size);
+    case Deal::kAllToTheLast:
+      return size - 1;
+    case Deal::kRound:
+      return row % size;
+    default:
+      return 0;
+  }
 }
 
 template <class Entries>
-Rows ownRows(bool contiguous, const Entries& entries) {
+Rows ownRows(Deal deal, const Entries& entries) {
   Rows out;
   for (int row = 0; row < kVertices; ++row) {
-    if (ownerOf(row, contiguous) == worldRank()) out.add(row, entries(row));
+    if (ownerOf(row, deal) == worldRank()) out.add(row, entries(row));
   }
-  if (contiguous) out.rows.clear();
+  if (deal == Deal::kPieces || deal == Deal::kAllToTheLast) out.rows.clear();
   return out;
 }
 
@@ -245,8 +281,8 @@ std::set<int> symmetric(int row) {
 }
 
 TEST(TransposeMatrix, GivesTheReferrersOfEachColumnThatARankUses) {
-  for (const bool contiguous : {false, true}) {
-    const Rows own = ownRows(contiguous, neighbours);
+  for (const Deal deal : kDeals) {
+    const Rows own = ownRows(deal, neighbours);
     Graph expected;
     for (const int col : own.cols) {
       for (int row = 0; row < kVertices; ++row) {
@@ -263,25 +299,25 @@ TEST(TransposeMatrix, GivesTheReferrersOfEachColumnThatARankUses) {
 
 TEST(GhostInfo, FindsGhostsAndWhatOthersWantOnTheSymmetrisedGraph) {
   const int rank = worldRank(), size = worldSize();
-  for (const bool contiguous : {false, true}) {
+  for (const Deal deal : kDeals) {
     std::vector<int> ghostIds, ghostRanks, recvRows, sendRanks;
     std::set<int> used;
     for (int row = 0; row < kVertices; ++row) {
-      if (ownerOf(row, contiguous) != rank) continue;
+      if (ownerOf(row, deal) != rank) continue;
       const std::set<int> cols = symmetric(row);
       used.insert(cols.begin(), cols.end());
     }
     for (const int col : used) {
-      if (ownerOf(col, contiguous) == rank) continue;
+      if (ownerOf(col, deal) == rank) continue;
       ghostIds.push_back(col);
-      ghostRanks.push_back(ownerOf(col, contiguous));
+      ghostRanks.push_back(ownerOf(col, deal));
     }
     for (int other = 0; other < size; ++other) {
       if (other == rank) continue;
       for (int row = 0; row < kVertices; ++row) {
-        if (ownerOf(row, contiguous) != rank) continue;
+        if (ownerOf(row, deal) != rank) continue;
         bool wanted = false;
-        for (const int col : symmetric(row)) wanted = wanted || ownerOf(col, contiguous) == other;
+        for (const int col : symmetric(row)) wanted = wanted || ownerOf(col, deal) == other;
         if (wanted) {
           recvRows.push_back(row);
           sendRanks.push_back(other);
@@ -291,17 +327,17 @@ TEST(GhostInfo, FindsGhostsAndWhatOthersWantOnTheSymmetrisedGraph) {
     for (const bool unsymmetric : {false, true}) {
       std::vector<int> out[4] = {{9}, {9}, {9}, {9}};
       if (unsymmetric) {
-        const Rows own = ownRows(contiguous, neighbours);
+        const Rows own = ownRows(deal, neighbours);
         get_unsym_ghost_info(kCommWorld, own.rows, own.ptr, own.cols, out[0], out[1], out[2],
                              out[3]);
       } else {
-        const Rows own = ownRows(contiguous, symmetric);
+        const Rows own = ownRows(deal, symmetric);
         get_sym_ghost_info(kCommWorld, own.rows, own.ptr, own.cols, out[0], out[1], out[2], out[3]);
       }
-      EXPECT_EQ(out[0], recvRows) << contiguous << unsymmetric;
-      EXPECT_EQ(out[1], sendRanks) << contiguous << unsymmetric;
-      EXPECT_EQ(out[2], ghostIds) << contiguous << unsymmetric;
-      EXPECT_EQ(out[3], ghostRanks) << contiguous << unsymmetric;
+      EXPECT_EQ(out[0], recvRows) << static_cast<int>(deal) << unsymmetric;
+      EXPECT_EQ(out[1], sendRanks) << static_cast<int>(deal) << unsymmetric;
+      EXPECT_EQ(out[2], ghostIds) << static_cast<int>(deal) << unsymmetric;
+      EXPECT_EQ(out[3], ghostRanks) << static_cast<int>(deal) << unsymmetric;
     }
   }
 }
