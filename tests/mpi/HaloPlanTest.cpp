@@ -1,0 +1,301 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// The halo plan on several ranks, with MIVO_WAIT_SOME 0 and 1 and with a helper thread: what is the
+// same in all of them is compared with the same expectation.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "mivo/utils/Utils.hpp"
+#include "tests/support/halo.hpp"
+#include "tests/support/message_spy.hpp"
+
+namespace mivo {
+namespace {
+
+using test::helperThread;
+using test::Message;
+using test::MessageSpy;
+using test::Spread;
+using test::spreadColumn;
+using test::spreadMatrix;
+using test::testDevices;
+using test::valuesOf;
+using test::worldRank;
+using test::worldSize;
+
+template <class T>
+using Plan = SpMVCommPatternT<T, long, int>;
+template <class T>
+using Vector = ParMatrixT<T, long, int>;
+
+template <class T>
+std::size_t bytes(std::size_t n) {
+  return n * sizeof(T);
+}
+
+/// Any bits, among them those of NaN.
+template <class T>
+T bitsAt(long k, unsigned round) {
+  std::mt19937_64 rng(static_cast<std::uint64_t>(k) * 64 + round);
+  const std::uint64_t bits[2] = {rng(), rng()};
+  T out;
+  std::memcpy(static_cast<void*>(&out), bits, sizeof(T));
+  return out;
+}
+
+template <class T>
+bool sameBits(const T& a, const T& b) {
+  return std::memcmp(&a, &b, sizeof(T)) == 0;
+}
+
+/// A handle where the run is about helper threads, else null.
+template <class T>
+struct Async {
+  typename Plan<T>::AsyncMatVecObject object;
+  typename Plan<T>::AsyncMatVecObject* get() { return helperThread ? &object : nullptr; }
+  void wait() {
+    if (!helperThread || worldSize() == 1) return;
+    EXPECT_EQ(object.wait(), 0);
+  }
+};
+
+template <class T>
+class HaloPlan : public testing::Test {};
+using ValueTypes = testing::Types<int, long, float, double, Complex<float>, Complex<double>>;
+TYPED_TEST_SUITE(HaloPlan, ValueTypes);
+
+TEST(HaloPlanRun, TakesTheWaitingRoutineFromTheEnvironment) {
+  const char* text = std::getenv("MIVO_WAIT_SOME");
+  EXPECT_EQ(Utils::isWaitSome(), text == nullptr || std::atoi(text) != 0);
+}
+
+TYPED_TEST(HaloPlan, HasABlockForEachRankWhoseColumnsAreTouched) {
+  using T = TypeParam;
+  const int rank = worldRank(), size = worldSize();
+  for (const Device& device : testDevices()) {
+    for (const Spread& spread : test::spreads()) {
+      SCOPED_TRACE(spread.name);
+      const auto A = spreadMatrix<T>(spread, device);
+      A.prepareMatVec(false);
+      const Plan<T>& plan = A.getSpMVCommPattern();
+      std::vector<int> owners, readers, expectedOwners, expectedReaders;
+      for (int p = 0; p < size; ++p) {
+        if (!spread.touched(rank, p).empty()) expectedOwners.push_back(p);
+        if (p != rank && !spread.touched(p, rank).empty()) expectedReaders.push_back(p);
+      }
+      plan.recvTraversal([&](int p, typename Plan<T>::SpmvColBlock* block) {
+        owners.push_back(p);
+        const std::vector<int> needed = p == rank ? std::vector<int>() : spread.touched(rank, p);
+        EXPECT_EQ(block->col_start, spread.first(spread.cols, p));
+        EXPECT_EQ(block->col_end, spread.first(spread.cols, p + 1));
+        EXPECT_EQ(valuesOf(block->nzc_recv_indices), needed);
+        EXPECT_EQ(valuesOf(block->host_indices), needed);
+        EXPECT_EQ(block->host_recv_buffer.getSize(), static_cast<int>(needed.size()));
+        EXPECT_EQ(block->recv_x.getSize(), p == rank ? 0 : spread.size(spread.cols, p));
+        EXPECT_TRUE(p == rank || block->recv_x.getDevice().type == device.type);
+        EXPECT_NE(block->block, nullptr);
+      });
+      plan.sendTraversal([&](int q, typename Plan<T>::SpmvSendMeta* meta) {
+        readers.push_back(q);
+        EXPECT_EQ(valuesOf(meta->nzc_send_indices), spread.touched(q, rank));
+        EXPECT_EQ(valuesOf(meta->host_indices), spread.touched(q, rank));
+        EXPECT_EQ(meta->nzc_send_indices.getDevice().type, device.type);
+      });
+      EXPECT_EQ(owners, expectedOwners);
+      EXPECT_EQ(readers, expectedReaders);
+    }
+  }
+}
+
+/// Exchanges x and looks at the messages, the calls and what the blocks hold then.
+template <class T>
+void expectExchange(const Spread& spread, const Device& device, const Plan<T>& given,
+                    unsigned round) {
+  const int rank = worldRank(), size = worldSize();
+  Plan<T> plan = given;
+  const auto at = [&](long k) { return bitsAt<T>(k, round); };
+  const Vector<T> x = spreadColumn<T>(spread.cols, device, at);
+  const int tag = Plan<T>::getMessageTag();
+  std::vector<Message> sent, opened;
+  std::vector<int> inRankOrder;
+  for (int p = 0; p < size; ++p) {
+    if (p == rank) continue;
+    const std::size_t out = spread.touched(p, rank).size(), in = spread.touched(rank, p).size();
+    if (out > 0) sent.push_back({p, static_cast<int>(bytes<T>(out)), tag});
+    if (in > 0) opened.push_back({p, static_cast<int>(bytes<T>(in)), tag});
+    if (in > 0) inRankOrder.push_back(p);
+  }
+
+  std::vector<int> local, received;
+  int finished = 0;
+  const auto main = std::this_thread::get_id();
+  const MessageSpy& spy = MessageSpy::start();
+  Async<T> async;
+  plan.exchange(
+      x,
+      [&](int p, typename Plan<T>::SpmvColBlock* block) {
+        local.push_back(p);
+        EXPECT_TRUE(received.empty() && finished == 0);
+        EXPECT_EQ(spy.sent, sent) << "the local part runs while the messages travel";
+        EXPECT_EQ(spy.opened, opened);
+        EXPECT_EQ(std::this_thread::get_id(), main);
+        EXPECT_EQ(block == nullptr, p == -1);
+        if (block == nullptr) return;
+        EXPECT_EQ(block->recv_x.getData(), x.getLocalMatrix().getData());
+      },
+      [&](int p, typename Plan<T>::SpmvColBlock* block) {
+        received.push_back(p);
+        EXPECT_EQ(finished, 0);
+        EXPECT_EQ(std::this_thread::get_id() != main, helperThread);
+        // All needed entries are there, and no other has been touched.
+        std::vector<T> expected(static_cast<std::size_t>(spread.size(spread.cols, p)), T(0));
+        for (const int j : spread.touched(rank, p)) {
+          expected[static_cast<std::size_t>(j)] = at(spread.first(spread.cols, p) + j);
+        }
+        const std::vector<T> got = valuesOf(block->recv_x);
+        ASSERT_EQ(got.size(), expected.size());
+        for (std::size_t k = 0; k < got.size(); ++k) {
+          EXPECT_TRUE(sameBits(got[k], expected[k])) << "entry " << k << " of rank " << p;
+        }
+      },
+      [&] { ++finished; }, async.get());
+  async.wait();
+  EXPECT_EQ(local, std::vector<int>{spread.touched(rank, rank).empty() ? -1 : rank});
+  if (Utils::isWaitSome()) std::sort(received.begin(), received.end());
+  EXPECT_EQ(received, inRankOrder);
+  EXPECT_EQ(finished, size > 1 ? 1 : 0);
+  EXPECT_EQ(spy.sent, sent);
+  EXPECT_EQ(spy.opened, opened);
+  EXPECT_EQ(spy.alltoalls, 0);
+  EXPECT_EQ(Plan<T>::getMessageTag(), size > 1 ? tag + 1 : tag);
+}
+
+TYPED_TEST(HaloPlan, ExchangeMovesTheNeededEntriesAndNoOthers) {
+  using T = TypeParam;
+  for (const Device& device : testDevices()) {
+    for (const Spread& spread : test::spreads()) {
+      SCOPED_TRACE(spread.name);
+      const auto A = spreadMatrix<T>(spread, device);
+      A.prepareMatVec(false);
+      for (unsigned round = 0; round < 2; ++round) {
+        expectExchange(spread, device, A.getSpMVCommPattern(), round);
+      }
+    }
+  }
+}
+
+TYPED_TEST(HaloPlan, CopyForAnotherTypeExchangesAlike) {
+  using T = TypeParam;
+  for (const Device& device : testDevices()) {
+    for (const Spread& spread : test::spreads()) {
+      SCOPED_TRACE(spread.name);
+      const auto A = spreadMatrix<T>(spread, device);
+      A.prepareMatVec(false);
+      Plan<float> copy, own;
+      Plan<Complex<double>> wide;
+      A.getSpMVCommPattern().copyStructure(copy, true);
+      A.getSpMVCommPattern().copyStructure(wide, false);
+      own.create(A);
+      expectExchange(spread, device, copy, 0);
+      expectExchange(spread, device, wide, 1);
+      expectExchange(spread, device, own, 2);
+    }
+  }
+}
+
+// Rank 0 joins only when rank 1 has been handed the block of rank 2.
+TEST(HaloPlanOrder, BlocksAreHandedOnAsTheyArriveOrInRankOrder) {
+  const int rank = worldRank(), size = worldSize();
+  const Spread spread = {"dense", test::evenly(size, size), test::evenly(size, size),
+                         [](long, long) { return true; }};
+  const auto A = spreadMatrix<double>(spread, Device());
+  A.prepareMatVec(false);
+  Plan<double> plan = A.getSpMVCommPattern();
+  const Vector<double> x = spreadColumn<double>(spread.cols, Device(), [](long) { return 1.; });
+  constexpr int kOtherTag = 40000;
+  const bool staged = Utils::isWaitSome() && size >= 3;
+  int word = 0;
+  MPI_Request request = MPI_REQUEST_NULL;
+  MPI_Status status;
+  if (staged && rank == 0) {
+    MPI_Irecv(&word, 1, MPI_INT, 1, kOtherTag, kCommWorld, &request);
+    MPI_Wait(&request, &status);
+  }
+  std::vector<int> order;
+  Async<double> async;
+  plan.exchange(
+      x, nullptr,
+      [&](int p, Plan<double>::SpmvColBlock*) {
+        order.push_back(p);
+        if (!staged || rank != 1 || p != 2) return;
+        MPI_Isend(&word, 1, MPI_INT, 0, kOtherTag, kCommWorld, &request);
+      },
+      nullptr, async.get());
+  async.wait();
+  if (staged && rank == 1) {
+    MPI_Wait(&request, &status);
+    EXPECT_NE(order.front(), 0);
+  }
+  EXPECT_EQ(order.size(), static_cast<std::size_t>(size - 1));
+  EXPECT_TRUE(Utils::isWaitSome() || std::is_sorted(order.begin(), order.end()));
+}
+
+TYPED_TEST(HaloPlan, TableAndDumpTellOfEachBlock) {
+  using T = TypeParam;
+  const int rank = worldRank(), size = worldSize();
+  for (const Device& device : testDevices()) {
+    for (const Spread& spread : test::spreads()) {
+      SCOPED_TRACE(spread.name);
+      const auto A = spreadMatrix<T>(spread, device);
+      A.prepareMatVec(false);
+      Plan<T> plan = A.getSpMVCommPattern();
+      plan.fill(T(9));
+      plan.initReverseExchange();
+      MatrixT<COT_RawCommPattern<T, int>, int> table;
+      plan.getRawMat(table);
+      const COT_RawCommPattern<T, int>* record = table.getData();
+      int blocks = 0;
+      std::ostringstream expected;
+      plan.recvTraversal([&](int p, typename Plan<T>::SpmvColBlock* block) {
+        EXPECT_EQ(record->procId, p);
+        EXPECT_EQ(record->recv_x_size, p == rank ? 0 : spread.size(spread.cols, p));
+        EXPECT_EQ(record->nzc_recv_size, block->nzc_recv_indices.getSize());
+        EXPECT_EQ(record->recv_x, block->recv_x.getData());
+        EXPECT_EQ(record->col_start, spread.first(spread.cols, p));
+        EXPECT_EQ(record->recv_write_flag, block->recv_write_flag.getData());
+        EXPECT_EQ(block->recv_write_flag.getSize(), record->recv_x_size);
+        for (const T& v : valuesOf(block->recv_x)) EXPECT_EQ(v, T(9));
+        for (const int flag : valuesOf(block->recv_write_flag)) EXPECT_EQ(flag, 0);
+        const auto text = [](const auto& m) { return m.toDevice(Device()).getString(); };
+        expected << "  blk " << blocks++ << " procId " << p << " col_start " << block->col_start
+                 << " nzc_recv_indices " << text(block->nzc_recv_indices) << " recv_x "
+                 << text(block->recv_x) << " recv_write_flag " << text(block->recv_write_flag)
+                 << "\n";
+        ++record;
+      });
+      EXPECT_EQ(table.getSize(), blocks);
+      int metas = 0;
+      plan.sendTraversal([&](int q, typename Plan<T>::SpmvSendMeta* meta) {
+        expected << "  blk " << metas++ << " procId " << q << " nzc_send_indices "
+                 << meta->host_indices.getString() << " send_x " << meta->send_x.getString()
+                 << "\n";
+      });
+      std::ostringstream dump;
+      plan.saveToStream(dump, 3);
+      std::ostringstream head;
+      head << "SpMVCommPattern nprocs " << size << " myrank " << rank << " nblocks " << blocks
+           << "\n";
+      EXPECT_EQ(dump.str(), head.str() + expected.str());
+    }
+  }
+}
+
+}  // namespace
+}  // namespace mivo
