@@ -150,11 +150,12 @@ L ParCSRMatrixT<T, G, L>::getLocalRows() const {
   return impl_->localRows();
 }
 
-// The plan belongs to a communicator and a device: a change of either asks for a new one.
+// The plan belongs to a communicator and a device: a change of either asks for a new one. Whether
+// there is a change is not looked at, since a rank may get the device that it has while others do
+// not, and all ranks must make the next plan together.
 
 template <class T, class G, class L>
 void ParCSRMatrixT<T, G, L>::setComm(int comm) {
-  if (comm == impl_->comm) return;
   impl_->comm = comm;
   impl_->unlinkBlocks();
   impl_->plan.setPlace(comm, impl_->device);
@@ -162,10 +163,10 @@ void ParCSRMatrixT<T, G, L>::setComm(int comm) {
 
 template <class T, class G, class L>
 void ParCSRMatrixT<T, G, L>::setDevice(const Device& device) {
-  if (device == impl_->device) return;
-  impl_->device = device;
+  const Device where = device;
+  impl_->device = where;
   impl_->unlinkBlocks();
-  impl_->plan.setPlace(impl_->comm, device);
+  impl_->plan.setPlace(impl_->comm, where);
 }
 
 template <class T, class G, class L>

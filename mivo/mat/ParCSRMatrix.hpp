@@ -87,6 +87,7 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
   /// This rank's rows; [0, 0) for an empty object.
   void getOwnerShipRange(G* begin, G* end) const;
   L getLocalRows() const;
+  /// Both drop the halo plan, so all ranks call them together; the next product makes a new one.
   void setComm(int comm);
   void setDevice(const Device& device);
   /// Stored entries of all ranks. Collective.

@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Products as the users of halo plans: several matrices, changes of a matrix, and the order in
+// which the parts are added.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "mivo/utils/Utils.hpp"
+#include "tests/support/halo.hpp"
+#include "tests/support/message_spy.hpp"
+
+namespace mivo {
+namespace {
+
+using test::entryAt;
+using test::Message;
+using test::MessageSpy;
+using test::ParSparse;
+using test::Spread;
+using test::spreadColumn;
+using test::spreadMatrix;
+using test::testDevices;
+using test::valuesOf;
+using test::worldRank;
+using test::worldSize;
+
+using Vector = ParMatrixT<double, long, int>;
+using Matrix = ParSparse<double>;
+
+/// A x with x_k = k + start, against the sums over the pattern.
+void expectProduct(const Spread& spread, const Matrix& A, double start) {
+  const auto x = spreadColumn<double>(spread.cols, A.getDevice(),
+                                      [&](long k) { return static_cast<double>(k) + start; });
+  Vector y;
+  A.matVec(x, y, nullptr);
+  std::vector<double> expected;
+  for (long i = spread.first(spread.rows, worldRank());
+       i < spread.first(spread.rows, worldRank() + 1); ++i) {
+    expected.push_back(0);
+    for (long j = 0; j < spread.cols.back(); ++j) {
+      if (spread.stored(i, j)) {
+        expected.back() += entryAt<double>(i, j) * (static_cast<double>(j) + start);
+      }
+    }
+  }
+  EXPECT_EQ(valuesOf(y.getLocalMatrix()), expected);
+}
+
+Spread spreadNamed(const std::string& name) {
+  for (const Spread& spread : test::spreads()) {
+    if (spread.name == name) return spread;
+  }
+  ADD_FAILURE() << name;
+  return {};
+}
+
+// Without a barrier, so that a fast rank is ahead of the others by a product.
+TEST(HaloProduct, TwoMatricesInTurnDoNotMixTheirMessages) {
+  for (const Device& device : testDevices()) {
+    Spread first = spreadNamed("neighbours"), second = first;
+    second.stored = [](long i, long j) { return (i + 2 * j) % 3 == 0; };
+    const Matrix A = spreadMatrix<double>(first, device), B = spreadMatrix<double>(second, device);
+    A.prepareMatVec(false);
+    B.prepareMatVec(false);
+    int tag = SpMVCommPatternT<double, long, int>::getMessageTag();
+    const MessageSpy& spy = MessageSpy::start();
+    std::size_t seen = 0;
+    for (int round = 0; round < 20; ++round) {
+      expectProduct(round % 2 == 0 ? first : second, round % 2 == 0 ? A : B, round);
+      for (; seen < spy.sent.size(); ++seen) EXPECT_EQ(spy.sent[seen].tag, tag);
+      ++tag;
+    }
+    EXPECT_EQ(spy.alltoalls, 0) << "plans are made once";
+  }
+}
+
+TEST(HaloProduct, PlanFollowsAChangeOfTheMatrix) {
+  const int last = worldSize() - 1;
+  for (const Device& device : testDevices()) {
+    Spread spread = spreadNamed("neighbours");
+    const Spread before = spread;
+    Matrix A = spreadMatrix<double>(spread, device);
+    expectProduct(spread, A, 1);
+    const Matrix copy = A.deepCopy(), moved = A.toDevice(device);
+
+    // Only the last rank's rows change, and it alone has new ghosts.
+    const long changed = spread.first(spread.rows, last);
+    spread.stored = [=](long i, long j) { return i >= changed || before.stored(i, j); };
+    if (worldRank() == last) A.setLocalMatrix(test::blocksOf<double>(spread, device));
+    A.prepareMatVec(true);
+    expectProduct(spread, A, 2);
+    expectProduct(before, copy, 3);
+    expectProduct(before, moved, 4);
+
+    // A new assembly, in which other ranks set the entries.
+    spread.stored = [](long i, long j) { return (i * j) % 5 == 1 || i == j; };
+    A.beginAssemble();
+    for (long i = 0; i < spread.rows.back(); ++i) {
+      if (i % worldSize() != worldRank()) continue;
+      for (long j = 0; j < spread.cols.back(); ++j) {
+        if (spread.stored(i, j)) A.setValue(i, j, entryAt<double>(i, j), SetValueMode::Set);
+      }
+    }
+    A.endAssemble();
+    expectProduct(spread, A, 5);
+  }
+}
+
+// Each rank has its own device number, and some of them have it already.
+TEST(HaloProduct, PlanIsMadeAnewByAllRanksWhenOnlySomeChangeTheirDevice) {
+  const Spread spread = spreadNamed("neighbours");
+  Matrix A = spreadMatrix<double>(spread, Device());
+  expectProduct(spread, A, 1);
+  A.setDevice(Device(Device::kHost, worldRank()));
+  expectProduct(spread, A, 2);
+}
+
+// y = A_own x, then y += A_p x_p in the order of the ranks p; with at most one ghost block there is
+// no other order.
+TEST(HaloProduct, PartsAreAddedInRankOrderToTheBit) {
+  const int rank = worldRank();
+  if (Utils::isWaitSome() && worldSize() > 2) GTEST_SKIP() << "parts are added as they arrive";
+  for (const Device& device : testDevices()) {
+    for (const Spread& spread : test::spreads()) {
+      SCOPED_TRACE(spread.name);
+      const auto at = [](long k) { return 1. / (3. + static_cast<double>(k)); };
+      const Matrix A = spreadMatrix<double>(spread, device);
+      Vector y;
+      A.matVec(spreadColumn<double>(spread.cols, device, at), y, nullptr);
+      const std::vector<double> got = valuesOf(y.getLocalMatrix());
+      ASSERT_EQ(got.size(), static_cast<std::size_t>(spread.size(spread.rows, rank)));
+      for (std::size_t i = 0; i < got.size(); ++i) {
+        const long row = spread.first(spread.rows, rank) + static_cast<long>(i);
+        double sum = 0;
+        for (int k = 0; k < worldSize(); ++k) {
+          // The own part comes first.
+          const int p = k == 0 ? rank : k <= rank ? k - 1 : k;
+          double part = 0;
+          for (long j = spread.first(spread.cols, p); j < spread.first(spread.cols, p + 1); ++j) {
+            if (spread.stored(row, j)) part += entryAt<double>(row, j) * at(j);
+          }
+          sum += part;
+        }
+        EXPECT_EQ(std::memcmp(&got[i], &sum, sizeof(sum)), 0) << "row " << row;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace mivo
