@@ -25,14 +25,15 @@ class MIVO_API MixedBlasOps {
 };
 
 /// The pairs (To, From) that exist.
-#define MIVO_FOR_EACH_MIXED_PAIR(M)                                                   \
-  M(double, float)                                                                    \
-  M(float, double)                                                                    \
-  M(double, int)                                                                      \
-  M(float, int)                                                                       \
-  M(int, double)                                                                      \
-  M(int, float) M(Complex<double>, Complex<float>) M(Complex<float>, Complex<double>) \
-      M(Complex<double>, int) M(Complex<float>, int)
+#define MIVO_FOR_EACH_MIXED_PAIR(M)  \
+  M(double, float)                   \
+  M(float, double)                   \
+  M(double, int)                     \
+  M(float, int)                      \
+  M(int, double)                     \
+  M(int, float)                      \
+  M(Complex<double>, Complex<float>) \
+  M(Complex<float>, Complex<double>) M(Complex<double>, int) M(Complex<float>, int)
 
 #define MIVO_EXTERN(To, From)                        \
   extern template class MixedBlasOps<To, From, int>; \
