@@ -4,12 +4,11 @@
 #include <cmath>
 #include <vector>
 
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/solver/ParSolver.hpp"
 #include "mivo/testcase/PoissonFDM.hpp"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/json.hpp"
-#include "tests/support/devices.hpp"
+#include "tests/support/ranks.hpp"
 
 // Each rank keeps its part in the memory of its own device, as on a node with a GPU for each rank.
 namespace mivo {
@@ -17,13 +16,7 @@ namespace {
 
 using Solver = ParSolverT<double, long, int>;
 
-Device ownDevice() {
-  Device::initialize();
-  const std::vector<Device> devices = Device::getAllDevices();
-  int rank = 0;
-  MPI_Comm_rank(kCommWorld, &rank);
-  return devices[1 + static_cast<std::size_t>(rank) % (devices.size() - 1)];
-}
+Device ownDevice() { return test::rankDevices().back(); }
 
 struct System {
   ParCSRMatrixT<double, long, int> A;
@@ -38,15 +31,14 @@ struct System {
 };
 
 std::vector<double> localValues(const ParMatrixT<double, long, int>& x) {
-  const auto host = x.getLocalMatrix().toDevice(Device());
-  return {host.getData(), host.getData() + host.getRows() * host.getCols()};
+  return test::valuesOf(x.getLocalMatrix());
 }
 
 class DeviceRanks : public testing::Test {
  protected:
   // The same on all ranks: each sees all devices.
   void SetUp() override {
-    if (test::testDevices().size() < 2) GTEST_SKIP() << "no CUDA device";
+    if (test::rankDevices().size() < 2) GTEST_SKIP() << "no CUDA device";
   }
 };
 

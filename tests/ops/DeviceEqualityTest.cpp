@@ -64,9 +64,8 @@ TYPED_TEST(DeviceEquality, ElementwiseKernelsGiveTheSameBits) {
   using Blas = BlasOps<T, int>;
   const int n = this->kSize;
   const T a = roundingValue<T>(this->rng), b = roundingValue<T>(this->rng), c = T(R(0.3));
-  this->expectSameBits("axpby", [&](const Device& d, const T* x, T*, T* z) {
-    Blas::axpby(d, n, a, x, b, z);
-  });
+  this->expectSameBits(
+      "axpby", [&](const Device& d, const T* x, T*, T* z) { Blas::axpby(d, n, a, x, b, z); });
   this->expectSameBits("axpbypz", [&](const Device& d, const T* x, T* y, T* z) {
     Blas::axpbypz(d, n, a, x, b, y, z);
   });

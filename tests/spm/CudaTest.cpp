@@ -169,8 +169,7 @@ TEST_F(CudaSpace, FailedCallsPrintTheirLineAndTheWorkGoesOn) {
   std::vector<int> seen(10);
   failNext(Call::StreamSynchronize, 1);
   EXPECT_EQ(printed([&] {
-              parallel_for(range,
-                           [&](std::int64_t i) { seen[static_cast<std::size_t>(i)] += 1; });
+              parallel_for(range, [&](std::int64_t i) { seen[static_cast<std::size_t>(i)] += 1; });
             }),
             failure("cudaStreamSynchronize(stream)", "invalid argument", 98));
   EXPECT_EQ(seen, std::vector<int>(10, 1));
@@ -187,10 +186,9 @@ TEST_F(CudaSpace, RefusedPoolMemoryLeavesTheResultOfTheReduction) {
         RangePolicy<Cuda>(*cuda, 0, 10), [](std::int64_t, double& acc) { acc += 1; },
         Sum<double, Cuda>(sum));
   };
-  EXPECT_EQ(printed(reduce),
-            failure("cudaMallocAsync(&partial_reduce, sizeof(ValT)*nPart, stream)",
-                    "out of memory", 144) +
-                "cuda can not alloc memory for stream " + stream + "\n");
+  EXPECT_EQ(printed(reduce), failure("cudaMallocAsync(&partial_reduce, sizeof(ValT)*nPart, stream)",
+                                     "out of memory", 144) +
+                                 "cuda can not alloc memory for stream " + stream + "\n");
   EXPECT_EQ(sum, -1);
   EXPECT_EQ(printed(reduce), "");
   EXPECT_EQ(sum, 10);
@@ -214,10 +212,10 @@ TEST_F(CudaSpace, ASpaceWhoseDeviceCannotBeReadReportsItAndRunsNothing) {
   std::unique_ptr<Cuda> cuda;
   failNext(Call::GetDevice, 1);
   failNext(Call::GetDeviceProperties, 1);
-  EXPECT_EQ(printed([&] { cuda = std::make_unique<Cuda>(stream); }),
-            failure("cudaGetDevice(&this->deviceId)", "no CUDA-capable device is detected", 23) +
-                failure("cudaGetDeviceProperties(&prop, this->deviceId)",
-                        "invalid device ordinal", 24));
+  EXPECT_EQ(
+      printed([&] { cuda = std::make_unique<Cuda>(stream); }),
+      failure("cudaGetDevice(&this->deviceId)", "no CUDA-capable device is detected", 23) +
+          failure("cudaGetDeviceProperties(&prop, this->deviceId)", "invalid device ordinal", 24));
   int calls = 0;
   parallel_for(RangePolicy<Cuda>(*cuda, 0, 10), [&](std::int64_t) { ++calls; });
   EXPECT_EQ(calls, 0);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Part of every test program of a build with CUDA: tells in the report whether its suites, which take the devices
-// that they find, have met one.
+// Part of every test program of a build with CUDA: tells in the report whether its suites, which
+// take the devices that they find, have met one.
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "tests/support/ranks.hpp"
+
+namespace mivo {
+namespace {
+
+using test::EntryMap;
+using test::ownEntries;
+using test::worldCuts;
+using test::worldRank;
+using test::worldSize;
+
+template <class Types>
+class AssemblyOverRanks : public testing::Test {};
+template <class Value, class Global>
+struct Types {
+  using T = Value;
+  using G = Global;
+};
+using TypePairs =
+    testing::Types<Types<int, int>, Types<long, long>, Types<float, long>, Types<double, int>,
+                   Types<double, long>, Types<Complex<float>, int>, Types<Complex<double>, long>>;
+TYPED_TEST_SUITE(AssemblyOverRanks, TypePairs);
+
+template <class T, class G>
+EntryMap<T> ownRows(const ParCSRMatrixT<T, G, int>& A, const EntryMap<T>& all) {
+  G begin = 0, end = 0;
+  A.getOwnerShipRange(&begin, &end);
+  return EntryMap<T>(all.lower_bound({begin, 0}), all.lower_bound({end, 0}));
+}
+
+/// Each rank sets entries of all rows; what it has set counts once, what it has added and what others
+/// have set or added is summed.
+TYPED_TEST(AssemblyOverRanks, EntriesFindTheirOwnersFromAnyRank) {
+  using T = typename TypeParam::T;
+  using G = typename TypeParam::G;
+  std::mt19937 rng(11);
+  // The last shapes have fewer rows, or columns, than there may be ranks.
+  for (const auto& [rows, cols] : std::vector<std::pair<G, G>>{{23, 17}, {9, 9}, {2, 3}, {5, 1}}) {
+    const auto row_cuts = worldCuts<G>(rows, rng);
+    const auto col_cuts = worldCuts<G>(cols, rng);
+    for (std::size_t k = 0; k < row_cuts.size(); ++k) {
+      ParCSRMatrixT<T, G, int> A;
+      A.create(row_cuts[k], col_cuts[(k + 1) % col_cuts.size()], {}, Device());
+      A.beginAssemble();
+      EntryMap<T> all;
+      for (int r = 0; r < worldSize(); ++r) {
+        if (r % 3 == 2) continue;  // sets nothing, but takes part
+        EntryMap<T> of_rank;
+        for (int n = 0; n < 60; ++n) {
+          const G i = static_cast<G>(rng() % static_cast<unsigned>(rows));
+          const G j = static_cast<G>(rng() % static_cast<unsigned>(cols));
+          const T v = test::smallValue<T>(rng);
+          const bool set = rng() % 3 == 0;
+          T& entry = of_rank[{i, j}];
+          entry = set ? v : T(entry + v);
+          if (r == worldRank()) A.setValue(i, j, v, set ? SetValueMode::Set : SetValueMode::Add);
+        }
+        for (const auto& [at, v] : of_rank) all[at] += v;
+      }
+      A.endAssemble();
+      EXPECT_EQ(ownEntries(A), ownRows(A, all)) << rows << " x " << cols << ", cut " << k;
+      EXPECT_EQ(A.getNnzs(), static_cast<G>(all.size()));
+    }
+  }
+}
+
+TYPED_TEST(AssemblyOverRanks, AMatrixWithGlobalIndicesIsSummedOverTheRanksThatHoldEntries) {
+  using T = typename TypeParam::T;
+  using G = typename TypeParam::G;
+  // Whoever holds entries: rank 0 alone, the last alone, all.
+  for (const int holders : {0, 1, 2}) {
+    std::mt19937 rng(5);
+    EntryMap<T> all;
+    test::HostCsr<T, G> mine;
+    for (int r = 0; r < worldSize(); ++r) {
+      const bool holds = holders == 2 || r == (holders == 0 ? 0 : worldSize() - 1);
+      const G rows = holds ? static_cast<G>(4 + 3 * r) : G(0);
+      for (G i = 0; i < rows; ++i) {
+        for (int n = 0; n < 3; ++n) {
+          const G j = static_cast<G>(rng() % 7);
+          const T v = test::smallValue<T>(rng);
+          all[{i, j}] += v;
+          if (r == worldRank()) mine.push(j, v);
+        }
+        if (r == worldRank()) mine.endRow();
+      }
+    }
+    mine.cols = mine.rows > 0 ? 7 : 0;
+    ParCSRMatrixT<T, G, int> A;
+    A.createByAssemble(test::sparseOf(Device(), mine), kCommWorld);
+    EXPECT_EQ(A.getRows(), holders == 0 ? 4 : 1 + 3 * worldSize());
+    EXPECT_EQ(A.getCols(), 7);
+    EXPECT_EQ(A.getNnzs(), static_cast<G>(all.size()));
+    EXPECT_EQ(ownEntries(A), ownRows(A, all)) << "holders " << holders;
+  }
+}
+
+TEST(AssemblyOverRanksOnce, ThreadsOfAllRanksAddAtOnce) {
+  constexpr int kThreads = 3, kRows = 13, kRounds = 5;
+  ParCSRMatrixT<long, long, int> A;
+  A.create(kRows, kRows, Device());
+  for (int again = 0; again < 2; ++again) {
+    A.beginAssemble();
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+      threads.emplace_back([&A, t] {
+        for (int k = 0; k < kRounds * kRows * kRows; ++k) {
+          A.setValue((k + t) % kRows, k / kRows % kRows, 1, SetValueMode::Add);
+        }
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    A.endAssemble();
+    EXPECT_EQ(A.getNnzs(), kRows * kRows);
+    for (const auto& entry : ownEntries(A)) {
+      EXPECT_EQ(entry.second, kThreads * kRounds * worldSize());
+    }
+  }
+}
+
+TEST(AssemblyOverRanksOnce, ARankWithoutEntriesKeepsUpWithChanges) {
+  // Entries move from the first to the last row: blocks, plans and products follow.
+  const long n = 2 * worldSize() + 1;
+  ParCSRMatrixT<double, long, int> A;
+  A.create(n, n, Device());
+  const std::vector<double> ones(static_cast<std::size_t>(n), 1.0);
+  const auto x = test::ownColumn(Device(), A.getColPartitioner(), ones);
+  for (long row = 0; row < n; ++row) {
+    A.beginAssemble();
+    if (worldRank() == worldSize() - 1) {
+      for (long j = 0; j < n; j += 2) A.setValue(row, j, 2.0, SetValueMode::Set);
+    }
+    A.endAssemble();
+    std::vector<double> expected(static_cast<std::size_t>(n), 0.0);
+    expected[static_cast<std::size_t>(row)] = static_cast<double>(2 * (n / 2 + 1));
+    EXPECT_EQ(test::valuesOf(A.matVec(x).getLocalMatrix()),
+              test::ownPart(A.getRowPartitioner(), expected));
+  }
+}
+
+}  // namespace
+}  // namespace mivo

@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "tests/support/ranks.hpp"
+
+namespace mivo {
+namespace {
+
+using test::denseAxpby;
+using test::HostCsr;
+using test::ownColumn;
+using test::ownPart;
+using test::rankDevices;
+using test::valuesOf;
+using test::worldCuts;
+using test::worldRank;
+using test::worldSize;
+
+template <class T>
+class ProductOverRanks : public testing::Test {};
+using ValueTypes = testing::Types<int, long, float, double, Complex<float>, Complex<double>>;
+TYPED_TEST_SUITE(ProductOverRanks, ValueTypes);
+
+TYPED_TEST(ProductOverRanks, EqualsTheDenseProduct) {
+  using T = TypeParam;
+  using R = RealType<T>;
+  std::mt19937 rng(17);
+  const std::vector<std::pair<T, T>> scalars = {
+      {T(1), T(0)}, {T(0), T(1)}, {T(R(-2)), T(R(3))}, {T(0), T(0)}};
+  for (const auto& [rows, cols] : std::vector<std::pair<int, int>>{{40, 40}, {31, 12}, {3, 21}}) {
+    const HostCsr<T> a = test::randomCsr<T>(rng, rows, cols);
+    const std::vector<T> x = test::smallVector<T>(rng, static_cast<std::size_t>(cols));
+    const std::vector<T> y = test::smallVector<T>(rng, static_cast<std::size_t>(rows));
+    const auto row_cuts = worldCuts<long>(rows, rng), col_cuts = worldCuts<long>(cols, rng);
+    for (std::size_t k = 0; k < row_cuts.size() + 2; ++k) {
+      const auto& row_part = row_cuts[k % row_cuts.size()];
+      const auto& col_part = col_cuts[(k + k / row_cuts.size()) % col_cuts.size()];
+      for (const Device& device : rankDevices()) {
+        SCOPED_TRACE(device.getString() + ", cut " + std::to_string(k));
+        auto A = test::distributed<T, long>(device, row_part, col_part, a);
+        const auto xs = ownColumn(device, col_part, x);
+        for (const auto& [alpha, beta] : scalars) {
+          // What must not be read is not a number.
+          std::vector<T> start = y;
+          if (isZero(beta) && std::numeric_limits<R>::has_quiet_NaN) {
+            start.assign(y.size(), T(std::numeric_limits<R>::quiet_NaN()));
+          }
+          auto ys = ownColumn(device, row_part, start);
+          A.aAxpby(alpha, xs, beta, ys, nullptr);
+          EXPECT_EQ(valuesOf(ys.getLocalMatrix()),
+                    ownPart(row_part, denseAxpby(a.dense(), alpha, x, beta, y)))
+              << alpha << ", " << beta;
+        }
+      }
+    }
+  }
+}
+
+// A remote block is walked by the rows that have entries in it; what comes out is, to the sign of a
+// zero, what adding its whole product gives.
+TEST(ProductOverRanksOnce, ARemoteBlockAddsItsProductToTheBit) {
+  std::mt19937 rng(3);
+  std::uniform_real_distribution<double> draw(-1.0, 1.0);
+  const int n = 60;
+  PartitionerT<long, int> part;
+  part.create(n, worldSize());
+  const auto owner = [&](int i) {
+    int p = 0, local = 0;
+    part.global2Local(i, p, local);
+    return p;
+  };
+  // Columns come from the own rank and the next one only, so that the order of the blocks is given.
+  const HostCsr<double> a = HostCsr<double>::build(n, n, [&](int i, HostCsr<double>& out) {
+    for (int j = 0; j < n; ++j) {
+      const int p = owner(j);
+      const bool remote = p == (owner(i) + 1) % worldSize() && p != owner(i) && i % 5 == 0;
+      if ((p == owner(i) && i % 3 > 0) || remote) out.push(j, draw(rng));
+    }
+  });
+  std::vector<double> x(n), y(n);
+  for (double& v : x) v = draw(rng);
+  for (std::size_t i = 0; i < y.size(); ++i) y[i] = i % 4 == 0 ? -0.0 : i % 7 == 0 ? 0.0 : draw(rng);
+  for (const double alpha : {1.0, 0.3, -0.3}) {
+    for (const double beta : {0.0, 1.0, -1.7}) {
+      std::vector<double> expected = y;
+      for (int i = 0; i < n; ++i) {
+        double own = 0, remote = 0;
+        for (const auto& [j, v] : a.row(i)) {
+          (owner(j) == owner(i) ? own : remote) += v * x[static_cast<std::size_t>(j)];
+        }
+        double& out = expected[static_cast<std::size_t>(i)];
+        out = beta == 0 ? alpha * own : alpha * own + beta * out;
+        if (worldSize() > 1) out += alpha * remote;
+      }
+      for (const Device& device : rankDevices()) {
+        auto A = test::distributed<double, long>(device, part, part, a);
+        auto ys = ownColumn(device, part, y);
+        A.aAxpby(alpha, ownColumn(device, part, x), beta, ys, nullptr);
+        const auto result = valuesOf(ys.getLocalMatrix()), wanted = ownPart(part, expected);
+        EXPECT_EQ(0, std::memcmp(result.data(), wanted.data(), wanted.size() * sizeof(double)))
+            << device.getString() << ", alpha " << alpha << ", beta " << beta;
+        EXPECT_EQ(result, wanted);
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace mivo

@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <map>
+#include <random>
+#include <utility>
+#include <vector>
+
+#include "mivo/mat/ParCSRMatrix.hpp"
+#include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/communicator.hpp"
+#include "tests/support/devices.hpp"
+#include "tests/support/parsparse.hpp"
+
+// For tests on several ranks: global data is made alike on all ranks, from the same seed, and each
+// rank compares its part.
+namespace mivo::test {
+
+inline int worldRank() {
+  int rank = 0;
+  MPI_Comm_rank(kCommWorld, &rank);
+  return rank;
+}
+inline int worldSize() {
+  int size = 1;
+  MPI_Comm_size(kCommWorld, &size);
+  return size;
+}
+
+/// The host, and this rank's own CUDA device where there is one; the same number on all ranks.
+inline std::vector<Device> rankDevices() {
+  Device::initialize();
+  const std::vector<Device> all = Device::getAllDevices();
+  std::vector<Device> out{Device()};
+  if (all.size() > 1) {
+    out.push_back(all[1 + static_cast<std::size_t>(worldRank()) % (all.size() - 1)]);
+  }
+  return out;
+}
+
+/// Ways to cut n indices over the ranks: even, all on the last, none on the first where there are
+/// several, and at random places.
+template <class G>
+std::vector<PartitionerT<G, int>> worldCuts(G n, std::mt19937& rng) {
+  const std::size_t size = static_cast<std::size_t>(worldSize());
+  PartitionerT<G, int> even;
+  even.create(n, worldSize());
+  std::vector<std::vector<G>> offsets(3, std::vector<G>(size + 1, G(0)));
+  offsets[0][size] = n;
+  for (std::size_t r = 0; r <= size; ++r) {
+    if (size > 1 && r > 0) offsets[1][r] = n * static_cast<G>(r - 1) / static_cast<G>(size - 1);
+    offsets[2][r] = n > 0 ? static_cast<G>(rng() % static_cast<unsigned>(n + 1)) : G(0);
+  }
+  offsets[1][size] = n;
+  std::sort(offsets[2].begin(), offsets[2].end());
+  offsets[2][0] = 0;
+  offsets[2][size] = n;
+  std::vector<PartitionerT<G, int>> out{even};
+  for (const auto& o : offsets) out.push_back(partsAt<G>(o));
+  return out;
+}
+
+/// This rank's part of a global array.
+template <class T, class G>
+std::vector<T> ownPart(const PartitionerT<G, int>& part, const std::vector<T>& all) {
+  G begin = 0, end = 0;
+  part.getOwnerShipRangeForPart(worldRank(), &begin, &end);
+  return std::vector<T>(all.begin() + begin, all.begin() + end);
+}
+
+template <class T, class G>
+ParMatrixT<T, G, int> ownColumn(const Device& device, const PartitionerT<G, int>& part,
+                                const std::vector<T>& all) {
+  return columnOf(device, part, ownPart(part, all));
+}
+
+/// The entries that this rank stores, by global position.
+template <class T, class G>
+EntryMap<T> ownEntries(const ParCSRMatrixT<T, G, int>& A) {
+  EntryMap<T> out;
+  G first_row = 0;
+  A.getOwnerShipRange(&first_row, nullptr);
+  for (int p = 0; p < A.getColPartitioner().getNumParts(); ++p) {
+    G first_col = 0;
+    A.getColPartitioner().getOwnerShipRangeForPart(p, &first_col, nullptr);
+    const auto block = plainOf(A.getLocalMatrix(p));
+    for (int i = 0; i < block.rows; ++i) {
+      for (const auto& [j, v] : block.row(i)) out[{first_row + i, first_col + j}] = v;
+    }
+  }
+  return out;
+}
+
+/// A matrix with the entries of a global one, each rank setting its own rows.
+template <class T, class G>
+ParCSRMatrixT<T, G, int> distributed(const Device& device, const PartitionerT<G, int>& rows,
+                                     const PartitionerT<G, int>& cols, const HostCsr<T>& all) {
+  ParCSRMatrixT<T, G, int> A;
+  A.create(rows, cols, {}, device);
+  A.beginAssemble();
+  G begin = 0, end = 0;
+  rows.getOwnerShipRangeForPart(worldRank(), &begin, &end);
+  for (G i = begin; i < end; ++i) {
+    for (const auto& [j, v] : all.row(static_cast<int>(i))) A.setValue(i, j, v, SetValueMode::Set);
+  }
+  A.endAssemble();
+  return A;
+}
+
+}  // namespace mivo::test
