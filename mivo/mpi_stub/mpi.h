@@ -55,6 +55,7 @@ int MPI_Initialized(int* flag);
 int MPI_Finalize(void);
 int MPI_Finalized(int* flag);
 int MPI_Abort(MPI_Comm comm, int code);
+int MPI_Get_library_version(char* text, int* length);
 int MPI_Comm_rank(MPI_Comm comm, int* rank);
 int MPI_Comm_size(MPI_Comm comm, int* size);
 double MPI_Wtime(void);

@@ -182,7 +182,30 @@ std::vector<Device> Device::getAllDevices() {
   return devices;
 }
 
+namespace {
+
+/// Ends the program under a message-passing library of another family. Handles are addresses there,
+/// or other numbers, so that the first call which takes one would crash; a log line makes such
+/// calls for its rank, so the text goes out without one.
+void refuseOtherMessageLayer() {
+  char text[8192] = "";  // MPI_MAX_LIBRARY_VERSION_STRING of MPICH, the longest
+  int length = 0;
+  MPI_Get_library_version(text, &length);  // the form for one process writes nothing
+  const std::string version(text);
+  if (version.empty()) return;
+  for (const char* family : {"MPICH", "MVAPICH", "Intel(R) MPI Library"}) {
+    if (version.find(family) != std::string::npos) return;
+  }
+  std::cout << "Device::initialize: the message-passing library of this run is \""
+            << version.substr(0, version.find_first_of(",\n"))
+            << "\"; libmivo needs MPICH or a library with its binary interface" << std::endl;
+  std::exit(1);
+}
+
+}  // namespace
+
 void Device::initialize() {
+  refuseOtherMessageLayer();
   int started = 0;
   MPI_Initialized(&started);
   if (!started) MPI_Init(nullptr, nullptr);

@@ -65,7 +65,8 @@ class MIVO_API Device {
   void rawCopyTo(std::size_t bytes, const void* src, const Device& dstDevice, void* dst) const;
 
   /// Starts the message layer if nobody has, and fills the registry. Main thread; a second call
-  /// changes nothing. Host work needs neither this nor `finalize`.
+  /// changes nothing. Host work needs neither this nor `finalize`. Ends the program where the
+  /// message-passing library lacks the binary interface of MPICH.
   static void initialize();
   /// Empties the registry and ends the message layer.
   static void finalize();
