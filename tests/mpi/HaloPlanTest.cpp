@@ -55,17 +55,6 @@ bool sameBits(const T& a, const T& b) {
   return std::memcmp(&a, &b, sizeof(T)) == 0;
 }
 
-/// A handle where the run is about helper threads, else null.
-template <class T>
-struct Async {
-  typename Plan<T>::AsyncMatVecObject object;
-  typename Plan<T>::AsyncMatVecObject* get() { return helperThread ? &object : nullptr; }
-  void wait() {
-    if (!helperThread || worldSize() == 1) return;
-    EXPECT_EQ(object.wait(), 0);
-  }
-};
-
 template <class T>
 class HaloPlan : public testing::Test {};
 using ValueTypes = testing::Types<int, long, float, double, Complex<float>, Complex<double>>;
@@ -137,7 +126,7 @@ void expectExchange(const Spread& spread, const Device& device, const Plan<T>& g
   int finished = 0;
   const auto main = std::this_thread::get_id();
   const MessageSpy& spy = MessageSpy::start();
-  Async<T> async;
+  test::Async<T> async;
   plan.exchange(
       x,
       [&](int p, typename Plan<T>::SpmvColBlock* block) {
@@ -229,7 +218,7 @@ TEST(HaloPlanOrder, BlocksAreHandedOnAsTheyArriveOrInRankOrder) {
     MPI_Wait(&request, &status);
   }
   std::vector<int> order;
-  Async<double> async;
+  test::Async<double> async;
   plan.exchange(
       x, nullptr,
       [&](int p, Plan<double>::SpmvColBlock*) {

@@ -35,7 +35,9 @@ void expectProduct(const Spread& spread, const Matrix& A, double start) {
   const auto x = spreadColumn<double>(spread.cols, A.getDevice(),
                                       [&](long k) { return static_cast<double>(k) + start; });
   Vector y;
-  A.matVec(x, y, nullptr);
+  test::Async<double> async;
+  A.matVec(x, y, async.get());
+  async.wait();
   std::vector<double> expected;
   for (long i = spread.first(spread.rows, worldRank());
        i < spread.first(spread.rows, worldRank() + 1); ++i) {
@@ -129,7 +131,9 @@ TEST(HaloProduct, PartsAreAddedInRankOrderToTheBit) {
       const auto at = [](long k) { return 1. / (3. + static_cast<double>(k)); };
       const Matrix A = spreadMatrix<double>(spread, device);
       Vector y;
-      A.matVec(spreadColumn<double>(spread.cols, device, at), y, nullptr);
+      test::Async<double> async;
+      A.matVec(spreadColumn<double>(spread.cols, device, at), y, async.get());
+      async.wait();
       const std::vector<double> got = valuesOf(y.getLocalMatrix());
       ASSERT_EQ(got.size(), static_cast<std::size_t>(spread.size(spread.rows, rank)));
       for (std::size_t i = 0; i < got.size(); ++i) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -30,6 +32,17 @@ inline int worldSize() {
   MPI_Comm_size(kCommWorld, &size);
   return size;
 }
+
+/// A handle where the run is about helper threads, else null.
+template <class T>
+struct Async {
+  typename ParSparse<T>::AsyncMatVecObject object;
+  typename ParSparse<T>::AsyncMatVecObject* get() { return helperThread ? &object : nullptr; }
+  void wait() {
+    if (!helperThread || worldSize() == 1) return;
+    EXPECT_EQ(object.wait(), 0);
+  }
+};
 
 inline std::vector<long> evenly(long n, int parts) {
   PartitionerT<long, int> part;
