@@ -8,6 +8,7 @@
 #include "mivo/comu/row_numbering.hpp"
 #include "mivo/comu/serialization.hpp"
 #include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/logging.hpp"
 
 namespace mivo::comu {
 
@@ -30,6 +31,7 @@ void transpose_matrix(int comm, const std::vector<int>& rows, const std::vector<
   using Records = std::vector<std::vector<TRDATA>>;
   Records contributions(static_cast<std::size_t>(nprocs));
   for (auto& column : local) {
+    MIVO_CHECK(column.first >= 0) << "transpose_matrix: column " << column.first;
     contributions[static_cast<std::size_t>(column.first % nprocs)].push_back(
         {column.first, rank, std::move(column.second)});
   }

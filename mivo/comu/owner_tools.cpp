@@ -8,6 +8,7 @@
 #include "mivo/comu/communication_tools.hpp"
 #include "mivo/comu/serialization.hpp"
 #include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/logging.hpp"
 
 namespace mivo::comu {
 namespace {
@@ -22,6 +23,8 @@ struct Buckets {
 
   template <class T>
   void append(std::size_t k, int to, const T& item, std::vector<std::vector<T>>& lists) {
+    MIVO_CHECK(to >= 0 && static_cast<std::size_t>(to) < lists.size())
+        << "directory: rank " << to << " of " << lists.size();
     std::vector<T>& list = lists[static_cast<std::size_t>(to)];
     rank[k] = to;
     slot[k] = list.size();

@@ -22,8 +22,14 @@ namespace {
 constexpr int kTagMask = 32767;
 
 template <class Matrix>
+std::size_t bytesOf(const Matrix& m) {
+  return static_cast<std::size_t>(m.getSize()) * sizeof(*m.getData());
+}
+
+/// Ends the process where they are too many for one message.
+template <class Matrix>
 int messageBytes(const Matrix& m) {
-  return static_cast<int>(static_cast<std::size_t>(m.getSize()) * sizeof(*m.getData()));
+  return comu::narrowToInt(bytesOf(m), "bytes");
 }
 
 }  // namespace
@@ -208,7 +214,7 @@ void SpMVCommPatternT<T, G, L>::reverseExchange(
     }
   }
   const auto copyBack = [](const auto& host, auto& local) {
-    const std::size_t bytes = static_cast<std::size_t>(messageBytes(host));
+    const std::size_t bytes = bytesOf(host);
     if (bytes > 0 && local.getData() != host.getData()) {
       Device().rawCopyTo(bytes, host.getData(), local.getDevice(), local.getData());
     }

@@ -5,12 +5,16 @@
 #include <limits>
 #include <map>
 #include <set>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "mivo/comu/graph_tools.hpp"
+#include "mivo/comu/owner_tools.hpp"
 #include "mivo/comu/records.hpp"
 #include "mivo/comu/serialization.hpp"
+#include "mivo/utils/communicator.hpp"
 #include "tests/support/fatal.hpp"
 
 namespace mivo::comu {
@@ -130,6 +134,20 @@ TEST(Serialization, RefusesWhatDoesNotFitA32BitCount) {
   EXPECT_EQ(narrowToInt(limit, "bytes"), std::numeric_limits<int>::max());
   MIVO_EXPECT_FATAL_TEXT(narrowToInt(limit + 1, "bytes"),
                          "message too large: 2147483648 bytes, at most 2147483647 fit");
+}
+
+TEST(Directory, RefusesIdsThatNoRankAnswersFor) {
+  int owner = 0;
+  const int id = 5;
+  for (const int rank : {1, -1}) {
+    const auto directory = [](int, void* arg) { return *static_cast<int*>(arg); };
+    int answer = rank;
+    MIVO_EXPECT_FATAL_TEXT(get_owner_rank_ex(kCommWorld, 1, &id, directory, &answer, &owner),
+                           "directory: rank " + std::to_string(rank) + " of 1");
+  }
+  Graph graph;
+  MIVO_EXPECT_FATAL_TEXT(transpose_matrix(kCommWorld, {0}, {0, 1}, {-3}, graph),
+                         "transpose_matrix: column -3");
 }
 
 }  // namespace
