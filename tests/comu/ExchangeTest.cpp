@@ -189,8 +189,12 @@ TEST(OwnerSearch, NamesTheLowestRankThatListsAnId) {
 
 TEST(MapReduce, AnswersEachKeyInItsPlaceAndMayAnswerInPlace) {
   const int rank = worldRank(), size = worldSize();
+  // Some ranks have no keys, and answer for others all the same. Null instead of their answers
+  // would say that no rank wants any.
+  const auto keyCount = [](int r) { return r % 3 == 1 ? 0 : 9; };
   std::vector<int> keys;
-  for (int k = 0; k < 9; ++k) keys.push_back((5 * k + rank) % 7);
+  keys.reserve(9);
+  for (int k = 0; k < keyCount(rank); ++k) keys.push_back((5 * k + rank) % 7);
   const auto directory = [size](const int& key) { return key % size; };
   // Counts how often a key is sent in all.
   const auto count = [&](int reducerRank, int nprocs, const Lists& requests, Lists& replies) {
@@ -204,7 +208,7 @@ TEST(MapReduce, AnswersEachKeyInItsPlaceAndMayAnswerInPlace) {
       }
     }
     for (std::size_t i = 0; i < requests.size(); ++i) {
-      ASSERT_EQ(replies[i].size(), requests[i].size());
+      EXPECT_EQ(replies[i].size(), requests[i].size());
       for (std::size_t k = 0; k < requests[i].size(); ++k) replies[i][k] = seen[requests[i][k]];
     }
   };
@@ -212,7 +216,7 @@ TEST(MapReduce, AnswersEachKeyInItsPlaceAndMayAnswerInPlace) {
   for (const int key : keys) {
     int times = 0;
     for (int r = 0; r < size; ++r) {
-      for (int k = 0; k < 9; ++k) times += (5 * k + r) % 7 == key;
+      for (int k = 0; k < keyCount(r); ++k) times += (5 * k + r) % 7 == key;
     }
     expected.push_back(times);
   }

@@ -10,6 +10,11 @@ int PMPI_Irecv(void* data, int count, MPI_Datatype type, int source, int tag, MP
                MPI_Request* request);
 int PMPI_Alltoall(const void* send, int sendcount, MPI_Datatype sendtype, void* recv, int recvcount,
                   MPI_Datatype recvtype, MPI_Comm comm);
+int PMPI_Gatherv(const void* send, int sendcount, MPI_Datatype sendtype, void* recv,
+                 const int* recvcounts, const int* displs, MPI_Datatype recvtype, int root,
+                 MPI_Comm comm);
+int PMPI_Scatterv(const void* send, const int* sendcounts, const int* displs, MPI_Datatype sendtype,
+                  void* recv, int recvcount, MPI_Datatype recvtype, int root, MPI_Comm comm);
 }
 
 namespace mivo::test {
@@ -49,6 +54,19 @@ int MPI_Alltoall(const void* send, int sendcount, MPI_Datatype sendtype, void* r
                  MPI_Datatype recvtype, MPI_Comm comm) {
   ++MessageSpy::get().alltoalls;
   return PMPI_Alltoall(send, sendcount, sendtype, recv, recvcount, recvtype, comm);
+}
+
+int MPI_Gatherv(const void* send, int sendcount, MPI_Datatype sendtype, void* recv,
+                const int* recvcounts, const int* displs, MPI_Datatype recvtype, int root,
+                MPI_Comm comm) {
+  MessageSpy::get().gathered.push_back(bytesOf(sendcount, sendtype));
+  return PMPI_Gatherv(send, sendcount, sendtype, recv, recvcounts, displs, recvtype, root, comm);
+}
+
+int MPI_Scatterv(const void* send, const int* sendcounts, const int* displs, MPI_Datatype sendtype,
+                 void* recv, int recvcount, MPI_Datatype recvtype, int root, MPI_Comm comm) {
+  MessageSpy::get().scattered.push_back(bytesOf(recvcount, recvtype));
+  return PMPI_Scatterv(send, sendcounts, displs, sendtype, recv, recvcount, recvtype, root, comm);
 }
 
 }  // extern "C"
