@@ -12,6 +12,7 @@
 #include "mivo/mat/Matrix.hpp"
 #include "mivo/mat/MatrixText.hpp"
 #include "mivo/utils/Utils.hpp"
+#include "mivo/utils/strings.hpp"
 
 namespace mivo {
 namespace {
@@ -39,23 +40,10 @@ std::string readSizeLine(std::istream& is) {
   return std::string();
 }
 
-/// Pieces between runs of blanks. One in front of a run at the very beginning is empty and counts.
-/// By hand, since a regular expression would use up the stack on a long run.
-std::vector<std::string> splitAtBlanks(const std::string& line) {
-  std::vector<std::string> words;
-  std::size_t begin = 0;
-  while (begin != std::string::npos) {
-    const std::size_t end = line.find_first_of(" \t", begin);
-    words.push_back(line.substr(begin, end - begin));
-    begin = line.find_first_not_of(" \t", end);
-  }
-  return words;
-}
-
 /// Leaves the shape alone unless the line holds one or two numbers.
 template <class I>
 bool parseShape(const std::string& line, I& rows, I& cols) {
-  const std::vector<std::string> words = splitAtBlanks(line);
+  const std::vector<std::string> words = stringSplit(line, "[ \t]+");
   I shape[2] = {0, 1};
   if (words.size() > 2) return false;
   for (std::size_t k = 0; k < words.size(); ++k) {

@@ -13,6 +13,9 @@ MIVO_API std::string string_printf(const char* format, ...) __attribute__((forma
 
 /// Pieces of `text` between the matches of an ECMAScript regular expression. The piece before a
 /// match at the very beginning is empty and counts, one behind a match at the very end does not.
+/// Separators of one character (",", "\\.", "[ \t]", "\\s"), also in runs ("[ \t]+"), serve texts
+/// of any length; other expressions use a stack as deep as their matches are long. Raises
+/// std::regex_error for what is no expression.
 MIVO_API std::vector<std::string> stringSplit(const std::string& text, const std::string& pattern);
 
 /// What stands before and after the last "."; without one, the whole text and an empty one.

@@ -126,6 +126,7 @@ TEST(Strings, SplitGivesThePiecesBetweenMatches) {
   using Pieces = std::vector<std::string>;
   EXPECT_EQ(stringSplit("a, b,c", ",\\s*"), (Pieces{"a", "b", "c"}));
   EXPECT_EQ(stringSplit(" a  b ", "\\s+"), (Pieces{"", "a", "b"}));
+  EXPECT_EQ(stringSplit("a" + std::string(1 << 20, ' ') + "b", "[ \t]+"), (Pieces{"a", "b"}));
   EXPECT_EQ(stringSplit("abc", ","), (Pieces{"abc"}));
   EXPECT_THROW(stringSplit("a", "("), std::regex_error);
 }
