@@ -13,6 +13,7 @@
 #include "mivo/mat/Partitioner.hpp"
 #include "mivo/mat/SetValueMode.hpp"
 #include "mivo/mat/SpMVCommPattern.hpp"
+#include "mivo/mat/fwd.hpp"
 #include "mivo/operators/ParMatrixFree.hpp"
 #include "mivo/ops/views.hpp"
 #include "mivo/utils/export.hpp"

@@ -9,6 +9,7 @@
 #include "mivo/mat/Matrix.hpp"
 #include "mivo/mat/Partitioner.hpp"
 #include "mivo/mat/SetValueMode.hpp"
+#include "mivo/mat/fwd.hpp"
 #include "mivo/operators/ParMatrixFree.hpp"
 #include "mivo/utils/Device.hpp"
 #include "mivo/utils/communicator.hpp"

@@ -12,14 +12,12 @@
 #include "mivo/mat/Matrix.hpp"
 #include "mivo/mat/ParMatrix.hpp"
 #include "mivo/mat/Partitioner.hpp"
+#include "mivo/mat/fwd.hpp"
 #include "mivo/ops/views.hpp"
 #include "mivo/utils/export.hpp"
 #include "mivo/utils/instantiate.hpp"
 
 namespace mivo {
-
-template <class T, class G, class L>
-class ParCSRMatrixT;
 
 /// One column block of a distributed matrix with its product buffer, linked to the plan block that
 /// feeds it.

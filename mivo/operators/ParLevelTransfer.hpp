@@ -3,14 +3,13 @@
 
 #include <cstdint>
 
+#include "mivo/mat/fwd.hpp"
 #include "mivo/operators/ParOperator.hpp"
 #include "mivo/utils/export.hpp"
 #include "mivo/utils/instantiate.hpp"
 
 namespace mivo {
 
-template <class T, class G, class L>
-class ParCSRMatrixT;
 template <class Base>
 class Factory;
 

@@ -3,6 +3,7 @@
 
 #include <future>
 
+#include "mivo/mat/fwd.hpp"
 #include "mivo/operators/ParOperator.hpp"
 #include "mivo/utils/Device.hpp"
 #include "mivo/utils/export.hpp"
@@ -10,8 +11,6 @@
 
 namespace mivo {
 
-template <class T, class G, class L>
-class ParMatrixT;
 template <class Base>
 class Factory;
 

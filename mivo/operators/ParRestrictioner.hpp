@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "mivo/mat/fwd.hpp"
 #include "mivo/operators/ParOperator.hpp"
 #include "mivo/utils/export.hpp"
 #include "mivo/utils/instantiate.hpp"
 
 namespace mivo {
 
-template <class T, class G, class L>
-class ParMatrixT;
 template <class Base>
 class Factory;
 
