@@ -17,4 +17,22 @@ json getJsonByKey(const json& j, const std::string& key, int index) {
   return j[key];
 }
 
+void checkJsonInteger(const json& value, const char* key, std::int64_t low, std::uint64_t high) {
+  bool fits = true;
+  if (value.is_number_unsigned()) {
+    fits = value.get<std::uint64_t>() <= high;
+  } else if (value.is_number_integer()) {
+    const auto number = value.get<std::int64_t>();
+    fits = number >= low && (number < 0 || static_cast<std::uint64_t>(number) <= high);
+  } else if (value.is_number_float()) {
+    // The first doubles outside: 2^64 for a bound of 2^64 - 1, which a double cannot hold.
+    const auto number = value.get<double>();
+    fits = number > static_cast<double>(low) - 1 && number < static_cast<double>(high) + 1;
+  }
+  if (!fits) {
+    throw json::out_of_range::create(
+        406, "number overflow: \"" + std::string(key) + "\" cannot hold " + value.dump(), &value);
+  }
+}
+
 }  // namespace mivo

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <limits>
 #include <set>
 #include <string>
 
@@ -238,6 +239,25 @@ TEST(Json, PrefersTheKeyOfTheLevel) {
   EXPECT_TRUE(getJsonByKey(j, "other", 2).is_null());
   EXPECT_TRUE(getJsonByKey(json(), "key", 2).is_null());
   EXPECT_THROW(getJsonByKey(json::array(), "key", 2), json::type_error);
+}
+
+TEST(Json, RefusesNumbersThatAnIntegerKeyCannotHold) {
+  const auto read = [](const char* text, auto field) {
+    readJsonKey(json::parse(text), "n", field);
+    return field;
+  };
+  EXPECT_EQ(read(R"({"n": 2147483647})", 0), 2147483647);
+  EXPECT_EQ(read(R"({"n": -2147483648})", 0), std::numeric_limits<int>::min());
+  EXPECT_EQ(read(R"({"n": 2147483647.5})", 0), 2147483647);
+  EXPECT_EQ(read(R"({"n": 18446744073709551615})", 0UL), ~0UL);
+  for (const char* text :
+       {R"({"n": 2147483648})", R"({"n": -2147483649})", R"({"n": 18446744073709551615})",
+        R"({"n": 1e300})", R"({"n": -2147483649.0})"}) {
+    EXPECT_THROW(read(text, 0), json::out_of_range) << text;
+  }
+  EXPECT_THROW(read(R"({"n": -1})", 0U), json::out_of_range);
+  EXPECT_THROW(read(R"({"n": 9223372036854775808})", 0L), json::out_of_range);
+  EXPECT_THROW(read(R"({"n": 18446744073709551616})", 0UL), json::out_of_range);
 }
 
 TEST(Plugin, AddsNewNamesAndCannotReplaceOldOnes) {
