@@ -17,9 +17,9 @@ History::History(const std::string& path) : path_(path) {
 }
 
 void History::row(int iteration, double r, double relR0, double relB) {
+  ++rows_;
   if (!path_.empty()) {
     file_ << iteration << ',' << r << ',' << relR0 << ',' << relB << '\n';
-    ++rows_;
   }
 }
 

@@ -67,20 +67,9 @@ void printError(const std::string& text, bool asJson, int rank) {
 }
 
 /// Rank 0 checks; all ranks learn the problem, or that there is none.
-Problem checkOnRoot(const Options& options, int rank) {
+Problem checkOnRoot(const Options& options) {
   std::string text;
-  std::string fault;
-  if (rank == 0) {
-    try {
-      text = checkProblem(options, worldSize()).toText();
-    } catch (const std::exception& error) {
-      fault = error.what();
-    }
-  }
-  broadcast(fault);
-  if (!fault.empty()) {
-    throw InputError(fault);
-  }
+  onRoot([&] { text = checkProblem(options, worldSize()).toText(); });
   broadcast(text);
   return Problem::fromText(text);
 }
@@ -89,7 +78,7 @@ int solve(const Options& options, int rank) {
   Report report;
   {
     const QuietOutput quiet(options.json);
-    const Problem problem = checkOnRoot(options, rank);
+    const Problem problem = checkOnRoot(options);
     if (options.checkOnly) {
       if (rank == 0) {
         for (const std::string& note : problem.notes) {

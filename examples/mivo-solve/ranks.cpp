@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 
+#include "input_error.hpp"
 #include "mivo/mpi_stub/mpi.h"
 
 namespace mivo_solve {
@@ -25,6 +26,39 @@ void broadcast(std::string& text) {
   MPI_Bcast(&length, 1, MPI_INT, 0, MPI_COMM_WORLD);
   text.resize(static_cast<std::size_t>(length));
   MPI_Bcast(&text[0], length, MPI_BYTE, 0, MPI_COMM_WORLD);
+}
+
+void onRoot(const std::function<void()>& action) {
+  std::string fault;
+  bool failed = false;
+  if (worldRank() == 0) {
+    try {
+      action();
+    } catch (const std::exception& error) {
+      failed = true;
+      fault = error.what();
+    }
+  }
+  // A first letter tells an empty text from none.
+  std::string message = failed ? "!" + fault : "";
+  broadcast(message);
+  if (!message.empty()) {
+    throw InputError(message.substr(1));
+  }
+}
+
+double slowest(double seconds) {
+  double all = seconds;
+  MPI_Allreduce(&seconds, &all, 1, MPI_DOUBLE, MPI_MAX, MPI_COMM_WORLD);
+  return all;
+}
+
+Extent extentOverRanks(long value) {
+  // The least is the greatest of the negative ones.
+  const long mine[2] = {-value, value};
+  long all[2] = {};
+  MPI_Allreduce(mine, all, 2, MPI_LONG, MPI_MAX, MPI_COMM_WORLD);
+  return {-all[0], all[1]};
 }
 
 void abortAll() {

@@ -38,10 +38,22 @@ double Report::trueRelres() const {
   return normR / normB;
 }
 
+std::string rankLine(const Report& report) {
+  const auto words = [](const Extent& extent, const std::string& what) {
+    return (extent.min == extent.max
+                ? std::to_string(extent.min)
+                : std::to_string(extent.min) + " to " + std::to_string(extent.max)) +
+           " " + what;
+  };
+  return std::to_string(report.ranks) + " ranks of " + words(report.rowsPerRank, "rows") + " and " +
+         words(report.entriesPerRank, "entries");
+}
+
 void printReport(const Report& report, std::ostream& out) {
+  const std::string unit = report.ranks > 1 ? " s on the slowest rank" : " s";
   out << "\n";
-  printLine(out, "set-up time", scientific(report.setupTime) + " s");
-  printLine(out, "solve time", scientific(report.solveTime) + " s");
+  printLine(out, "set-up time", scientific(report.setupTime) + unit);
+  printLine(out, "solve time", scientific(report.solveTime) + unit);
   printLine(out, "iterations",
             report.iterations < 0 ? "not reported" : std::to_string(report.iterations));
   printLine(out, "|r|/|b| by the solver",
@@ -66,6 +78,9 @@ std::string jsonLine(const Report& report) {
   line["device"] = report.device;
   line["ranks"] = report.ranks;
   line["matrix"] = report.matrix;
+  line["rows_per_rank"] = {{"min", report.rowsPerRank.min}, {"max", report.rowsPerRank.max}};
+  line["entries_per_rank"] = {{"min", report.entriesPerRank.min},
+                              {"max", report.entriesPerRank.max}};
   line["operators"] = report.operators;
   line["setup_time"] = report.setupTime;
   line["solve_time"] = report.solveTime;

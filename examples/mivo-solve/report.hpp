@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "configuration.hpp"
+#include "ranks.hpp"
 
 namespace mivo_solve {
 
@@ -18,11 +19,13 @@ struct Report {
   std::string solver;
   std::string device;
   int ranks = 1;
+  Extent rowsPerRank;
+  Extent entriesPerRank;
   json matrix;            ///< statistics of A
   std::string operators;  ///< the operator tree
   std::vector<std::string> notes;
-  double setupTime = 0;           ///< seconds
-  double solveTime = 0;           ///< seconds
+  double setupTime = 0;           ///< seconds, of the slowest rank
+  double solveTime = 0;           ///< seconds, of the slowest rank
   int iterations = -1;            ///< -1 where the solver reports none
   double reportedRelres = kNone;  ///< |r|/|b| by the solver, NaN where it reports none
   double rtol = 0;
@@ -38,6 +41,9 @@ struct Report {
   int status() const { return converged() ? 0 : 2; }
   double trueRelres() const;
 };
+
+/// The number of ranks, and the least and most rows and entries of one.
+std::string rankLine(const Report& report);
 
 /// Times, iterations and residuals, one a line.
 void printReport(const Report& report, std::ostream& out);

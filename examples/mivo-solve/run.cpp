@@ -152,6 +152,8 @@ class Run {
          {{"min", meta.row_nnz_min}, {"max", meta.row_nnz_max}, {"avg", meta.row_nnz_avg}}},
         {"row_sum",
          {{"min", meta.row_sum_min}, {"max", meta.row_sum_max}, {"avg", meta.row_sum_avg}}}};
+    report_.rowsPerRank = extentOverRanks(A_.getLocalRows());
+    report_.entriesPerRank = extentOverRanks(localEntries());
     if (!isRoot_ || options_.json) {
       return;
     }
@@ -160,8 +162,19 @@ class Run {
     }
     std::cout << "matrix (min, max, avg of the entries a row, then of the row sums)\n"
               << Matrix::Meta::getTableHead() << "\n"
-              << meta.getString() << "\n\noperators\n"
-              << report_.operators << std::endl;
+              << meta.getString() << "\n";
+    if (report_.ranks > 1) {
+      std::cout << rankLine(report_) << "\n";
+    }
+    std::cout << "\noperators\n" << report_.operators << std::endl;
+  }
+
+  long localEntries() const {
+    long entries = 0;
+    for (int block = 0; block < report_.ranks; ++block) {
+      entries += A_.getLocalMatrix(block).getNnz();
+    }
+    return entries;
   }
 
   void answerZero() {
@@ -179,7 +192,7 @@ class Run {
       solver_->preconditioner->setup(A_);
     }
     solver_->setup(A_);
-    report_.setupTime = setup.seconds();
+    report_.setupTime = slowest(setup.seconds());
 
     History history(isRoot_ ? options_.history : std::string());
     solver_->observer = [&history](int iter, double r, double relR0, double relB) {
@@ -187,7 +200,7 @@ class Run {
     };
     const Stopwatch watch;
     solver_->solve(A_, b_, x_, report_.iterations, report_.reportedRelres);
-    report_.solveTime = watch.seconds();
+    report_.solveTime = slowest(watch.seconds());
     solver_->observer = nullptr;
     if (history.rows() == 0 && !options_.history.empty()) {
       const double r = residual();
@@ -195,7 +208,7 @@ class Run {
       history.row(report_.iterations, r, r / report_.normR0, r / report_.normB);
       note(report_.solver + " logs no iterations: the history holds start and end");
     }
-    history.close();
+    onRoot([&history] { history.close(); });
   }
 
   void judge() {
@@ -208,15 +221,14 @@ class Run {
       return;
     }
     const auto all = x_.gather(0).toDevice(Device());
-    if (!isRoot_) {
-      return;
-    }
-    std::ofstream file(options_.solution);
-    all.saveToStream(file, 16);
-    file.close();
-    if (!file) {
-      throw InputError("--solution " + options_.solution + ": writing failed");
-    }
+    onRoot([&] {
+      std::ofstream file(options_.solution);
+      all.saveToStream(file, 16);
+      file.close();
+      if (!file) {
+        throw InputError("--solution " + options_.solution + ": writing failed");
+      }
+    });
   }
 
   /// 2-norm that neither overflows nor loses small entries.

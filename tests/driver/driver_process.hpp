@@ -53,10 +53,15 @@ class Folder {
 
   /// Runs mivo-solve here; a run that takes longer than `seconds` is stopped and counts as a hang.
   Outcome run(const std::vector<std::string>& arguments, int seconds = 60) const {
-    const auto outFile = path_ / ".out";
-    const auto errFile = path_ / ".err";
     std::vector<std::string> words = {MIVO_SOLVE_PROGRAM};
     words.insert(words.end(), arguments.begin(), arguments.end());
+    return execute(words, seconds);
+  }
+
+  /// The same for any program, named by its path.
+  Outcome execute(std::vector<std::string> words, int seconds) const {
+    const auto outFile = path_ / ".out";
+    const auto errFile = path_ / ".err";
     std::vector<char*> argv;
     for (std::string& word : words) {
       argv.push_back(&word[0]);

@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: Apache-2.0
+/// Runs of mivo-solve under mpiexec: one report, the same answer as on one rank, and no rank left
+/// waiting when another cannot go on.
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <sstream>
+
+#include "driver_process.hpp"
+
+namespace driver_test {
+namespace {
+
+using ::testing::HasSubstr;
+
+int count(const std::string& text, const std::string& part) {
+  int found = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++found;
+  }
+  return found;
+}
+
+class DriverOnRanks : public ::testing::Test {
+ protected:
+  /// MPICH's memory hooks and sanitizers do not go together, and MPICH itself leaks.
+  static void SetUpTestSuite() {
+    setenv("UCX_MEM_EVENTS", "n", 1);
+    setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
+  }
+  Outcome run(int ranks, const std::vector<std::string>& arguments) const {
+    std::vector<std::string> words = {MIVO_MPIEXEC, "-n", std::to_string(ranks),
+                                      MIVO_SOLVE_MPI_PROGRAM};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return folder_.execute(words, 60);
+  }
+  const Folder folder_;
+};
+
+// 5-point matrix on a square of 9 x 9 points with the boundary eliminated or not: 81 rows, of which
+// 3 ranks have 27 each and 4 have 20 or 21.
+TEST_F(DriverOnRanks, ReportOnceWhatOneRankFinds) {
+  folder_.write("c.json", poissonConfiguration("SolverPCG", json::object(), 9).dump());
+  const json one = reportOf(folder_.run({"c.json", "--json", "--history", "h1.csv"}));
+  const long rows = one["matrix"]["rows"];
+  EXPECT_EQ(one["rows_per_rank"], (json{{"min", rows}, {"max", rows}}));
+  for (int ranks = 1; ranks <= 4; ++ranks) {
+    const json many = reportOf(run(ranks, {"c.json", "--json", "--history", "h.csv"}));
+    EXPECT_EQ(many["status"], 0);
+    EXPECT_EQ(many["ranks"], ranks);
+    EXPECT_EQ(many["iterations"], one["iterations"]);
+    EXPECT_EQ(many["matrix"]["nnzs"], one["matrix"]["nnzs"]);
+    EXPECT_EQ(many["rows_per_rank"],
+              (json{{"min", rows / ranks}, {"max", (rows + ranks - 1) / ranks}}));
+    EXPECT_LE(many["entries_per_rank"]["min"].get<long>() * ranks, one["matrix"]["nnzs"]);
+    EXPECT_GE(many["entries_per_rank"]["max"].get<long>() * ranks, one["matrix"]["nnzs"]);
+    EXPECT_EQ(count(folder_.read("h.csv"), "\n"), count(folder_.read("h1.csv"), "\n"));
+  }
+}
+
+TEST_F(DriverOnRanks, PrintEachLineOnce) {
+  folder_.write("c.json", poissonConfiguration("SolverPCG", {{"verbose", 2}}, 9).dump());
+  const Outcome outcome = run(3, {"c.json"});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  for (const char* text : {"rows       cols       nnzs", "3 ranks of 27 rows and ", "\noperators\n",
+                           "Begin solving equation", "set-up time", "\nconverged"}) {
+    EXPECT_EQ(count(outcome.out, text), 1) << text << outcome.out;
+  }
+  EXPECT_EQ(count(outcome.out, "s on the slowest rank"), 2) << outcome.out;
+}
+
+TEST_F(DriverOnRanks, LoadAndSaveFilesAlike) {
+  folder_.write("c.json", fileConfiguration().dump());
+  folder_.write("A.mtx",
+                "%%MatrixMarket matrix coordinate real symmetric\n3 3 5\n1 1 4\n2 2 4\n3 3 4\n"
+                "2 1 -1\n3 2 -1\n");
+  folder_.write("b.mtx", "%%MatrixMarket matrix array real general\n3 1\n2\n4\n10\n");
+  // More ranks than rows, too.
+  for (const int ranks : {2, 4}) {
+    const Outcome outcome = run(ranks, {"c.json", "--json", "--solution", "x.mtx"});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    std::istringstream file(folder_.read("x.mtx"));
+    std::string line;
+    std::getline(file, line);
+    std::getline(file, line);
+    for (const double expected : {1.0, 2.0, 3.0}) {
+      double x = 0;
+      file >> x;
+      EXPECT_NEAR(x, expected, 1e-7);
+    }
+  }
+}
+
+TEST_F(DriverOnRanks, WriteTheEndsOfAHistoryThatTheSolverDoesNotLog) {
+  folder_.write("c.json", poissonConfiguration("SolverPreOnly", json::object(), 9).dump());
+  const Outcome outcome = run(2, {"c.json", "--json", "--history", "h.csv"});
+  EXPECT_EQ(outcome.status, 2) << outcome.err;
+  EXPECT_EQ(count(folder_.read("h.csv"), "\n"), 3);
+}
+
+TEST_F(DriverOnRanks, EndTogetherWhenRankZeroCannotGoOn) {
+  folder_.write("c.json", poissonConfiguration("SolverPCG", json::object(), 9).dump());
+  const std::vector<std::vector<std::string>> faults = {{"--set", "solver.solver_type=PCG"},
+                                                        {"--history", "missing/h.csv"},
+                                                        {"--solution", "missing/x.mtx"}};
+  for (std::vector<std::string> arguments : faults) {
+    arguments.insert(arguments.begin(), "c.json");
+    const Outcome outcome = run(2, arguments);
+    EXPECT_EQ(outcome.status, 1) << outcome.out << outcome.err;
+    EXPECT_EQ(count(outcome.err, "mivo-solve: "), 1) << outcome.err;
+  }
+}
+
+// The second rank has too little memory for its part of the matrix.
+TEST_F(DriverOnRanks, EndTogetherWhenAnotherRankCannotGoOn) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer's own memory is beyond any useful limit";
+#endif
+  folder_.write("c.json", poissonConfiguration("SolverPCG", json::object(), 1200).dump());
+  const std::string program = MIVO_SOLVE_MPI_PROGRAM;
+  const Outcome outcome =
+      folder_.execute({MIVO_MPIEXEC, "-n", "1", program, "c.json", ":", "-n", "1", "/bin/sh", "-c",
+                       "ulimit -v 120000 && exec '" + program + "' c.json"},
+                      60);
+  EXPECT_GT(outcome.status, 0) << "it hangs, or has not failed: " << outcome.out << outcome.err;
+  EXPECT_THAT(outcome.out + outcome.err, HasSubstr("I 1/2 RowAssembly.cpp"));
+  EXPECT_THAT(outcome.out + outcome.err, HasSubstr("no memory"));
+}
+
+}  // namespace
+}  // namespace driver_test
