@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "driver_process.hpp"
+#include "tests/support/devices.hpp"
 
 namespace driver_test {
 namespace {
@@ -46,12 +47,15 @@ TEST_P(SoundFileTest, GivesTheSolution) {
   folder.write("c.json", fileConfiguration().dump());
   folder.write("A.mtx", sound.matrix);
   folder.write("b.mtx", sound.rhs);
-  const Outcome outcome = folder.run({"c.json", "--json", "--solution", "x.mtx"});
-  ASSERT_EQ(outcome.status, 0) << outcome.out << outcome.err;
-  const std::vector<double> x = readVector(folder.read("x.mtx"));
-  ASSERT_EQ(x.size(), sound.solution.size()) << folder.read("x.mtx");
-  for (std::size_t i = 0; i < x.size(); ++i) {
-    EXPECT_NEAR(x[i], sound.solution[i], 1e-7);
+  for (const auto& device : mivo::test::testDevices()) {
+    const Outcome outcome =
+        folder.run({"c.json", "--json", "--solution", "x.mtx", "--device", device.getString()});
+    ASSERT_EQ(outcome.status, 0) << outcome.out << outcome.err;
+    const std::vector<double> x = readVector(folder.read("x.mtx"));
+    ASSERT_EQ(x.size(), sound.solution.size()) << folder.read("x.mtx");
+    for (std::size_t i = 0; i < x.size(); ++i) {
+      EXPECT_NEAR(x[i], sound.solution[i], 1e-7);
+    }
   }
 }
 
@@ -112,15 +116,24 @@ TEST_P(SoundRunTest, EndsInItsStatusWithAnHonestReport) {
   const SoundRun& run = GetParam();
   const Folder folder;
   folder.write("c.json", run.configuration.dump());
-  const Outcome outcome = folder.run({"c.json", "--json"});
-  EXPECT_EQ(outcome.status, run.status) << outcome.out << outcome.err;
-  const json report = reportOf(outcome);
-  EXPECT_EQ(report.value("status", -1), run.status);
-  EXPECT_EQ(report.value("converged", run.status != 0), run.status == 0);
-  if (report["norm_r"].is_number()) {
-    const double bound = 2 * report["rtol"].get<double>() *
-                         std::max(report["norm_b"].get<double>(), report["norm_r0"].get<double>());
-    EXPECT_EQ(report["norm_r"].get<double>() <= bound, run.status == 0);
+  json host;
+  for (const auto& device : mivo::test::testDevices()) {
+    const Outcome outcome = folder.run({"c.json", "--json", "--device", device.getString()});
+    EXPECT_EQ(outcome.status, run.status) << outcome.out << outcome.err;
+    const json report = reportOf(outcome);
+    EXPECT_EQ(report["device"], device.getString());
+    EXPECT_EQ(report.value("status", -1), run.status);
+    EXPECT_EQ(report.value("converged", run.status != 0), run.status == 0);
+    if (report["norm_r"].is_number()) {
+      const double bound =
+          2 * report["rtol"].get<double>() *
+          std::max(report["norm_b"].get<double>(), report["norm_r0"].get<double>());
+      EXPECT_EQ(report["norm_r"].get<double>() <= bound, run.status == 0);
+    }
+    host = host.is_null() ? report : host;
+    if (run.status == 0) {
+      EXPECT_EQ(report["iterations"], host["iterations"]) << device.getString();
+    }
   }
 }
 
