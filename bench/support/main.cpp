@@ -9,22 +9,9 @@ namespace {
 
 bool quick = false;
 
-struct TriadArrays {
-  static constexpr double kScalar = 3.0;
-  std::size_t size = static_cast<std::size_t>(sized(1L << 24, 1L << 10));
-  Array<double> a{size};
-  Array<double> b{size};
-  Array<double> c{size};
-};
-
-TriadArrays& triadArrays() {
-  static TriadArrays arrays;
-  return arrays;
-}
-
-__attribute__((noinline)) void triad(std::size_t n, double s, double* __restrict a,
-                                     const double* __restrict b, const double* __restrict c) {
-  for (std::size_t i = 0; i < n; ++i) a[i] = b[i] + s * c[i];
+Triad& triad() {
+  static Triad shared(static_cast<std::size_t>(sized(1L << 24, 1L << 10)));
+  return shared;
 }
 
 }  // namespace
@@ -32,12 +19,10 @@ __attribute__((noinline)) void triad(std::size_t n, double s, double* __restrict
 bool isQuick() { return quick; }
 
 double triadSeconds() {
-  TriadArrays& t = triadArrays();
-  return secondsOf(
-      [&] { triad(t.size, TriadArrays::kScalar, t.a.data(), t.b.data(), t.c.data()); });
+  return secondsOf([] { triad().run(); });
 }
 
-double triadBytes() { return 3.0 * sizeof(double) * static_cast<double>(triadArrays().size); }
+double triadBytes() { return triad().bytes(); }
 
 }  // namespace mivo::bench
 

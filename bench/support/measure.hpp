@@ -4,12 +4,11 @@
 #include <benchmark/benchmark.h>
 #include <time.h>
 
-#include <algorithm>
-#include <cstddef>
-#include <memory>
+#include <string>
 #include <vector>
 
-#include "mivo/utils/Device.hpp"
+#include "bench/support/array.hpp"
+#include "bench/support/median.hpp"
 
 namespace mivo::bench {
 
@@ -18,26 +17,6 @@ bool isQuick();
 
 /// A size of the full run, or of the quick one.
 inline long sized(long full, long quick) { return isQuick() ? quick : full; }
-
-/// Host array as the library takes it: large blocks aligned for huge pages. Touched before use.
-template <class T>
-class Array {
- public:
-  explicit Array(std::size_t size, T value = T(1))
-      : size_(size), data_(static_cast<T*>(Device().rawMalloc(size * sizeof(T)))) {
-    std::fill_n(data_.get(), size, value);
-  }
-  T* data() const { return data_.get(); }
-  std::size_t size() const { return size_; }
-  T& operator[](std::size_t i) const { return data_.get()[i]; }
-
- private:
-  struct Release {
-    void operator()(T* p) const { Device().rawFree(p); }
-  };
-  std::size_t size_;
-  std::unique_ptr<T, Release> data_;
-};
 
 /// Processor time of this thread, page faults included: other programs on the machine do not count,
 /// as far as they leave caches and memory alone.
@@ -55,14 +34,7 @@ double secondsOf(const F& f) {
   return now() - start;
 }
 
-inline double median(std::vector<double> values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
-}
-
-/// One pass of a[i] = b[i] + s * c[i] over arrays far larger than the caches: seconds, and its
-/// bytes.
+/// One pass of the triad: seconds, and its bytes.
 double triadSeconds();
 double triadBytes();
 
