@@ -21,6 +21,39 @@
 namespace mivo::bench {
 namespace {
 
+/// What this rank has sent and reduced since its start.
+struct Calls {
+  long messages = 0;
+  long bytes = 0;
+  long allreduces = 0;
+} calls;
+
+}  // namespace
+}  // namespace mivo::bench
+
+// The dynamic linker takes the functions of the program before those of any library.
+extern "C" {
+
+int MPI_Isend(const void* data, int count, MPI_Datatype type, int to, int tag, MPI_Comm comm,
+              MPI_Request* request) {
+  int size = 0;
+  MPI_Type_size(type, &size);
+  mivo::bench::calls.messages += 1;
+  mivo::bench::calls.bytes += static_cast<long>(size) * count;
+  return PMPI_Isend(data, count, type, to, tag, comm, request);
+}
+
+int MPI_Allreduce(const void* in, void* out, int count, MPI_Datatype type, MPI_Op op,
+                  MPI_Comm comm) {
+  mivo::bench::calls.allreduces += 1;
+  return PMPI_Allreduce(in, out, count, type, op, comm);
+}
+
+}  // extern "C"
+
+namespace mivo::bench {
+namespace {
+
 using Matrix = ParCSRMatrixT<double, long, int>;
 using Vector = ParMatrixT<double, long, int>;
 using Solver = ParSolverT<double, long, int>;
@@ -86,25 +119,35 @@ double productBytes(const Matrix& A) {
   return bytes;
 }
 
-/// Seconds an iteration. The first one, which touches fresh memory, does not count.
-double secondsOfIteration(Solver& solver, Matrix& A, const Vector& b, Vector& x) {
+constexpr int kIterations = 12;
+
+/// Seconds and calls an iteration. The first one, which touches fresh memory, does not count.
+double secondsOfIteration(Solver& solver, Matrix& A, const Vector& b, Vector& x, Calls& each) {
   std::vector<double> times;
-  solver.observer = [&](int, double, double, double) { times.push_back(now()); };
+  Calls first;
+  solver.observer = [&](int, double, double, double) {
+    times.push_back(now());
+    if (times.size() == 2) first = calls;
+  };
   x.fill(0.0);
   int iterations = 0;
   double residual = 0;
   MPI_Barrier(MPI_COMM_WORLD);
   solver.solve(A, b, x, iterations, residual);
-  MIVO_CHECK(times.size() > 2 && std::isfinite(residual)) << "bench_scaling: the solve ended early";
-  const double seconds = times.back() - times[1];
-  return slowestRank(seconds / static_cast<double>(times.size() - 2));
+  MIVO_CHECK(iterations == kIterations && std::isfinite(residual))
+      << "bench_scaling: the solve ended early";
+  const long steps = kIterations - 1;
+  each.messages = (calls.messages - first.messages) / steps;
+  each.bytes = (calls.bytes - first.bytes) / steps;
+  each.allreduces = (calls.allreduces - first.allreduces) / steps;
+  return slowestRank((times.back() - times[1]) / static_cast<double>(steps));
 }
 
-/// Messages and bytes of one product: sent, sent, received, received.
+/// Messages and bytes of one product: sent, then received.
 std::vector<long> traffic(const Matrix& A, int rank) {
-  std::vector<long> counts(4, 0);
-  const auto plan = A.getSpMVCommPattern();
   using Plan = SpMVCommPatternT<double, long, int>;
+  std::vector<long> counts(4, 0);
+  const Plan plan = A.getSpMVCommPattern();
   plan.sendTraversal([&](int to, Plan::SpmvSendMeta* meta) {
     if (to == rank) return;
     counts[0] += 1;
@@ -130,24 +173,26 @@ void measure(const Grid& g, int repetitions, long triadElements) {
 
   // A 1 is the number of neighbours that a point at the boundary lacks.
   A.matVec(b, y, nullptr);
-  const double lacking =
-      2.0 * static_cast<double>(g.nx * g.ny + g.ny * g.nz + g.nz * g.nx);
+  const double lacking = 2.0 * static_cast<double>(g.nx * g.ny + g.ny * g.nz + g.nz * g.nx);
   const double sum = Vector::dot(b, y);
   MIVO_CHECK(sum == lacking) << "bench_scaling: the product is wrong";
 
   const auto solver = Solver::getFactory().createInstance(
       {{"solver_type", "SolverPCG"},
        {"SolverPCG_params",
-        {{"max_its", 12}, {"rtol", 1e-30}, {"preconditioner", {{"preconditioner_type", "PrecondJacobi"}}}}}});
+        {{"max_its", kIterations},
+         {"rtol", 1e-30},
+         {"preconditioner", {{"preconditioner_type", "PrecondJacobi"}}}}}});
   solver->preconditioner->setup(A);
   solver->setup(A);
   const Triad triad(static_cast<std::size_t>(triadElements));
 
+  Calls iteration;
   std::vector<double> triads, products, iterations;
   for (int k = -1; k < repetitions; ++k) {
     const double t = secondsOf([&] { triad.run(); });
     const double p = secondsOf([&] { A.matVec(b, y, nullptr); });
-    const double i = secondsOfIteration(*solver, A, b, x);
+    const double i = secondsOfIteration(*solver, A, b, x, iteration);
     if (k < 0) continue;  // to warm up
     triads.push_back(t);
     products.push_back(p);
@@ -155,16 +200,22 @@ void measure(const Grid& g, int repetitions, long triadElements) {
   }
 
   const double bytes = productBytes(A);
-  std::vector<long> all(4 * static_cast<std::size_t>(ranks));
-  const std::vector<long> own = traffic(A, rank);
-  MPI_Gather(own.data(), 4, MPI_LONG, all.data(), 4, MPI_LONG, 0, MPI_COMM_WORLD);
+  std::vector<long> own = traffic(A, rank);
+  own.insert(own.end(), {iteration.messages, iteration.bytes, iteration.allreduces});
+  const int fields = static_cast<int>(own.size());
+  std::vector<long> all(own.size() * static_cast<std::size_t>(ranks));
+  MPI_Gather(own.data(), fields, MPI_LONG, all.data(), fields, MPI_LONG, 0, MPI_COMM_WORLD);
   if (rank != 0) return;
-  std::printf("ranks=%d rows=%ld triad_GBs=%.3f product_ms=%.4f product_GBs=%.3f pcg_ms=%.4f wait_some=%d\n",
-              ranks, g.rows(), triad.bytes() * ranks / median(triads) / 1e9, median(products) * 1e3,
-              bytes / median(products) / 1e9, median(iterations) * 1e3, Utils::isWaitSome() ? 1 : 0);
+  std::printf(
+      "ranks=%d rows=%ld triad_GBs=%.3f product_ms=%.4f product_GBs=%.3f pcg_ms=%.4f "
+      "wait_some=%d\n",
+      ranks, g.rows(), triad.bytes() * ranks / median(triads) / 1e9, median(products) * 1e3,
+      bytes / median(products) / 1e9, median(iterations) * 1e3, Utils::isWaitSome() ? 1 : 0);
   for (int r = 0; r < ranks; ++r) {
-    const long* c = &all[4 * static_cast<std::size_t>(r)];
-    std::printf("rank=%d of=%d sends=%ld bytes_out=%ld receives=%ld bytes_in=%ld\n", r, ranks, c[0], c[1], c[2], c[3]);
+    const long* c = &all[own.size() * static_cast<std::size_t>(r)];
+    std::printf("rank=%d of=%d sends=%ld bytes_out=%ld receives=%ld bytes_in=%ld", r, ranks, c[0],
+                c[1], c[2], c[3]);
+    std::printf(" pcg_sends=%ld pcg_bytes_out=%ld allreduces=%ld\n", c[4], c[5], c[6]);
   }
 }
 
@@ -177,8 +228,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   mivo::Device::initialize();
-  mivo::bench::measure({std::atol(argv[1]), std::atol(argv[2]), std::atol(argv[3])}, std::atoi(argv[4]),
-                       std::atol(argv[5]));
+  mivo::bench::measure({std::atol(argv[1]), std::atol(argv[2]), std::atol(argv[3])},
+                       std::atoi(argv[4]), std::atol(argv[5]));
   mivo::Device::finalize();
   return 0;
 }

@@ -14,6 +14,17 @@ MIVO_FUNCTION bool isFinite(const T& a) {
   return re - re == 0 && im - im == 0;
 }
 
+// Products by one and zero are kept: for complex numbers they decide signs of zeros and spread NaN.
+
+/// relax d (b - A 0) + 0 for one row, where A 0 is zero.
+template <class T>
+MIVO_FUNCTION T jacobiFromZero(const T& relax, const T& d, const T& b) {
+  const T zero(0);
+  const T one(1);
+  const T r = T(-1) * zero + one * b;
+  return (d * relax) * r + zero * one;
+}
+
 /// Bodies of `FusedOps`, written once for all execution spaces.
 template <class T, class I, class Space>
 class FusedOpsImpl {
@@ -23,10 +34,9 @@ class FusedOpsImpl {
 
   static R cg_update(Space& space, I n, T alpha, const T* p, T* x, const T* q, T* r);
   static void jacobi_from_zero(Space& space, I n, T relax, const T* d, const T* b, T* x);
+  static R jacobi_from_zero_squares(Space& space, I n, T relax, const T* d, const T* b, T* x);
   static I count_nonfinite(Space& space, I n, const T* x);
 };
-
-// Products by one and zero are kept: for complex numbers they decide signs of zeros and spread NaN.
 
 template <class T, class I, class Space>
 RealType<T> FusedOpsImpl<T, I, Space>::cg_update(Space& space, I n, T alpha, const T* p, T* x,
@@ -49,12 +59,22 @@ RealType<T> FusedOpsImpl<T, I, Space>::cg_update(Space& space, I n, T alpha, con
 template <class T, class I, class Space>
 void FusedOpsImpl<T, I, Space>::jacobi_from_zero(Space& space, I n, T relax, const T* d, const T* b,
                                                  T* x) {
-  const T zero(0);
-  const T one(1);
-  spm::parallel_for(Policy(space, 0, n), [=] MIVO_FUNCTION(I i) {
-    const T r = T(-1) * zero + one * b[i];
-    x[i] = (d[i] * relax) * r + zero * one;
-  });
+  spm::parallel_for(Policy(space, 0, n),
+                    [=] MIVO_FUNCTION(I i) { x[i] = jacobiFromZero(relax, d[i], b[i]); });
+}
+
+template <class T, class I, class Space>
+RealType<T> FusedOpsImpl<T, I, Space>::jacobi_from_zero_squares(Space& space, I n, T relax,
+                                                                const T* d, const T* b, T* x) {
+  R result{};
+  spm::parallel_reduce(
+      Policy(space, 0, n),
+      [=] MIVO_FUNCTION(I i, R & acc) {
+        x[i] = jacobiFromZero(relax, d[i], b[i]);
+        acc += absSquared(b[i]);
+      },
+      spm::Sum<R, Space>(result));
+  return result;
 }
 
 template <class T, class I, class Space>

@@ -5,6 +5,7 @@
 
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/FusedOps.hpp"
+#include "mivo/solver/fused_vectors.hpp"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/json.hpp"
 #include "mivo/utils/logging.hpp"
@@ -89,14 +90,28 @@ bool ParSmootherJacobi_T<T, G, L>::sweepFromZero(const Vector& b, Vector& x) {
                      to.getData() != from.getData();
   if (!alike) return false;
 
-  // Ax is zero, so the residual is b and no product is needed; the messages stay.
-  if (sizeOf(matrix.getComm()) > 1) {
-    x.fill(T(0));
-    matrix.exchangeMatVec(x, {}, {}, {}, nullptr);
-    last_residual = static_cast<double>(Vector::normL2(b));
+  // Ax is zero, so the residual is b and no product is needed.
+  if (sizeOf(matrix.getComm()) == 1) {
+    FusedOps<T, L>::jacobi_from_zero(d.getDevice(), d.getSize(), relax, d.getData(), from.getData(),
+                                     to.getData());
+    return true;
   }
-  FusedOps<T, L>::jacobi_from_zero(d.getDevice(), d.getSize(), relax, d.getData(), from.getData(),
-                                   to.getData());
+  // On several ranks the messages and the norm keep their places. Of the vector that is exchanged
+  // only what other ranks want is read, so that it need not be x, filled anew each time.
+  if (!(zeros.getRowPartitioner() == x.getRowPartitioner()) || zeros.getComm() != x.getComm() ||
+      zeros.getDevice().type != x.getDevice().type) {
+    zeros.create(x.getRowPartitioner(), x.getDevice(), x.getComm());
+    zeros.fill(T(0));
+  }
+  R squares{};
+  const auto work = [&] {
+    squares = FusedOps<T, L>::jacobi_from_zero_squares(d.getDevice(), d.getSize(), relax,
+                                                       d.getData(), from.getData(), to.getData());
+  };
+  // One reference fits into a std::function without memory of its own.
+  matrix.exchangeMatVec(
+      zeros, [&work](int, auto*) { work(); }, {}, {}, nullptr);
+  last_residual = static_cast<double>(normOfLocalSquares(squares, b.getComm()));
   return true;
 }
 

@@ -72,6 +72,7 @@ class MIVO_API ParSmootherJacobi_T : public ParOpBaseT<T, G, L> {
 
   double last_residual = 0;  ///< |b - A x| before the last sweep that needed it
   Vector scratch;            ///< residual of the sweeps
+  Vector zeros;              ///< exchanged in a sweep from zero, on several ranks
   /// A times zero is exactly +0 on this rank: it has an own block, and all its values are finite.
   bool zero_start_is_trivial = false;
 };

@@ -98,6 +98,7 @@ TYPED_TEST(FusedOpsTest, CgUpdateHasTheBitsOfTwoAxpbyAndANorm) {
 
 TYPED_TEST(FusedOpsTest, JacobiFromZeroHasTheBitsOfASweepWithProduct) {
   using T = TypeParam;
+  using R = RealType<T>;
   std::mt19937 rng(12);
   for (const Device& device : test::testDevices()) {
     for (const int n : kSizes) {
@@ -123,6 +124,13 @@ TYPED_TEST(FusedOpsTest, JacobiFromZeroHasTheBitsOfASweepWithProduct) {
         BlasOps<T, int>::axypbz(device, n, relax, d.data(), r.data(), T(1), expected.data());
         FusedOps<T, int>::jacobi_from_zero(device, n, relax, d.data(), b.data(), x.data());
         expectSameBits(x.values(), expected.values());
+
+        test::DeviceArray<T> again(device, drawVector<T>(rng, n, true));
+        const R squares = FusedOps<T, int>::jacobi_from_zero_squares(device, n, relax, d.data(),
+                                                                     b.data(), again.data());
+        const R plain = BlasOps<T, int>::abs_sum(device, n, b.data(), R(2));
+        EXPECT_TRUE(sameBits(squares, plain)) << squares << " and " << plain;
+        expectSameBits(again.values(), expected.values());
       }
     }
   }
