@@ -53,6 +53,8 @@ class RowLocator {
       L owner = 0, unused = 0;
       part_.global2Local(row, owner, unused);
       part_.getOwnerShipRangeForPart(owner, &begin_, &end_);
+      MIVO_CHECK(static_cast<long>(end_ - begin_) <= std::numeric_limits<L>::max())
+          << "endAssemble: " << end_ - begin_ << " rows of one part exceed the local index type";
       MIVO_CHECK(owner < nprocs_) << "endAssemble: no rank owns row " << row;
       owner_ = static_cast<int>(owner);
     }

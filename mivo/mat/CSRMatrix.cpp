@@ -2,6 +2,7 @@
 #include "mivo/mat/CSRMatrix.hpp"
 
 #include <cstddef>
+#include <limits>
 
 #include "mivo/ops/BlasOps.hpp"
 #include "mivo/utils/logging.hpp"
@@ -26,6 +27,8 @@ std::size_t rowPtrCount(I rows) {
 template <class I>
 I* allocateRowPtr(I rows, const Device& device, bool clear) {
   if (rows <= 0) return nullptr;
+  MIVO_CHECK(rows < std::numeric_limits<I>::max())
+      << "CSRMatrix: " << rows << " rows have no row pointers in the index type";
   const std::size_t count = rowPtrCount(rows);
   I* row_ptr = static_cast<I*>(device.rawMalloc(count * sizeof(I)));
   if (clear && row_ptr != nullptr) {

@@ -33,6 +33,14 @@ I narrow(std::size_t value, const char* what) {
   return static_cast<I>(value);
 }
 
+/// The size that the partitioner itself gives in its local index type.
+template <class G, class L>
+std::size_t sizeOfPart(const PartitionerT<G, L>& part, std::size_t p) {
+  G begin = 0, end = 0;
+  part.getOwnerShipRangeForPart(static_cast<L>(p), &begin, &end);
+  return static_cast<std::size_t>(end - begin);
+}
+
 }  // namespace
 
 template <class T, class I>
@@ -121,7 +129,7 @@ CSRMatrixT<T, I> CSRMatrixT<T, I>::mergeRows(const PartitionerT<G, L>& part,
       count[p] = block.getRows();
       nnz += static_cast<std::size_t>(block.getNnz());
     } else {
-      count[p] = static_cast<I>(part.getLocalSizeForPart(static_cast<L>(p)));
+      count[p] = narrow<I>(sizeOfPart(part, p), "rows");
     }
     rows += static_cast<std::size_t>(count[p]);
   }
@@ -153,7 +161,7 @@ CSRMatrixT<T, I> CSRMatrixT<T, I>::mergeCols(const PartitionerT<G, L>& part,
   for (std::size_t p = 0; p < blocks.size(); ++p) {
     const CSRMatrixT& block = blocks[p];
     if (block.getNnz() == 0) {
-      cols += static_cast<std::size_t>(part.getLocalSizeForPart(static_cast<L>(p)));
+      cols += sizeOfPart(part, p);
       continue;
     }
     if (first == nullptr) first = &block;
@@ -163,6 +171,7 @@ CSRMatrixT<T, I> CSRMatrixT<T, I>::mergeCols(const PartitionerT<G, L>& part,
     G begin = 0;
     part.getOwnerShipRangeForPart(static_cast<L>(p), &begin, nullptr);
     const View v = block.getRawMat();
+    narrow<I>(static_cast<std::size_t>(begin) + static_cast<std::size_t>(v.cols), "columns");
     views.push_back({v.rows, v.cols, v.nnz, v.row_begin, v.row_end, v.col_idx, v.values, 0,
                      static_cast<I>(begin)});
     cols += static_cast<std::size_t>(v.cols);

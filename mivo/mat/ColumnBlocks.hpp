@@ -133,18 +133,19 @@ std::vector<CSRMatrixT<T, L>> buildColumnBlocks(const PartitionerT<G, L>& part, 
   source.restart(true);
   if (blocks.size() == 1) {
     const Target out = targets[0];
-    const G cols = part.getGlobalSize();
+    const G begin = part.getOffsets().front();
+    const G end = part.getOffsets().back();
     std::size_t filled = 0;
     for (L i = 0; i < rows; ++i) {
       const std::size_t count = source.count(i);
       if (count > 0) {
         const auto* entries = source.row(i);
-        MIVO_CHECK(entries[0].first >= 0 && entries[count - 1].first < cols)
+        MIVO_CHECK(entries[0].first >= begin && entries[count - 1].first < end)
             << "endAssemble: column "
-            << (entries[0].first < 0 ? entries[0].first : entries[count - 1].first)
+            << (entries[0].first < begin ? entries[0].first : entries[count - 1].first)
             << " lies outside the matrix";
         for (std::size_t k = 0; k < count; ++k) {
-          out.col_idx[filled + k] = static_cast<L>(entries[k].first);
+          out.col_idx[filled + k] = static_cast<L>(entries[k].first - begin);
           out.values[filled + k] = entries[k].second;
         }
         filled += count;

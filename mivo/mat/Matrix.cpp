@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <mutex>
 #include <sstream>
 #include <type_traits>
@@ -184,6 +185,8 @@ MatrixT<T, I, Layout> MatrixT<T, I, Layout>::mergeRows(const PartitionerT<G, L>&
     }
     cols = std::max(cols, block.getCols());
   }
+  MIVO_CHECK(static_cast<long>(part.getGlobalSize()) <= std::numeric_limits<I>::max())
+      << "mergeRows: " << part.getGlobalSize() << " rows exceed the index type";
   MatrixT out;
   out.create(static_cast<I>(part.getGlobalSize()), cols, device);
   for (L p = 0; p < part.getNumParts(); ++p) {

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <utility>
 
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
@@ -17,9 +18,28 @@ ParCSRMatrixT<T, G, L>::ParCSRMatrixT() : impl_(std::make_shared<ParCSRMatrixImp
 template <class T, class G, class L>
 ParCSRMatrixT<T, G, L>::~ParCSRMatrixT() = default;
 
+namespace {
+
+/// Rows of a rank and columns of a block are numbered in the local index type, and so are the row
+/// pointers, one more than the rows.
+template <class G, class L>
+void checkSizesOfParts(const PartitionerT<G, L>& part, const char* what) {
+  const std::vector<G>& offsets = part.getOffsets();
+  for (std::size_t p = 0; p + 1 < offsets.size(); ++p) {
+    const G size = offsets[p + 1] - offsets[p];
+    MIVO_CHECK(size < static_cast<G>(std::numeric_limits<L>::max()))
+        << "ParCSRMatrix: " << size << " " << what << " of part " << p
+        << " exceed the local index type";
+  }
+}
+
+}  // namespace
+
 template <class T, class G, class L>
 void ParCSRMatrixT<T, G, L>::reset(const Partitioner& rowPart, const Partitioner& colPart,
                                    const Device& device, int comm) {
+  checkSizesOfParts(rowPart, "rows");
+  checkSizesOfParts(colPart, "columns");
   auto impl = std::make_shared<ParCSRMatrixImpl>();
   impl->comm = comm;
   impl->rows = rowPart.getGlobalSize();
@@ -174,6 +194,8 @@ G ParCSRMatrixT<T, G, L>::getNnzs() const {
   std::int64_t nnz = 0;
   for (const auto& entry : impl_->local_blocks) nnz += entry.second.matrix.getNnz();
   MPI_Allreduce(MPI_IN_PLACE, &nnz, 1, MPI_INT64_T, MPI_SUM, impl_->comm);
+  MIVO_CHECK(nnz <= std::numeric_limits<G>::max())
+      << "getNnzs: " << nnz << " entries exceed the global index type";
   return static_cast<G>(nnz);
 }
 

@@ -6,11 +6,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <iomanip>
+#include <numeric>
 #include <sstream>
 
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
-#include "mivo/ops/BlasOps.hpp"
 #include "mivo/ops/SpBlasOps.hpp"
 #include "mivo/utils/logging.hpp"
 
@@ -124,11 +124,10 @@ void ParCSRMatrixT<T, G, L>::computeMeta(Meta& meta) const {
   L least = 0;
   L most = 0;
   counts.min_max_sum(&least, &most, nullptr);
-  // The sum over all ranks may exceed the type of the counts.
-  L localSum = 0;
-  BlasOps<L, L>::min_max_sum(impl.device, localCounts.getSize(), localCounts.getData(), nullptr,
-                             nullptr, &localSum);
-  std::int64_t sum = localSum;
+  // Their sum may exceed the type of the counts, even that of one rank.
+  const auto hostCounts = localCounts.toDevice(Device());
+  std::int64_t sum = std::accumulate(hostCounts.getData(),
+                                     hostCounts.getData() + hostCounts.getSize(), std::int64_t(0));
   MPI_Allreduce(MPI_IN_PLACE, &sum, 1, MPI_INT64_T, MPI_SUM, impl.comm);
 
   meta.rows = impl.rows;

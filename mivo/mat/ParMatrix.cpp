@@ -79,6 +79,9 @@ void ParMatrixT<T, G, L>::create(const Partitioner& rowPart, const Partitioner& 
 template <class T, class G, class L>
 void ParMatrixT<T, G, L>::createShape(G rows, G cols, const Partitioner& rowPart,
                                       const Partitioner& colPart, const Device& device, int comm) {
+  G size = 0;
+  MIVO_CHECK(!__builtin_mul_overflow(rows, cols, &size))
+      << "ParMatrix: " << rows << " x " << cols << " elements exceed the global index type";
   // The arguments may be members of this object's present implementation.
   auto impl = std::make_shared<ParMatrixImpl>();
   impl->device = device;

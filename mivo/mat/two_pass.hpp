@@ -19,7 +19,7 @@ void buildTwoPass(CSRMatrixT<T, I>& out, I rows, I cols, const Device& device,
   if (out.getColIdx() == nullptr) result = out;
   result.resize(rows, cols, device);
   kernel(result.getRawMat());
-  const I nnz = result.evaluateNnzs();
+  const I nnz = result.evaluateNnzs();  // -1 where the kernels' sums do not fit
   MIVO_CHECK(nnz >= 0) << "CSRMatrix: the entries of a result exceed the index type";
   result.resizeNnz(nnz, 0);
   if (nnz > 0) kernel(result.getRawMat());

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <type_traits>
 
 #include "mivo/ops/views.hpp"
@@ -206,14 +207,17 @@ MIVO_FUNCTION I hashFind(const HashTableSlot<I, I>* slots, std::uint32_t n, I ke
   return 0;
 }
 
-/// Turns row lengths at rowptr[1..n] into row pointers, as one task. Matrices without rows may come
-/// with a null array.
+/// Turns row lengths at rowptr[1..n] into row pointers, as one task. Pointers that the index type
+/// cannot hold are -1, the last one included. Matrices without rows may come with a null array.
 template <class I, class Space>
 void prefixSum(Space& space, I n, I* rowptr) {
   if (rowptr == nullptr) return;
+  constexpr I kMost = std::numeric_limits<I>::max();
   spm::parallel_for(spm::RangePolicy<Space>(space, 0, 1), [=] MIVO_FUNCTION(I) {
     rowptr[0] = 0;
-    for (I i = 0; i < n; ++i) rowptr[i + 1] += rowptr[i];
+    I i = 0;
+    for (; i < n && rowptr[i + 1] <= kMost - rowptr[i]; ++i) rowptr[i + 1] += rowptr[i];
+    for (; i < n; ++i) rowptr[i + 1] = -1;
   });
 }
 

@@ -9,6 +9,7 @@
 #include <map>
 #include <string>
 
+#include "mivo/mat/RowMessages.hpp"
 #include "tests/support/ranks.hpp"
 
 namespace {
@@ -68,6 +69,13 @@ const std::map<std::string, std::function<void()>> kCases = {
        MPI_Barrier(kCommWorld);
        Vector x;
        x.loadFromFile(name, Device());
+     }},
+    {"too_large_message",
+     [] {
+       mivo::RowMessages<double, long> messages(kCommWorld);
+       if (last()) messages.announce(0, std::size_t(1) << 30);
+       messages.open();
+       messages.exchange();
      }},
 };
 
