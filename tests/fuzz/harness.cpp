@@ -20,7 +20,7 @@ void startHarness() {
 }
 
 bool isQuick(double elements) {
-  constexpr double kFew = 1 << 16;
+  constexpr double kFew = 1 << 12;
   // Enough even where an element has 4 bytes.
   return elements <= kFew || elements >= static_cast<double>(kMostBytes);
 }
