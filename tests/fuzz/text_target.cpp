@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <regex>
 #include <vector>
 
@@ -9,10 +10,16 @@
 namespace mivo::fuzz {
 namespace {
 
-/// Every pattern is tried on a short text: backtracking takes exponential time, and counted
-/// repetitions take a stack as deep as the count, by the nature of the method.
 constexpr std::size_t kPattern = 8;
 constexpr std::size_t kText = 6;
+
+/// Backtracking takes exponential time in the depth of repetitions, and counted ones take a stack
+/// as deep as the count, by the nature of the method.
+bool isQuickPattern(const std::string& pattern) {
+  const auto repeats = [](char c) { return c == '*' || c == '+'; };
+  return pattern.find('{') == std::string::npos &&
+         std::count_if(pattern.begin(), pattern.end(), repeats) <= 2;
+}
 
 void checkSplit(const std::string& text, const std::string& pattern) {
   std::vector<std::string> expected;
@@ -39,7 +46,7 @@ void textHelpers(const std::string& input) {
   const std::size_t end = std::min(input.find('\n'), input.size());
   const std::string pattern = input.substr(0, std::min(end, kPattern));
   const std::string text = input.substr(std::min(end + 1, input.size()));
-  if (pattern.find('{') == std::string::npos) checkSplit(text.substr(0, kText), pattern);
+  if (isQuickPattern(pattern)) checkSplit(text.substr(0, kText), pattern);
 
   // Separators that stand for one character, or a run of it, serve texts of any length.
   for (const char* separator : {",", "\\.", "[ \t]", "[ \t]+", "[^0-9]+", "\\s+"}) {
