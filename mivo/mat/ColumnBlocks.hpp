@@ -133,8 +133,8 @@ std::vector<CSRMatrixT<T, L>> buildColumnBlocks(const PartitionerT<G, L>& part, 
   source.restart(true);
   if (blocks.size() == 1) {
     const Target out = targets[0];
-    const G begin = part.getOffsets().front();
-    const G end = part.getOffsets().back();
+    G begin = 0, end = 0;
+    part.getOwnerShipRangeForPart(0, &begin, &end);
     std::size_t filled = 0;
     for (L i = 0; i < rows; ++i) {
       const std::size_t count = source.count(i);

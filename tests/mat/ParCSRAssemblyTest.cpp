@@ -288,6 +288,11 @@ TEST(ParCSRAssembly, WhatLiesOutsideTheMatrixEndsTheProcess) {
     MIVO_EXPECT_FATAL_TEXT(
         A.endAssemble(), "endAssemble: column " + std::to_string(col) + " lies outside the matrix");
   }
+  Matrix<double> narrow;
+  narrow.create(3, 0, Device());
+  narrow.beginAssemble();
+  narrow.setValue(0, 0, 1., SetValueMode::Set);
+  MIVO_EXPECT_FATAL_TEXT(narrow.endAssemble(), "endAssemble: column 0 lies outside the matrix");
 }
 
 }  // namespace
