@@ -33,10 +33,11 @@ I narrow(std::size_t value, const char* what) {
   return static_cast<I>(value);
 }
 
-/// The size that the partitioner itself gives in its local index type.
+/// The size that the partitioner itself gives in its local index type; 0 beyond its parts.
 template <class G, class L>
 std::size_t sizeOfPart(const PartitionerT<G, L>& part, std::size_t p) {
   G begin = 0, end = 0;
+  if (p >= static_cast<std::size_t>(part.getNumParts())) return 0;
   part.getOwnerShipRangeForPart(static_cast<L>(p), &begin, &end);
   return static_cast<std::size_t>(end - begin);
 }

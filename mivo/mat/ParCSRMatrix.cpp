@@ -162,7 +162,7 @@ const PartitionerT<G, L>& ParCSRMatrixT<T, G, L>::getColPartitioner() const {
 
 template <class T, class G, class L>
 void ParCSRMatrixT<T, G, L>::getOwnerShipRange(G* begin, G* end) const {
-  impl_->row_part.getOwnerShipRangeForPart(static_cast<L>(impl_->rank()), begin, end);
+  impl_->ownRows(begin, end);
 }
 
 template <class T, class G, class L>

@@ -66,7 +66,21 @@ struct ParCSRMatrixT<T, G, L>::ParCSRMatrixImpl {
     MPI_Comm_size(comm, &size);
     return size;
   }
-  L localRows() const { return row_part.getLocalSizeForPart(static_cast<L>(rank())); }
+  /// A rank beyond the parts owns no rows.
+  void ownRows(G* begin, G* end) const {
+    const L part = static_cast<L>(rank());
+    if (part < row_part.getNumParts()) {
+      row_part.getOwnerShipRangeForPart(part, begin, end);
+      return;
+    }
+    if (begin != nullptr) *begin = 0;
+    if (end != nullptr) *end = 0;
+  }
+  L localRows() const {
+    G begin = 0, end = 0;
+    ownRows(&begin, &end);
+    return static_cast<L>(end - begin);
+  }
 
   /// Cuts the blocks from a plan that is about to go.
   void unlinkBlocks() {

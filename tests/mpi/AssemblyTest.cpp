@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <thread>
 #include <vector>
@@ -35,8 +36,8 @@ EntryMap<T> ownRows(const ParCSRMatrixT<T, G, int>& A, const EntryMap<T>& all) {
   return EntryMap<T>(all.lower_bound({begin, 0}), all.lower_bound({end, 0}));
 }
 
-/// Each rank sets entries of all rows; what it has set counts once, what it has added and what others
-/// have set or added is summed.
+/// Each rank sets entries of all rows; what it has set counts once, what it has added and what
+/// others have set or added is summed.
 TYPED_TEST(AssemblyOverRanks, EntriesFindTheirOwnersFromAnyRank) {
   using T = typename TypeParam::T;
   using G = typename TypeParam::G;
@@ -143,6 +144,23 @@ TEST(AssemblyOverRanksOnce, ARankWithoutEntriesKeepsUpWithChanges) {
     EXPECT_EQ(test::valuesOf(A.matVec(x).getLocalMatrix()),
               test::ownPart(A.getRowPartitioner(), expected));
   }
+}
+
+TEST(AssemblyOverRanksOnce, RanksBeyondThePartsOwnNoRows) {
+  const long n = 6;
+  PartitionerT<long, int> rows, cols;
+  rows.create(n, std::max(1, worldSize() - 1));
+  cols.create(n, worldSize());
+  ParCSRMatrixT<double, long, int> A;
+  A.create(rows, cols, {}, Device());
+  A.beginAssemble();
+  for (long i = 0; i < n; ++i) A.setValue(i, n - 1 - i, 1.0, SetValueMode::Add);
+  A.endAssemble();
+  const auto y = A.matVec(test::ownColumn(Device(), cols, std::vector<double>(n, 1.0)));
+  EXPECT_EQ(A.getLocalRows(), y.getLocalMatrix().getRows());
+  EXPECT_EQ(test::valuesOf(y.getLocalMatrix()),
+            std::vector<double>(static_cast<std::size_t>(A.getLocalRows()), worldSize()));
+  EXPECT_EQ(A.gather(0).getRows(), worldRank() == 0 ? n : 0);
 }
 
 }  // namespace
