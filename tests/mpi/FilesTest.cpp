@@ -134,8 +134,9 @@ TEST(FilesOverRanks, VectorsTravelThroughFiles) {
 
 TEST(FilesOverRanks, ASystemOfFilesIsATestCase) {
   const std::string A_name = fileName("system_A", "mtx"), b_name = fileName("system_b", "mtx");
-  writeOnRoot(A_name,
-              "%%MatrixMarket matrix coordinate real symmetric\n3 3 4\n1 1 4\n2 2 5\n3 3 6\n3 1 -1\n");
+  writeOnRoot(
+      A_name,
+      "%%MatrixMarket matrix coordinate real symmetric\n3 3 4\n1 1 4\n2 2 5\n3 3 6\n3 1 -1\n");
   writeOnRoot(b_name, "%%MatrixMarket matrix array real general\n3 1\n1\n2\n3\n");
   auto problem = TestCaseT<double, long, int>::getFactory().createInstance(
       {{"testcase_type", "MatrixMarket"},

@@ -83,7 +83,8 @@ TEST(ProductOverRanksOnce, ARemoteBlockAddsItsProductToTheBit) {
   });
   std::vector<double> x(n), y(n);
   for (double& v : x) v = draw(rng);
-  for (std::size_t i = 0; i < y.size(); ++i) y[i] = i % 4 == 0 ? -0.0 : i % 7 == 0 ? 0.0 : draw(rng);
+  for (std::size_t i = 0; i < y.size(); ++i)
+    y[i] = i % 4 == 0 ? -0.0 : i % 7 == 0 ? 0.0 : draw(rng);
   for (const double alpha : {1.0, 0.3, -0.3}) {
     for (const double beta : {0.0, 1.0, -1.7}) {
       std::vector<double> expected = y;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// fatal_checks CASE: breaks one precondition, mostly on the last rank only, while the other ranks go on into a
-// collective call or wait there. The job must end with the message, at once.
+// fatal_checks CASE: breaks one precondition, mostly on the last rank only, while the other ranks
+// go on into a collective call or wait there. The job must end with the message, at once.
 
 #include <cstdio>
 #include <fstream>
