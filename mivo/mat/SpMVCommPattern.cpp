@@ -211,8 +211,7 @@ int SpMVCommPatternT<T, G, L>::getMessageTag() {
 
 template <class T, class G, class L>
 void SpMVCommPatternT<T, G, L>::incMessageTag() {
-  int& tag = haloMessageTag();
-  tag = tag < std::numeric_limits<int>::max() ? tag + 1 : 0;
+  advanceTag(haloMessageTag());
 }
 
 #define MIVO_CROSS(T, U)                                                                           \

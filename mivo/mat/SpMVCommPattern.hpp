@@ -136,7 +136,8 @@ class MIVO_API SpMVCommPatternT {
 
   const Device& getDevice() const;
   int getComm() const;
-  /// Tag of the next exchange: one counter for all plans of the process.
+  /// Tag of the next exchange: one counter for all plans whose communicator has all processes. A
+  /// plan on fewer counts its own exchanges, since the other processes do not see them.
   static int getMessageTag();
   static void incMessageTag();
 
@@ -150,6 +151,8 @@ class MIVO_API SpMVCommPatternT {
 
   /// An empty plan for this communicator and device.
   void setPlace(int comm, const Device& device);
+  /// Tag of an exchange on `nprocs` ranks, the same on all of them.
+  int takeTag(int nprocs);
   /// Sends what the other ranks want of x and opens the receipts.
   void postMessages(const Vector& x, int rank, int tag);
   /// Waits for the receipts and hands each block on, in the order of arrival or of the ranks, then

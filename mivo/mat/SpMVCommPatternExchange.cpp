@@ -55,11 +55,7 @@ void SpMVCommPatternT<T, G, L>::exchange(const Vector& x, const BlockCallback& l
   int nprocs = 1;
   MPI_Comm_rank(impl_->comm, &rank);
   MPI_Comm_size(impl_->comm, &nprocs);
-  if (nprocs >= 2) {
-    const int tag = getMessageTag();
-    incMessageTag();
-    postMessages(x, rank, tag & kTagMask);
-  }
+  if (nprocs >= 2) postMessages(x, rank, takeTag(nprocs) & kTagMask);
 
   // The product with the own columns runs while the messages travel.
   const auto own = impl_->recv_blocks.find(rank);
@@ -87,6 +83,16 @@ void SpMVCommPatternT<T, G, L>::exchange(const Vector& x, const BlockCallback& l
     helper.join();
   }
   if (finishCallback) finishCallback();
+}
+
+template <class T, class G, class L>
+int SpMVCommPatternT<T, G, L>::takeTag(int nprocs) {
+  int everyone = 1;
+  MPI_Comm_size(kCommWorld, &everyone);
+  if (nprocs < everyone) return advanceTag(impl_->tag);
+  const int tag = getMessageTag();
+  incMessageTag();
+  return tag;
 }
 
 template <class T, class G, class L>

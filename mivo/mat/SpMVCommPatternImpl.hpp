@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <limits>
 #include <map>
 #include <vector>
 
@@ -18,6 +19,7 @@ struct SpMVCommPatternT<T, G, L>::SpMVCommPatternImpl {
   std::map<int, SpmvColBlock> recv_blocks;  ///< by owner of the columns, the own rank included
   std::map<int, SpmvSendMeta> send_metas;   ///< by the rank that wants entries of this one
   Vector host_x;                            ///< host form of the vector that is being exchanged
+  int tag = 0;                              ///< of the next exchange among some of all processes
 
   // Arrays of the waiting routines, kept so that an exchange allocates nothing.
   std::vector<MPI_Request> requests;
@@ -25,10 +27,17 @@ struct SpMVCommPatternT<T, G, L>::SpMVCommPatternImpl {
   std::vector<int> arrived;
 };
 
-/// Tag of the next exchange, shared by all plans of the process.
+/// Tag of the next exchange among all processes, shared by all plans of the process.
 inline int& haloMessageTag() {
   static int tag = 0;
   return tag;
+}
+
+/// The tag, which moves on to the next one.
+inline int advanceTag(int& tag) {
+  const int taken = tag;
+  tag = tag < std::numeric_limits<int>::max() ? tag + 1 : 0;
+  return taken;
 }
 
 }  // namespace mivo
