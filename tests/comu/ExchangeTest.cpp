@@ -18,24 +18,15 @@
 #include "mivo/comu/graph_tools.hpp"
 #include "mivo/comu/owner_tools.hpp"
 #include "mivo/utils/Device.hpp"
-#include "mivo/utils/communicator.hpp"
+#include "tests/support/world.hpp"
 
 namespace mivo::comu {
 namespace {
 
 using Lists = std::vector<std::vector<int>>;
 
-int worldRank() {
-  int rank = 0;
-  MPI_Comm_rank(kCommWorld, &rank);
-  return rank;
-}
-
-int worldSize() {
-  int size = 1;
-  MPI_Comm_size(kCommWorld, &size);
-  return size;
-}
+using test::worldRank;
+using test::worldSize;
 
 class MessageLayer : public testing::Environment {
  public:

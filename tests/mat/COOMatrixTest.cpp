@@ -15,13 +15,8 @@
 #include "tests/support/fatal.hpp"
 #include "tests/support/sparse.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::plainOf;
-using test::plainRows;
-using test::smallValue;
-using test::testDevices;
 
 // Rows.
 
@@ -91,7 +86,6 @@ TEST(MapWithLock, LockKeepsWritersApart) {
 
 template <class T>
 class COOMatrixTest : public testing::Test {};
-using ValueTypes = testing::Types<int, long, float, double, Complex<float>, Complex<double>>;
 TYPED_TEST_SUITE(COOMatrixTest, ValueTypes);
 
 /// Adds random entries and gives their sums. Rows come in runs and alone, far apart too.
@@ -273,4 +267,4 @@ TEST(COOMatrix, ThreadsAddToSharedRowsAtOnce) {
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

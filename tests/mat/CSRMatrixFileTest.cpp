@@ -15,42 +15,24 @@
 #include "tests/support/files.hpp"
 #include "tests/support/sparse.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::HostCsr;
-using test::plainOf;
-using test::plainRows;
-using test::randomCsr;
-using test::readFile;
-using test::sparseOf;
-using test::tempFile;
-
-template <class T>
-std::string saved(const CSRMatrixT<T, int>& m, int precision) {
-  std::ostringstream os;
-  m.saveToStream(os, precision);
-  return os.str();
-}
 
 template <class T>
 CSRMatrixT<T, int> loaded(const std::string& text) {
-  std::istringstream is(text);
-  CSRMatrixT<T, int> m;
-  m.loadFromStream(is);
-  return m;
+  return loadedText<CSRMatrixT<T, int>>(text);
 }
 
 TEST(CSRMatrixFile, WritesCoordinatesInStoredOrder) {
   const auto m = sparseOf(Device(), plainRows<double>(3, {{{2, -1.5}, {0, 1e-300}}, {}, {{1, 0}}}));
-  EXPECT_EQ(saved(m, 3),
+  EXPECT_EQ(savedText(m, 3),
             "%%MatrixMarket matrix coordinate real general\n3 3 3\n"
             "1 3 -1.500e+00\n1 1 1.000e-300\n3 2 0.000e+00\n");
-  EXPECT_EQ(saved(sparseOf(Device(), plainRows<int>(2, {{{1, -7}}})), 0),
+  EXPECT_EQ(savedText(sparseOf(Device(), plainRows<int>(2, {{{1, -7}}})), 0),
             "%%MatrixMarket matrix coordinate real general\n1 2 1\n1 2 -7\n");
-  EXPECT_EQ(saved(sparseOf(Device(), plainRows<Complex<float>>(1, {{{0, {1, -2}}}})), 1),
+  EXPECT_EQ(savedText(sparseOf(Device(), plainRows<Complex<float>>(1, {{{0, {1, -2}}}})), 1),
             "%%MatrixMarket matrix coordinate complex general\n1 1 1\n1 1 1.0e+00-j-2.0e+00\n");
-  EXPECT_EQ(saved(CSRMatrixT<double, int>(), 0),
+  EXPECT_EQ(savedText(CSRMatrixT<double, int>(), 0),
             "%%MatrixMarket matrix coordinate real general\n0 0 0\n");
 }
 
@@ -73,19 +55,18 @@ TEST(CSRMatrixFile, ExtensionChoosesTheFormat) {
 
 template <class T>
 class CSRMatrixFileTest : public testing::Test {};
-using ValueTypes = testing::Types<int, long, float, double, Complex<float>, Complex<double>>;
 TYPED_TEST_SUITE(CSRMatrixFileTest, ValueTypes);
 
 TYPED_TEST(CSRMatrixFileTest, WrittenMatricesReadBackSorted) {
   using T = TypeParam;
   std::mt19937 rng(17);
-  for (const auto& [rows, cols] : test::testShapes()) {
+  for (const auto& [rows, cols] : testShapes()) {
     HostCsr<T> plain = randomCsr<T>(rng, rows, cols);
     for (T& v : plain.values) {
       // The loose complex form loses the sign of the imaginary part.
       if constexpr (kIsComplex<T>) v.im = std::abs(v.im) / 3;
     }
-    const CSRMatrixT<T, int> m = loaded<T>(saved(sparseOf(Device(), plain), 0));
+    const CSRMatrixT<T, int> m = loaded<T>(savedText(sparseOf(Device(), plain), 0));
     EXPECT_EQ(m.getRows(), rows);
     EXPECT_EQ(m.getCols(), cols);
     EXPECT_EQ(plainOf(m), plain.sorted());
@@ -242,4 +223,4 @@ TEST(CSRMatrixFile, DamagedTextsReadAsByStreamExtraction) {
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

@@ -16,7 +16,7 @@
 #include "tests/support/fatal.hpp"
 #include "tests/support/sparse.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
 
 using Local = CSRMatrixT<double, int>;
@@ -24,12 +24,6 @@ using Part = PartitionerT<long, int>;
 
 constexpr long kLarge = 1L << 32;
 constexpr int kHalf = 1 << 30;  ///< twice as many are one more than fits into an int
-
-Part explicitPart(const std::vector<long>& offsets) {
-  Part part;
-  part.create(offsets.back(), offsets);
-  return part;
-}
 
 /// A matrix of one row that claims kHalf entries and has no arrays.
 Local claimsHalf() {
@@ -39,7 +33,7 @@ Local claimsHalf() {
 }
 
 TEST(IndexLimits, RowsAndColumnsOfOnePart) {
-  const Part small = explicitPart({0, 3}), large = explicitPart({0, 3, kLarge});
+  const Part small = partsAt<long>({0, 3}), large = partsAt<long>({0, 3, kLarge});
   ParCSRMatrixT<double, long, int> m;
   MIVO_EXPECT_FATAL_TEXT(m.create(large, small, {}, Device(), kCommSelf),
                          "ParCSRMatrix: 4294967293 rows of part 1 exceed the local index type");
@@ -49,7 +43,7 @@ TEST(IndexLimits, RowsAndColumnsOfOnePart) {
   COOMatrixT<double, long, long> entries;
   COOMatrixT<double, int, long> own;
   entries.getRowEx(kLarge + 1);
-  MIVO_EXPECT_FATAL_TEXT(entries.endAssemble(kCommSelf, explicitPart({0, 2 * kLarge}), own),
+  MIVO_EXPECT_FATAL_TEXT(entries.endAssemble(kCommSelf, partsAt<long>({0, 2 * kLarge}), own),
                          "endAssemble: 8589934592 rows of one part exceed the local index type");
 
   Local rows;
@@ -59,12 +53,12 @@ TEST(IndexLimits, RowsAndColumnsOfOnePart) {
 
 TEST(IndexLimits, EntriesOfOneMatrix) {
   // The sum of the lengths, 5 * 2^30, would wrap around to a positive number.
-  test::HostCsr<double, int> plain;
+  HostCsr<double, int> plain;
   plain.rows = plain.cols = 1;
   plain.rowptr = {0, kHalf};
   plain.col_idx = {0};
   plain.values = {1};
-  const Local m = test::sparseOf(Device(), plain);
+  const Local m = sparseOf(Device(), plain);
   IndexVector sel;
   sel.create(5, 1, Device());
   sel.fill(0);
@@ -75,7 +69,7 @@ TEST(IndexLimits, EntriesOfOneMatrix) {
   const Local half = claimsHalf();
   MIVO_EXPECT_FATAL_TEXT(Local::matadd(1, half, 1, half, out),
                          "add: 2147483648 entries exceed the index type");
-  MIVO_EXPECT_FATAL_TEXT(Local::mergeRows(explicitPart({0, 1, 2}), {half, half}),
+  MIVO_EXPECT_FATAL_TEXT(Local::mergeRows(partsAt<long>({0, 1, 2}), {half, half}),
                          "merge: 2147483648 entries exceed the index type");
 
   ParCSRMatrixT<double, int, int> narrow;
@@ -86,7 +80,7 @@ TEST(IndexLimits, EntriesOfOneMatrix) {
   MIVO_EXPECT_FATAL_TEXT(narrow.getNnzs(),
                          "getNnzs: 2147483648 entries exceed the global index type");
   ParCSRMatrixT<double, long, int> wide;
-  wide.create(explicitPart({0, 1}), explicitPart({0, 1, 2}), {half, half}, Device(), kCommSelf);
+  wide.create(partsAt<long>({0, 1}), partsAt<long>({0, 1, 2}), {half, half}, Device(), kCommSelf);
   EXPECT_EQ(wide.getNnzs(), 2L * kHalf);
 }
 
@@ -100,7 +94,7 @@ struct ClaimedRows {
 
 TEST(IndexLimits, EntriesOfAnAssembledBlock) {
   ClaimedRows rows{std::size_t(kHalf)};
-  MIVO_EXPECT_FATAL_TEXT((buildColumnBlocks<double, long, int>(explicitPart({0, 7}), 2, rows)),
+  MIVO_EXPECT_FATAL_TEXT((buildColumnBlocks<double, long, int>(partsAt<long>({0, 7}), 2, rows)),
                          "endAssemble: 2147483648 entries of one block exceed the index type");
 }
 
@@ -109,12 +103,12 @@ TEST(IndexLimits, ElementsAndJoinedBlocks) {
   MIVO_EXPECT_FATAL_TEXT(m.create(1 << 16, 1 << 16, Device(), kCommSelf),
                          "ParMatrix: 65536 x 65536 elements exceed the global index type");
   using Dense = MatrixT<double, int, MatrixLayoutRowMajor>;
-  MIVO_EXPECT_FATAL_TEXT(Dense::mergeRows(explicitPart({0, kLarge}), {Dense()}),
+  MIVO_EXPECT_FATAL_TEXT(Dense::mergeRows(partsAt<long>({0, kLarge}), {Dense()}),
                          "mergeRows: 4294967296 rows exceed the index type");
   // The second block would begin at column 4294967296, which is 0 in 32 bits.
-  const Local identity = test::sparseOf(Device(), test::plainRows<double>(1, {{{0, 1}}}));
+  const Local identity = sparseOf(Device(), plainRows<double>(1, {{{0, 1}}}));
   MIVO_EXPECT_FATAL_TEXT(
-      Local::mergeCols(explicitPart({kLarge - 1, kLarge, kLarge + 1}), {Local(), identity}),
+      Local::mergeCols(partsAt<long>({kLarge - 1, kLarge, kLarge + 1}), {Local(), identity}),
       "merge: 4294967297 columns exceed the index type");
 }
 
@@ -128,4 +122,4 @@ TEST(IndexLimits, LengthsOfMessages) {
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

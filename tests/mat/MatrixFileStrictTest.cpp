@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -12,38 +11,31 @@
 
 // The switch is read once in a process, so the strict form has a test program of its own.
 
-namespace mivo {
+namespace mivo::test {
 namespace {
 
-using test::matrixOf;
-using test::valuesOf;
 using C = Complex<double>;
 
 [[maybe_unused]] const int gs_strict = setenv("MIVO_STRICT_MATRIX_MARKET", "1", 1);
 
 TEST(MatrixFileStrict, WritesOneValueALineRowByRow) {
-  std::ostringstream os;
-  matrixOf<double>(Device(), 2, 2, {1, 2, 3, 4}).saveToStream(os, 1);
-  EXPECT_EQ(os.str(),
+  EXPECT_EQ(savedText(matrixOf<double>(Device(), 2, 2, {1, 2, 3, 4}), 1),
             "%%MatrixMarket matrix array real general\n2 2\n"
             "1.0e+00\n2.0e+00\n3.0e+00\n4.0e+00\n");
 }
 
 TEST(MatrixFileStrict, ComplexValuesAreTwoNumbersAndKeepTheirSign) {
   const MatrixT<C, int> m = matrixOf<C>(Device(), 1, 2, {{1, -2}, {-0.5, 4}});
-  std::stringstream text;
-  m.saveToStream(text, 1);
-  EXPECT_EQ(text.str(),
+  const std::string text = savedText(m, 1);
+  EXPECT_EQ(text,
             "%%MatrixMarket matrix array complex general\n1 2\n"
             "1.0e+00 -2.0e+00\n-5.0e-01 4.0e+00\n");
-  MatrixT<C, int> read;
-  read.loadFromStream(text);
-  EXPECT_EQ(valuesOf(read), valuesOf(m));
+  EXPECT_EQ(valuesOf(loadedText<MatrixT<C, int>>(text)), valuesOf(m));
 
-  const std::string path = test::tempFile("strict.raw");
+  const std::string path = tempFile("strict.raw");
   m.saveToFile(path, 1);
-  EXPECT_EQ(test::readFile(path), "2\n1.0e+00 -2.0e+00\n-5.0e-01 4.0e+00\n");
+  EXPECT_EQ(readFile(path), "2\n1.0e+00 -2.0e+00\n-5.0e-01 4.0e+00\n");
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fstream>
 #include <iomanip>
+#include <iterator>
 #include <limits>
 #include <random>
 #include <sstream>
@@ -21,41 +22,26 @@
 #include "tests/support/fatal.hpp"
 #include "tests/support/files.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::matrixOf;
-using test::readFile;
-using test::tempFile;
-using test::valuesOf;
-
-template <class T>
-std::string textOf(const MatrixT<T, int>& m, int precision) {
-  std::ostringstream os;
-  m.saveToStream(os, precision);
-  return os.str();
-}
 
 template <class T>
 MatrixT<T, int> load(const std::string& text) {
-  std::istringstream is(text);
-  MatrixT<T, int> m;
-  m.loadFromStream(is);
-  return m;
+  return loadedText<MatrixT<T, int>>(text);
 }
 
 TEST(MatrixFile, WritesOneLineForEachRow) {
-  EXPECT_EQ(textOf(matrixOf<double>(Device(), 2, 2, {1.5, -0.25, 0, 1e300}), 3),
+  EXPECT_EQ(savedText(matrixOf<double>(Device(), 2, 2, {1.5, -0.25, 0, 1e300}), 3),
             "%%MatrixMarket matrix array real general\n2 2\n"
             "1.500e+00 -2.500e-01\n0.000e+00 1.000e+300\n");
-  EXPECT_EQ(textOf(matrixOf<float>(Device(), 1, 1, {0.1f}), 0),
+  EXPECT_EQ(savedText(matrixOf<float>(Device(), 1, 1, {0.1f}), 0),
             "%%MatrixMarket matrix array real general\n1 1\n1.0000000149011612e-01\n");
-  EXPECT_EQ(textOf(matrixOf<long>(Device(), 2, 1, {-7, 5'000'000'000}), 3),
+  EXPECT_EQ(savedText(matrixOf<long>(Device(), 2, 1, {-7, 5'000'000'000}), 3),
             "%%MatrixMarket matrix array real general\n2 1\n-7\n5000000000\n");
-  EXPECT_EQ(textOf(matrixOf<Complex<double>>(Device(), 1, 3, {{1, -2}, {-3, 4}, {5, -0.0}}), 1),
+  EXPECT_EQ(savedText(matrixOf<Complex<double>>(Device(), 1, 3, {{1, -2}, {-3, 4}, {5, -0.0}}), 1),
             "%%MatrixMarket matrix array complex general\n1 3\n"
             "1.0e+00-j-2.0e+00 -3.0e+00+j4.0e+00 5.0e+00+j-0.0e+00\n");
-  EXPECT_EQ(textOf(MatrixT<int, int>(), 0), "%%MatrixMarket matrix array real general\n0 0\n");
+  EXPECT_EQ(savedText(MatrixT<int, int>(), 0), "%%MatrixMarket matrix array real general\n0 0\n");
 }
 
 TEST(MatrixFile, ExtensionDecidesTheFormat) {
@@ -139,7 +125,7 @@ TEST(MatrixFile, LooseComplexFormHonoursBothSigns) {
   // A value without imaginary part ends at the next character that is no sign.
   EXPECT_EQ(valuesOf(load<C>("3 1\n1.5 2+j1\n7\n")), (std::vector<C>{{1.5, 0}, {2, 1}, {7, 0}}));
   const MatrixT<C, int> m = matrixOf<C>(Device(), 2, 1, {{1.0 / 3, 2e-7}, {-5, 1e300}});
-  EXPECT_EQ(valuesOf(load<C>(textOf(m, 0))), valuesOf(m));
+  EXPECT_EQ(valuesOf(load<C>(savedText(m, 0))), valuesOf(m));
 }
 
 /// Hands out its text in small pieces, so that numbers cross the ends of the buffer.
@@ -171,44 +157,12 @@ using NumberTypes = testing::Types<int, long, float, double>;
 TYPED_TEST_SUITE(NumberTextTest, NumberTypes);
 
 TYPED_TEST(NumberTextTest, ReadsWhatStreamExtractionReads) {
-  const std::vector<std::string> tokens = {"0",
-                                           "1",
-                                           "-2",
-                                           "+3",
-                                           "17.5",
-                                           "-0.25e2",
-                                           "1e5",
-                                           ".5",
-                                           "5.",
-                                           "1E-3",
-                                           "007",
-                                           "-0",
-                                           "2147483648",
-                                           "9223372036854775808",
-                                           "1e39",
-                                           "1e400",
-                                           "-1e400",
-                                           "1e-50",
-                                           "1e-400",
-                                           "1e",
-                                           "1e+",
-                                           ".",
-                                           "-",
-                                           "+-1",
-                                           "nan",
-                                           "-inf",
-                                           "Infinity",
-                                           "0x10",
-                                           "1,5",
-                                           "abc",
-                                           "1+2",
-                                           "3-4",
-                                           "1e5e5",
-                                           "1_0",
-                                           "123456789012345678901234567890",
-                                           "0.1000000000000000055511151231257827",
-                                           "4\f5",
-                                           "6\v"};
+  std::istringstream words(
+      "0 1 -2 +3 17.5 -0.25e2 1e5 .5 5. 1E-3 007 -0 2147483648 9223372036854775808 1e39 1e400 "
+      "-1e400 1e-50 1e-400 1e 1e+ . - +-1 nan -inf Infinity 0x10 1,5 abc 1+2 3-4 1e5e5 1_0 "
+      "123456789012345678901234567890 0.1000000000000000055511151231257827");
+  std::vector<std::string> tokens{std::istream_iterator<std::string>(words), {}};
+  tokens.insert(tokens.end(), {"4\f5", "6\v"});
   std::mt19937 gen(11);
   for (int round = 0; round < 600; ++round) {
     // Mostly valid at the front, so that later tokens are reached.
@@ -243,17 +197,12 @@ TYPED_TEST(NumberTextTest, ReadsWhatStreamExtractionReads) {
 
 TYPED_TEST(NumberTextTest, WritesWhatStreamInsertionWrites) {
   using T = TypeParam;
-  std::vector<T> values = {T(0),
-                           T(1),
-                           T(-1),
-                           std::numeric_limits<T>::max(),
-                           std::numeric_limits<T>::min(),
-                           std::numeric_limits<T>::lowest()};
+  using Limits = std::numeric_limits<T>;
+  std::vector<T> values = {T(0), T(1), T(-1), Limits::max(), Limits::min(), Limits::lowest()};
   if constexpr (std::is_floating_point_v<T>) {
     values.insert(values.end(),
-                  {T(-0.0), T(0.5), T(9.9999999999999995), T(0.1), T(2.5),
-                   std::numeric_limits<T>::denorm_min(), std::numeric_limits<T>::infinity(),
-                   -std::numeric_limits<T>::infinity(), std::numeric_limits<T>::quiet_NaN()});
+                  {T(-0.0), T(0.5), T(9.9999999999999995), T(0.1), T(2.5), Limits::denorm_min(),
+                   Limits::infinity(), -Limits::infinity(), Limits::quiet_NaN()});
   }
   std::mt19937_64 gen(12);
   for (int k = 0; k < 3000; ++k) {
@@ -268,9 +217,9 @@ TYPED_TEST(NumberTextTest, WritesWhatStreamInsertionWrites) {
     expected << "%%MatrixMarket matrix array real general\n" << values.size() << " 1\n";
     expected << std::scientific << std::setprecision(precision < 1 ? 16 : precision);
     for (const T& v : values) expected << v << "\n";
-    EXPECT_EQ(textOf(m, precision), expected.str()) << precision;
+    EXPECT_EQ(savedText(m, precision), expected.str()) << precision;
   }
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

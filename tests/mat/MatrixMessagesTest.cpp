@@ -10,28 +10,12 @@
 #include <vector>
 
 #include "mivo/comu/communication_tools.hpp"
-#include "mivo/mat/SpMVCommPattern.hpp"
-#include "mivo/mpi_stub/mpi.h"
-#include "mivo/utils/communicator.hpp"
 #include "tests/support/dense.hpp"
 #include "tests/support/sparse.hpp"
+#include "tests/support/world.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::HostCsr;
-using test::plainOf;
-using test::sparseOf;
-using test::valuesOf;
-
-struct World {
-  int rank = 0;
-  int size = 1;
-  World() {
-    MPI_Comm_rank(kCommWorld, &rank);
-    MPI_Comm_size(kCommWorld, &size);
-  }
-};
 
 bool isEmpty(int from, int to) { return (from + 2 * to) % 3 == 0; }
 
@@ -39,7 +23,7 @@ template <class T>
 HostCsr<T> plainFor(int from, int to) {
   if (isEmpty(from, to)) return {};
   std::mt19937 rng(static_cast<unsigned>(10 * from + to));
-  return test::randomCsr<T>(rng, 4 + from, 3 + to);
+  return randomCsr<T>(rng, 4 + from, 3 + to);
 }
 
 template <class T>
@@ -51,8 +35,8 @@ template <class T>
 MatrixT<T, int> denseFor(int from, int to) {
   if (isEmpty(from, to)) return {};
   const std::size_t n = static_cast<std::size_t>((1 + from) * (2 + to));
-  return test::matrixOf<T>(Device(), 1 + from, 2 + to,
-                           test::smallValues<T>(n, static_cast<unsigned>(10 * from + to)));
+  return matrixOf<T>(Device(), 1 + from, 2 + to,
+                     smallValues<T>(n, static_cast<unsigned>(10 * from + to)));
 }
 
 template <class T>
@@ -69,51 +53,48 @@ bool same(const MatrixT<T, int>& m, int from, int to) {
 
 template <class T>
 class MatrixMessages : public testing::Test {};
-using ValueTypes = testing::Types<int, long, float, double, Complex<float>, Complex<double>>;
 TYPED_TEST_SUITE(MatrixMessages, ValueTypes);
 
 TYPED_TEST(MatrixMessages, SparseMatricesReachTheirRanksAloneAndInMaps) {
   using T = TypeParam;
   using Matrix = CSRMatrixT<T, int>;
-  const World world;
   std::vector<Matrix> send, recv;
   std::vector<std::map<int, Matrix>> sendMaps, recvMaps;
-  for (int i = 0; i < world.size; ++i) {
-    send.push_back(sparseFor<T>(world.rank, i));
+  for (int i = 0; i < worldSize(); ++i) {
+    send.push_back(sparseFor<T>(worldRank(), i));
     sendMaps.emplace_back();
-    if (!isEmpty(world.rank, i)) sendMaps.back() = {{-3, send.back()}, {7, Matrix()}};
+    if (!isEmpty(worldRank(), i)) sendMaps.back() = {{-3, send.back()}, {7, Matrix()}};
   }
   comu::sparse_send_recv_stream(kCommWorld, send, recv);
   comu::sparse_send_recv_stream(kCommWorld, sendMaps, recvMaps);
   ASSERT_EQ(recv.size(), send.size());
   ASSERT_EQ(recvMaps.size(), send.size());
-  for (int i = 0; i < world.size; ++i) {
+  for (int i = 0; i < worldSize(); ++i) {
     const std::size_t at = static_cast<std::size_t>(i);
-    EXPECT_TRUE(same(recv[at], i, world.rank)) << "from " << i;
-    EXPECT_EQ(recvMaps[at].size(), isEmpty(i, world.rank) ? 0u : 2u) << "from " << i;
+    EXPECT_TRUE(same(recv[at], i, worldRank())) << "from " << i;
+    EXPECT_EQ(recvMaps[at].size(), isEmpty(i, worldRank()) ? 0u : 2u) << "from " << i;
     if (recvMaps[at].size() != 2) continue;
-    EXPECT_TRUE(same(recvMaps[at][-3], i, world.rank)) << "from " << i;
+    EXPECT_TRUE(same(recvMaps[at][-3], i, worldRank())) << "from " << i;
     EXPECT_EQ(recvMaps[at][7].getRows(), 0);
   }
-  const std::size_t own = static_cast<std::size_t>(world.rank);
+  const std::size_t own = static_cast<std::size_t>(worldRank());
   EXPECT_EQ(recv[own].getValues(), send[own].getValues()) << "the own matrix is a handle";
 }
 
 /// One object of each rank to the root, and one for each rank from the root.
 template <class Matrix, class Make>
 void scatterAndGather(const Make& make) {
-  const World world;
-  for (int root = 0; root < world.size; ++root) {
+  for (int root = 0; root < worldSize(); ++root) {
     std::vector<Matrix> all, collected;
-    if (world.rank == root) {
-      for (int i = 0; i < world.size; ++i) all.push_back(make(root, i));
+    if (worldRank() == root) {
+      for (int i = 0; i < worldSize(); ++i) all.push_back(make(root, i));
     }
     Matrix mine = make(5, 3);  // what it holds before is replaced
     comu::stlmpi_scatter_stream(kCommWorld, all, mine, root);
-    EXPECT_TRUE(same(mine, root, world.rank)) << "root " << root;
+    EXPECT_TRUE(same(mine, root, worldRank())) << "root " << root;
 
-    comu::stlmpi_gather_stream(kCommWorld, make(world.rank, root), collected, root);
-    EXPECT_EQ(collected.size(), world.rank == root ? static_cast<std::size_t>(world.size) : 0u);
+    comu::stlmpi_gather_stream(kCommWorld, make(worldRank(), root), collected, root);
+    EXPECT_EQ(collected.size(), worldRank() == root ? static_cast<std::size_t>(worldSize()) : 0u);
     for (std::size_t i = 0; i < collected.size(); ++i) {
       EXPECT_TRUE(same(collected[i], static_cast<int>(i), root)) << "from " << i;
     }
@@ -134,41 +115,5 @@ TYPED_TEST(MatrixMessages, ScatterAndGatherMoveMatricesAlsoEmptyOnes) {
   scatterAndGather<CSRMatrixT<T, int>>(sparseFor<T>);
 }
 
-TYPED_TEST(MatrixMessages, GhostValuesReachTheirOwnersWithTheirPositions) {
-  using T = TypeParam;
-  using Record = ReverseData<T, int>;
-  const World world;
-  std::vector<std::vector<Record>> send, recv;
-  for (int i = 0; i < world.size; ++i) {
-    send.emplace_back();
-    const std::vector<T> values = valuesOf(denseFor<T>(world.rank, i));
-    for (std::size_t k = 0; k < values.size(); ++k) {
-      send.back().push_back({100 * world.rank + static_cast<int>(k), values[k]});
-    }
-  }
-  comu::sparse_send_recv_stream(kCommWorld, send, recv);
-  ASSERT_EQ(recv.size(), send.size());
-  for (int i = 0; i < world.size; ++i) {
-    const std::vector<T> values = valuesOf(denseFor<T>(i, world.rank));
-    const std::vector<Record>& got = recv[static_cast<std::size_t>(i)];
-    ASSERT_EQ(got.size(), values.size()) << "from " << i;
-    for (std::size_t k = 0; k < values.size(); ++k) {
-      EXPECT_EQ(got[k].index, 100 * i + static_cast<int>(k));
-      EXPECT_EQ(got[k].value, values[k]);
-    }
-  }
-}
-
-TEST(IndexMessages, ReachTheirRanks) {
-  const World world;
-  std::vector<IndexVector> send, recv;
-  for (int i = 0; i < world.size; ++i) send.push_back(denseFor<int>(world.rank, i));
-  comu::sparse_send_recv_stream(kCommWorld, send, recv);
-  ASSERT_EQ(recv.size(), send.size());
-  for (int i = 0; i < world.size; ++i) {
-    EXPECT_TRUE(same(recv[static_cast<std::size_t>(i)], i, world.rank)) << "from " << i;
-  }
-}
-
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

@@ -13,20 +13,14 @@
 #include "tests/support/devices.hpp"
 #include "tests/support/fatal.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::matrixOf;
-using test::smallValues;
-using test::testDevices;
-using test::valuesOf;
 
 template <class T>
 class MatrixTest : public testing::Test {
  protected:
   void SetUp() override { Device::initialize(); }
 };
-using ValueTypes = testing::Types<int, long, float, double, Complex<float>, Complex<double>>;
 TYPED_TEST_SUITE(MatrixTest, ValueTypes);
 
 TYPED_TEST(MatrixTest, ResizeKeepsTheStorageThatFits) {
@@ -138,8 +132,7 @@ TYPED_TEST(MatrixTest, SelectsAndReturnsRows) {
 
 TYPED_TEST(MatrixTest, SplitAndMergedRowsGiveTheMatrixBack) {
   using M = MatrixT<TypeParam, int>;
-  PartitionerT<long, int> part;
-  part.create(7, std::vector<long>{0, 3, 3, 7});
+  const auto part = partsAt<long>({0, 3, 3, 7});
   const std::vector<TypeParam> a = smallValues<TypeParam>(14, 4);
   for (const Device& device : testDevices()) {
     std::vector<M> blocks;
@@ -292,4 +285,4 @@ TEST(Matrix, ChecksEndTheProcessWithTheirText) {
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

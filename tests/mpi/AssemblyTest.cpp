@@ -3,52 +3,51 @@
 
 #include <algorithm>
 #include <random>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/support/ranks.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::EntryMap;
-using test::ownEntries;
-using test::worldCuts;
-using test::worldRank;
-using test::worldSize;
 
 template <class Types>
 class AssemblyOverRanks : public testing::Test {};
-template <class Value, class Global>
-struct Types {
-  using T = Value;
-  using G = Global;
-};
-using TypePairs =
-    testing::Types<Types<int, int>, Types<long, long>, Types<float, long>, Types<double, int>,
-                   Types<double, long>, Types<Complex<float>, int>, Types<Complex<double>, long>>;
+using TypePairs = testing::Types<TypePair<int, int>, TypePair<long, long>, TypePair<float, long>,
+                                 TypePair<double, int>, TypePair<double, long>,
+                                 TypePair<Complex<float>, int>, TypePair<Complex<double>, long>>;
 TYPED_TEST_SUITE(AssemblyOverRanks, TypePairs);
 
+/// A stores the entries of `all` in its rows, sorted in each block.
 template <class T, class G>
-EntryMap<T> ownRows(const ParCSRMatrixT<T, G, int>& A, const EntryMap<T>& all) {
+void expectEntries(const ParCSRMatrixT<T, G, int>& A, const EntryMap<T>& all) {
   G begin = 0, end = 0;
   A.getOwnerShipRange(&begin, &end);
-  return EntryMap<T>(all.lower_bound({begin, 0}), all.lower_bound({end, 0}));
+  EXPECT_EQ(ownEntries(A), EntryMap<T>(all.lower_bound({begin, 0}), all.lower_bound({end, 0})));
+  EXPECT_EQ(A.getNnzs(), static_cast<G>(all.size()));
+  for (int p = 0; p < A.getColPartitioner().getNumParts(); ++p) {
+    const auto block = plainOf(A.getLocalMatrix(p));
+    EXPECT_EQ(block, block.sorted());
+  }
 }
 
 /// Each rank sets entries of all rows; what it has set counts once, what it has added and what
 /// others have set or added is summed.
 TYPED_TEST(AssemblyOverRanks, EntriesFindTheirOwnersFromAnyRank) {
   using T = typename TypeParam::T;
-  using G = typename TypeParam::G;
+  using G = typename TypeParam::I;
   std::mt19937 rng(11);
   // The last shapes have fewer rows, or columns, than there may be ranks.
   for (const auto& [rows, cols] : std::vector<std::pair<G, G>>{{23, 17}, {9, 9}, {2, 3}, {5, 1}}) {
     const auto row_cuts = worldCuts<G>(rows, rng);
     const auto col_cuts = worldCuts<G>(cols, rng);
     for (std::size_t k = 0; k < row_cuts.size(); ++k) {
+      const Device device = rankDevices()[k % rankDevices().size()];
+      SCOPED_TRACE(std::to_string(rows) + " x " + std::to_string(cols) + ", cut " +
+                   std::to_string(k));
       ParCSRMatrixT<T, G, int> A;
-      A.create(row_cuts[k], col_cuts[(k + 1) % col_cuts.size()], {}, Device());
+      A.create(row_cuts[k], col_cuts[(k + 1) % col_cuts.size()], {}, device);
       A.beginAssemble();
       EntryMap<T> all;
       for (int r = 0; r < worldSize(); ++r) {
@@ -57,36 +56,40 @@ TYPED_TEST(AssemblyOverRanks, EntriesFindTheirOwnersFromAnyRank) {
         for (int n = 0; n < 60; ++n) {
           const G i = static_cast<G>(rng() % static_cast<unsigned>(rows));
           const G j = static_cast<G>(rng() % static_cast<unsigned>(cols));
-          const T v = test::smallValue<T>(rng);
+          const T v = smallValue<T>(rng);
           const bool set = rng() % 3 == 0;
           T& entry = of_rank[{i, j}];
           entry = set ? v : T(entry + v);
-          if (r == worldRank()) A.setValue(i, j, v, set ? SetValueMode::Set : SetValueMode::Add);
+          if (r != worldRank()) continue;
+          A.setValue(i, j, v, set ? SetValueMode::Set : SetValueMode::Add);
+          A.setValue(i, j, T(99), static_cast<SetValueMode>(2));  // no mode, no effect
         }
         for (const auto& [at, v] : of_rank) all[at] += v;
       }
       A.endAssemble();
-      EXPECT_EQ(ownEntries(A), ownRows(A, all)) << rows << " x " << cols << ", cut " << k;
-      EXPECT_EQ(A.getNnzs(), static_cast<G>(all.size()));
+      EXPECT_EQ(A.getDevice(), device);
+      expectEntries(A, all);
     }
   }
 }
 
 TYPED_TEST(AssemblyOverRanks, AMatrixWithGlobalIndicesIsSummedOverTheRanksThatHoldEntries) {
   using T = typename TypeParam::T;
-  using G = typename TypeParam::G;
+  using G = typename TypeParam::I;
   // Whoever holds entries: rank 0 alone, the last alone, all.
   for (const int holders : {0, 1, 2}) {
+    SCOPED_TRACE(holders);
     std::mt19937 rng(5);
     EntryMap<T> all;
-    test::HostCsr<T, G> mine;
+    HostCsr<T, G> mine;
     for (int r = 0; r < worldSize(); ++r) {
       const bool holds = holders == 2 || r == (holders == 0 ? 0 : worldSize() - 1);
       const G rows = holds ? static_cast<G>(4 + 3 * r) : G(0);
       for (G i = 0; i < rows; ++i) {
-        for (int n = 0; n < 3; ++n) {
+        // Some rows are empty, some long, with repeated columns.
+        for (int n = i % 4 == 3 ? 0 : (i % 5 == 2 ? 14 : 3); n > 0; --n) {
           const G j = static_cast<G>(rng() % 7);
-          const T v = test::smallValue<T>(rng);
+          const T v = smallValue<T>(rng);
           all[{i, j}] += v;
           if (r == worldRank()) mine.push(j, v);
         }
@@ -95,11 +98,12 @@ TYPED_TEST(AssemblyOverRanks, AMatrixWithGlobalIndicesIsSummedOverTheRanksThatHo
     }
     mine.cols = mine.rows > 0 ? 7 : 0;
     ParCSRMatrixT<T, G, int> A;
-    A.createByAssemble(test::sparseOf(Device(), mine), kCommWorld);
+    const Device device = rankDevices().back();
+    A.createByAssemble(sparseOf(device, mine), kCommWorld);
+    EXPECT_TRUE(mine.rows == 0 || A.getDevice() == device);
     EXPECT_EQ(A.getRows(), holders == 0 ? 4 : 1 + 3 * worldSize());
     EXPECT_EQ(A.getCols(), 7);
-    EXPECT_EQ(A.getNnzs(), static_cast<G>(all.size()));
-    EXPECT_EQ(ownEntries(A), ownRows(A, all)) << "holders " << holders;
+    expectEntries(A, all);
   }
 }
 
@@ -132,7 +136,7 @@ TEST(AssemblyOverRanksOnce, ARankWithoutEntriesKeepsUpWithChanges) {
   ParCSRMatrixT<double, long, int> A;
   A.create(n, n, Device());
   const std::vector<double> ones(static_cast<std::size_t>(n), 1.0);
-  const auto x = test::ownColumn(Device(), A.getColPartitioner(), ones);
+  const auto x = ownColumn(Device(), A.getColPartitioner(), ones);
   for (long row = 0; row < n; ++row) {
     A.beginAssemble();
     if (worldRank() == worldSize() - 1) {
@@ -141,8 +145,7 @@ TEST(AssemblyOverRanksOnce, ARankWithoutEntriesKeepsUpWithChanges) {
     A.endAssemble();
     std::vector<double> expected(static_cast<std::size_t>(n), 0.0);
     expected[static_cast<std::size_t>(row)] = static_cast<double>(2 * (n / 2 + 1));
-    EXPECT_EQ(test::valuesOf(A.matVec(x).getLocalMatrix()),
-              test::ownPart(A.getRowPartitioner(), expected));
+    EXPECT_EQ(valuesOf(A.matVec(x)), ownPart(A.getRowPartitioner(), expected));
   }
 }
 
@@ -156,12 +159,12 @@ TEST(AssemblyOverRanksOnce, RanksBeyondThePartsOwnNoRows) {
   A.beginAssemble();
   for (long i = 0; i < n; ++i) A.setValue(i, n - 1 - i, 1.0, SetValueMode::Add);
   A.endAssemble();
-  const auto y = A.matVec(test::ownColumn(Device(), cols, std::vector<double>(n, 1.0)));
+  const auto y = A.matVec(ownColumn(Device(), cols, std::vector<double>(n, 1.0)));
   EXPECT_EQ(A.getLocalRows(), y.getLocalMatrix().getRows());
-  EXPECT_EQ(test::valuesOf(y.getLocalMatrix()),
+  EXPECT_EQ(valuesOf(y.getLocalMatrix()),
             std::vector<double>(static_cast<std::size_t>(A.getLocalRows()), worldSize()));
   EXPECT_EQ(A.gather(0).getRows(), worldRank() == 0 ? n : 0);
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

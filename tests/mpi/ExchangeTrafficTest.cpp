@@ -10,29 +10,17 @@
 #include "mivo/comu/communication_tools.hpp"
 #include "mivo/comu/owner_tools.hpp"
 #include "mivo/mat/Matrix.hpp"
-#include "mivo/mpi_stub/mpi.h"
-#include "mivo/utils/communicator.hpp"
 #include "tests/support/message_spy.hpp"
+#include "tests/support/world.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
 
-using test::Message;
-using test::MessageSpy;
 using Messages = std::vector<Message>;
 
-class ExchangeTraffic : public testing::Test {
- protected:
-  void SetUp() override {
-    MPI_Comm_rank(kCommWorld, &rank);
-    MPI_Comm_size(kCommWorld, &size);
-  }
-  int rank = 0;
-  int size = 1;
-};
-
 // Rank r sends to + 1 words to each rank, itself included, from r / 2 on.
-TEST_F(ExchangeTraffic, ListsTravelAsTheirBytesAndOnlyWhereThereAreAny) {
+TEST(ExchangeTraffic, ListsTravelAsTheirBytesAndOnlyWhereThereAreAny) {
+  const int rank = worldRank(), size = worldSize();
   std::vector<std::vector<int>> send(static_cast<std::size_t>(size)), recv;
   Messages sent, opened;
   for (int i = 0; i < size; ++i) {
@@ -51,7 +39,8 @@ TEST_F(ExchangeTraffic, ListsTravelAsTheirBytesAndOnlyWhereThereAreAny) {
 
 // Two words for each id that another rank looks after, there and back; the second leg needs no
 // counts.
-TEST_F(ExchangeTraffic, OwnerSearchAsksEachDirectoryRankOnce) {
+TEST(ExchangeTraffic, OwnerSearchAsksEachDirectoryRankOnce) {
+  const int rank = worldRank(), size = worldSize();
   const std::vector<int> ids(rank == 0 ? 5 : 0, 1);
   std::vector<int> owners;
   const MessageSpy& spy = MessageSpy::start();
@@ -67,7 +56,8 @@ TEST_F(ExchangeTraffic, OwnerSearchAsksEachDirectoryRankOnce) {
 }
 
 // An empty object still has its header, here the two dimensions.
-TEST_F(ExchangeTraffic, ObjectsTravelWithTheirHeaderAlsoEmptyOnes) {
+TEST(ExchangeTraffic, ObjectsTravelWithTheirHeaderAlsoEmptyOnes) {
+  const int rank = worldRank(), size = worldSize();
   std::vector<IndexVector> send(static_cast<std::size_t>(size)), recv;
   send.back().create(3, 1, Device());
   send.back().fill(rank);
@@ -85,7 +75,8 @@ TEST_F(ExchangeTraffic, ObjectsTravelWithTheirHeaderAlsoEmptyOnes) {
 }
 
 // 8 bytes of dimensions, 24 of elements from the last rank alone.
-TEST_F(ExchangeTraffic, CollectivesMoveTheHeadersOfEmptyObjects) {
+TEST(ExchangeTraffic, CollectivesMoveTheHeadersOfEmptyObjects) {
+  const int rank = worldRank(), size = worldSize();
   MatrixT<double, int> mine;
   if (rank == size - 1) mine.create(3, 1, Device());
   mine.fill(1);
@@ -101,4 +92,4 @@ TEST_F(ExchangeTraffic, CollectivesMoveTheHeadersOfEmptyObjects) {
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

@@ -16,19 +16,8 @@
 #include "tests/support/halo.hpp"
 #include "tests/support/message_spy.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::helperThread;
-using test::Message;
-using test::MessageSpy;
-using test::Spread;
-using test::spreadColumn;
-using test::spreadMatrix;
-using test::testDevices;
-using test::valuesOf;
-using test::worldRank;
-using test::worldSize;
 
 template <class T>
 using Plan = SpMVCommPatternT<T, long, int>;
@@ -51,13 +40,7 @@ T bitsAt(long k, unsigned round) {
 }
 
 template <class T>
-bool sameBits(const T& a, const T& b) {
-  return std::memcmp(&a, &b, sizeof(T)) == 0;
-}
-
-template <class T>
 class HaloPlan : public testing::Test {};
-using ValueTypes = testing::Types<int, long, float, double, Complex<float>, Complex<double>>;
 TYPED_TEST_SUITE(HaloPlan, ValueTypes);
 
 TEST(HaloPlanRun, TakesTheWaitingRoutineFromTheEnvironment) {
@@ -68,39 +51,34 @@ TEST(HaloPlanRun, TakesTheWaitingRoutineFromTheEnvironment) {
 TEST(HaloPlanStructure, HasABlockForEachRankWhoseColumnsAreTouched) {
   using T = double;
   const int rank = worldRank(), size = worldSize();
-  for (const Device& device : testDevices()) {
-    for (const Spread& spread : test::spreads()) {
-      SCOPED_TRACE(spread.name);
-      const auto A = spreadMatrix<T>(spread, device);
-      A.prepareMatVec(false);
-      const Plan<T>& plan = A.getSpMVCommPattern();
-      std::vector<int> owners, readers, expectedOwners, expectedReaders;
-      for (int p = 0; p < size; ++p) {
-        if (!spread.touched(rank, p).empty()) expectedOwners.push_back(p);
-        if (p != rank && !spread.touched(p, rank).empty()) expectedReaders.push_back(p);
-      }
-      plan.recvTraversal([&](int p, typename Plan<T>::SpmvColBlock* block) {
-        owners.push_back(p);
-        const std::vector<int> needed = p == rank ? std::vector<int>() : spread.touched(rank, p);
-        EXPECT_EQ(block->col_start, spread.first(spread.cols, p));
-        EXPECT_EQ(block->col_end, spread.first(spread.cols, p + 1));
-        EXPECT_EQ(valuesOf(block->nzc_recv_indices), needed);
-        EXPECT_EQ(valuesOf(block->host_indices), needed);
-        EXPECT_EQ(block->host_recv_buffer.getSize(), static_cast<int>(needed.size()));
-        EXPECT_EQ(block->recv_x.getSize(), p == rank ? 0 : spread.size(spread.cols, p));
-        EXPECT_TRUE(p == rank || block->recv_x.getDevice().type == device.type);
-        EXPECT_NE(block->block, nullptr);
-      });
-      plan.sendTraversal([&](int q, typename Plan<T>::SpmvSendMeta* meta) {
-        readers.push_back(q);
-        EXPECT_EQ(valuesOf(meta->nzc_send_indices), spread.touched(q, rank));
-        EXPECT_EQ(valuesOf(meta->host_indices), spread.touched(q, rank));
-        EXPECT_EQ(meta->nzc_send_indices.getDevice().type, device.type);
-      });
-      EXPECT_EQ(owners, expectedOwners);
-      EXPECT_EQ(readers, expectedReaders);
+  forEachSpread<T>([&](const Spread& spread, const Device& device, const auto& A) {
+    const Plan<T>& plan = A.getSpMVCommPattern();
+    std::vector<int> owners, readers, expectedOwners, expectedReaders;
+    for (int p = 0; p < size; ++p) {
+      if (!spread.touched(rank, p).empty()) expectedOwners.push_back(p);
+      if (p != rank && !spread.touched(p, rank).empty()) expectedReaders.push_back(p);
     }
-  }
+    plan.recvTraversal([&](int p, typename Plan<T>::SpmvColBlock* block) {
+      owners.push_back(p);
+      const std::vector<int> needed = p == rank ? std::vector<int>() : spread.touched(rank, p);
+      EXPECT_EQ(block->col_start, spread.first(spread.cols, p));
+      EXPECT_EQ(block->col_end, spread.first(spread.cols, p + 1));
+      EXPECT_EQ(valuesOf(block->nzc_recv_indices), needed);
+      EXPECT_EQ(valuesOf(block->host_indices), needed);
+      EXPECT_EQ(block->host_recv_buffer.getSize(), static_cast<int>(needed.size()));
+      EXPECT_EQ(block->recv_x.getSize(), p == rank ? 0 : spread.size(spread.cols, p));
+      EXPECT_TRUE(p == rank || block->recv_x.getDevice().type == device.type);
+      EXPECT_NE(block->block, nullptr);
+    });
+    plan.sendTraversal([&](int q, typename Plan<T>::SpmvSendMeta* meta) {
+      readers.push_back(q);
+      EXPECT_EQ(valuesOf(meta->nzc_send_indices), spread.touched(q, rank));
+      EXPECT_EQ(valuesOf(meta->host_indices), spread.touched(q, rank));
+      EXPECT_EQ(meta->nzc_send_indices.getDevice().type, device.type);
+    });
+    EXPECT_EQ(owners, expectedOwners);
+    EXPECT_EQ(readers, expectedReaders);
+  });
 }
 
 /// Exchanges x and looks at the messages, the calls and what the blocks hold then.
@@ -126,7 +104,7 @@ void expectExchange(const Spread& spread, const Device& device, const Plan<T>& g
   int finished = 0;
   const auto main = std::this_thread::get_id();
   const MessageSpy& spy = MessageSpy::start();
-  test::Async<T> async;
+  Async<T> async;
   plan.exchange(
       x,
       [&](int p, typename Plan<T>::SpmvColBlock* block) {
@@ -150,9 +128,7 @@ void expectExchange(const Spread& spread, const Device& device, const Plan<T>& g
         }
         const std::vector<T> got = valuesOf(block->recv_x);
         ASSERT_EQ(got.size(), expected.size());
-        for (std::size_t k = 0; k < got.size(); ++k) {
-          EXPECT_TRUE(sameBits(got[k], expected[k])) << "entry " << k << " of rank " << p;
-        }
+        EXPECT_EQ(std::memcmp(got.data(), expected.data(), bytes<T>(got.size())), 0) << p;
       },
       [&] { ++finished; }, async.get());
   async.wait();
@@ -168,41 +144,31 @@ void expectExchange(const Spread& spread, const Device& device, const Plan<T>& g
 
 TYPED_TEST(HaloPlan, ExchangeMovesTheNeededEntriesAndNoOthers) {
   using T = TypeParam;
-  for (const Device& device : testDevices()) {
-    for (const Spread& spread : test::spreads()) {
-      SCOPED_TRACE(spread.name);
-      const auto A = spreadMatrix<T>(spread, device);
-      A.prepareMatVec(false);
-      for (unsigned round = 0; round < 2; ++round) {
-        expectExchange(spread, device, A.getSpMVCommPattern(), round);
-      }
+  forEachSpread<T>([&](const Spread& spread, const Device& device, const auto& A) {
+    for (unsigned round = 0; round < 2; ++round) {
+      expectExchange(spread, device, A.getSpMVCommPattern(), round);
     }
-  }
+  });
 }
 
 TEST(HaloPlanStructure, CopyForAnotherTypeExchangesAlike) {
   using T = double;
-  for (const Device& device : testDevices()) {
-    for (const Spread& spread : test::spreads()) {
-      SCOPED_TRACE(spread.name);
-      const auto A = spreadMatrix<T>(spread, device);
-      A.prepareMatVec(false);
-      Plan<float> copy, own;
-      Plan<Complex<double>> wide;
-      A.getSpMVCommPattern().copyStructure(copy, true);
-      A.getSpMVCommPattern().copyStructure(wide, false);
-      own.create(A);
-      expectExchange(spread, device, copy, 0);
-      expectExchange(spread, device, wide, 1);
-      expectExchange(spread, device, own, 2);
-    }
-  }
+  forEachSpread<T>([&](const Spread& spread, const Device& device, const auto& A) {
+    Plan<float> copy, own;
+    Plan<Complex<double>> wide;
+    A.getSpMVCommPattern().copyStructure(copy, true);
+    A.getSpMVCommPattern().copyStructure(wide, false);
+    own.create(A);
+    expectExchange(spread, device, copy, 0);
+    expectExchange(spread, device, wide, 1);
+    expectExchange(spread, device, own, 2);
+  });
 }
 
 // Rank 0 joins only when rank 1 has been handed the block of rank 2.
 TEST(HaloPlanOrder, BlocksAreHandedOnAsTheyArriveOrInRankOrder) {
   const int rank = worldRank(), size = worldSize();
-  const Spread spread = {"dense", test::evenly(size, size), test::evenly(size, size),
+  const Spread spread = {"dense", evenly(size, size), evenly(size, size),
                          [](long, long) { return true; }};
   const auto A = spreadMatrix<double>(spread, Device());
   A.prepareMatVec(false);
@@ -218,7 +184,7 @@ TEST(HaloPlanOrder, BlocksAreHandedOnAsTheyArriveOrInRankOrder) {
     MPI_Wait(&request, &status);
   }
   std::vector<int> order;
-  test::Async<double> async;
+  Async<double> async;
   plan.exchange(
       x, nullptr,
       [&](int p, Plan<double>::SpmvColBlock*) {
@@ -239,52 +205,46 @@ TEST(HaloPlanOrder, BlocksAreHandedOnAsTheyArriveOrInRankOrder) {
 TEST(HaloPlanStructure, TableAndDumpTellOfEachBlock) {
   using T = double;
   const int rank = worldRank(), size = worldSize();
-  for (const Device& device : testDevices()) {
-    for (const Spread& spread : test::spreads()) {
-      SCOPED_TRACE(spread.name);
-      const auto A = spreadMatrix<T>(spread, device);
-      A.prepareMatVec(false);
-      Plan<T> plan = A.getSpMVCommPattern();
-      plan.fill(T(9));
-      plan.initReverseExchange();
-      MatrixT<COT_RawCommPattern<T, int>, int> table;
-      plan.getRawMat(table);
-      const COT_RawCommPattern<T, int>* record = table.getData();
-      int blocks = 0;
-      std::ostringstream expected;
-      plan.recvTraversal([&](int p, typename Plan<T>::SpmvColBlock* block) {
-        EXPECT_EQ(record->procId, p);
-        EXPECT_EQ(record->recv_x_size, p == rank ? 0 : spread.size(spread.cols, p));
-        EXPECT_EQ(record->nzc_recv_size, block->nzc_recv_indices.getSize());
-        EXPECT_EQ(record->recv_x, block->recv_x.getData());
-        EXPECT_EQ(record->col_start, spread.first(spread.cols, p));
-        EXPECT_EQ(record->recv_write_flag, block->recv_write_flag.getData());
-        EXPECT_EQ(block->recv_write_flag.getSize(), record->recv_x_size);
-        for (const T& v : valuesOf(block->recv_x)) EXPECT_EQ(v, T(9));
-        for (const int flag : valuesOf(block->recv_write_flag)) EXPECT_EQ(flag, 0);
-        const auto text = [](const auto& m) { return m.toDevice(Device()).getString(); };
-        expected << "  blk " << blocks++ << " procId " << p << " col_start " << block->col_start
-                 << " nzc_recv_indices " << text(block->nzc_recv_indices) << " recv_x "
-                 << text(block->recv_x) << " recv_write_flag " << text(block->recv_write_flag)
-                 << "\n";
-        ++record;
-      });
-      EXPECT_EQ(table.getSize(), blocks);
-      int metas = 0;
-      plan.sendTraversal([&](int q, typename Plan<T>::SpmvSendMeta* meta) {
-        expected << "  blk " << metas++ << " procId " << q << " nzc_send_indices "
-                 << meta->host_indices.getString() << " send_x " << meta->send_x.getString()
-                 << "\n";
-      });
-      std::ostringstream dump;
-      plan.saveToStream(dump, 3);
-      std::ostringstream head;
-      head << "SpMVCommPattern nprocs " << size << " myrank " << rank << " nblocks " << blocks
-           << "\n";
-      EXPECT_EQ(dump.str(), head.str() + expected.str());
-    }
-  }
+  forEachSpread<T>([&](const Spread& spread, const Device&, const auto& A) {
+    Plan<T> plan = A.getSpMVCommPattern();
+    plan.fill(T(9));
+    plan.initReverseExchange();
+    MatrixT<COT_RawCommPattern<T, int>, int> table;
+    plan.getRawMat(table);
+    const COT_RawCommPattern<T, int>* record = table.getData();
+    int blocks = 0;
+    std::ostringstream expected;
+    plan.recvTraversal([&](int p, typename Plan<T>::SpmvColBlock* block) {
+      EXPECT_EQ(record->procId, p);
+      EXPECT_EQ(record->recv_x_size, p == rank ? 0 : spread.size(spread.cols, p));
+      EXPECT_EQ(record->nzc_recv_size, block->nzc_recv_indices.getSize());
+      EXPECT_EQ(record->recv_x, block->recv_x.getData());
+      EXPECT_EQ(record->col_start, spread.first(spread.cols, p));
+      EXPECT_EQ(record->recv_write_flag, block->recv_write_flag.getData());
+      EXPECT_EQ(block->recv_write_flag.getSize(), record->recv_x_size);
+      for (const T& v : valuesOf(block->recv_x)) EXPECT_EQ(v, T(9));
+      for (const int flag : valuesOf(block->recv_write_flag)) EXPECT_EQ(flag, 0);
+      const auto text = [](const auto& m) { return m.toDevice(Device()).getString(); };
+      expected << "  blk " << blocks++ << " procId " << p << " col_start " << block->col_start
+               << " nzc_recv_indices " << text(block->nzc_recv_indices) << " recv_x "
+               << text(block->recv_x) << " recv_write_flag " << text(block->recv_write_flag)
+               << "\n";
+      ++record;
+    });
+    EXPECT_EQ(table.getSize(), blocks);
+    int metas = 0;
+    plan.sendTraversal([&](int q, typename Plan<T>::SpmvSendMeta* meta) {
+      expected << "  blk " << metas++ << " procId " << q << " nzc_send_indices "
+               << meta->host_indices.getString() << " send_x " << meta->send_x.getString() << "\n";
+    });
+    std::ostringstream dump;
+    plan.saveToStream(dump, 3);
+    std::ostringstream head;
+    head << "SpMVCommPattern nprocs " << size << " myrank " << rank << " nblocks " << blocks
+         << "\n";
+    EXPECT_EQ(dump.str(), head.str() + expected.str());
+  });
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

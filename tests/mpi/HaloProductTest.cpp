@@ -12,20 +12,8 @@
 #include "tests/support/halo.hpp"
 #include "tests/support/message_spy.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::entryAt;
-using test::Message;
-using test::MessageSpy;
-using test::ParSparse;
-using test::Spread;
-using test::spreadColumn;
-using test::spreadMatrix;
-using test::testDevices;
-using test::valuesOf;
-using test::worldRank;
-using test::worldSize;
 
 using Vector = ParMatrixT<double, long, int>;
 using Matrix = ParSparse<double>;
@@ -35,7 +23,7 @@ void expectProduct(const Spread& spread, const Matrix& A, double start) {
   const auto x = spreadColumn<double>(spread.cols, A.getDevice(),
                                       [&](long k) { return static_cast<double>(k) + start; });
   Vector y;
-  test::Async<double> async;
+  Async<double> async;
   A.matVec(x, y, async.get());
   async.wait();
   std::vector<double> expected;
@@ -48,11 +36,11 @@ void expectProduct(const Spread& spread, const Matrix& A, double start) {
       }
     }
   }
-  EXPECT_EQ(valuesOf(y.getLocalMatrix()), expected);
+  EXPECT_EQ(valuesOf(y), expected);
 }
 
 Spread spreadNamed(const std::string& name) {
-  for (const Spread& spread : test::spreads()) {
+  for (const Spread& spread : spreads()) {
     if (spread.name == name) return spread;
   }
   ADD_FAILURE() << name;
@@ -91,7 +79,7 @@ TEST(HaloProduct, PlanFollowsAChangeOfTheMatrix) {
     // Only the last rank's rows change, and it alone has new ghosts.
     const long changed = spread.first(spread.rows, last);
     spread.stored = [=](long i, long j) { return i >= changed || before.stored(i, j); };
-    if (worldRank() == last) A.setLocalMatrix(test::blocksOf<double>(spread, device));
+    if (worldRank() == last) A.setLocalMatrix(blocksOf<double>(spread, device));
     A.prepareMatVec(true);
     expectProduct(spread, A, 2);
     expectProduct(before, copy, 3);
@@ -125,34 +113,30 @@ TEST(HaloProduct, PlanIsMadeAnewByAllRanksWhenOnlySomeChangeTheirDevice) {
 TEST(HaloProduct, PartsAreAddedInRankOrderToTheBit) {
   const int rank = worldRank();
   if (Utils::isWaitSome() && worldSize() > 2) GTEST_SKIP() << "parts are added as they arrive";
-  for (const Device& device : testDevices()) {
-    for (const Spread& spread : test::spreads()) {
-      SCOPED_TRACE(spread.name);
-      const auto at = [](long k) { return 1. / (3. + static_cast<double>(k)); };
-      const Matrix A = spreadMatrix<double>(spread, device);
-      Vector y;
-      test::Async<double> async;
-      A.matVec(spreadColumn<double>(spread.cols, device, at), y, async.get());
-      async.wait();
-      const std::vector<double> got = valuesOf(y.getLocalMatrix());
-      ASSERT_EQ(got.size(), static_cast<std::size_t>(spread.size(spread.rows, rank)));
-      for (std::size_t i = 0; i < got.size(); ++i) {
-        const long row = spread.first(spread.rows, rank) + static_cast<long>(i);
-        double sum = 0;
-        for (int k = 0; k < worldSize(); ++k) {
-          // The own part comes first.
-          const int p = k == 0 ? rank : k <= rank ? k - 1 : k;
-          double part = 0;
-          for (long j = spread.first(spread.cols, p); j < spread.first(spread.cols, p + 1); ++j) {
-            if (spread.stored(row, j)) part += entryAt<double>(row, j) * at(j);
-          }
-          sum += part;
+  const auto at = [](long k) { return 1. / (3. + static_cast<double>(k)); };
+  forEachSpread<double>([&](const Spread& spread, const Device& device, const auto& A) {
+    Vector y;
+    Async<double> async;
+    A.matVec(spreadColumn<double>(spread.cols, device, at), y, async.get());
+    async.wait();
+    const std::vector<double> got = valuesOf(y);
+    ASSERT_EQ(got.size(), static_cast<std::size_t>(spread.size(spread.rows, rank)));
+    for (std::size_t i = 0; i < got.size(); ++i) {
+      const long row = spread.first(spread.rows, rank) + static_cast<long>(i);
+      double sum = 0;
+      for (int k = 0; k < worldSize(); ++k) {
+        // The own part comes first.
+        const int p = k == 0 ? rank : k <= rank ? k - 1 : k;
+        double part = 0;
+        for (long j = spread.first(spread.cols, p); j < spread.first(spread.cols, p + 1); ++j) {
+          if (spread.stored(row, j)) part += entryAt<double>(row, j) * at(j);
         }
-        EXPECT_EQ(std::memcmp(&got[i], &sum, sizeof(sum)), 0) << "row " << row;
+        sum += part;
       }
+      EXPECT_EQ(std::memcmp(&got[i], &sum, sizeof(sum)), 0) << "row " << row;
     }
-  }
+  });
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

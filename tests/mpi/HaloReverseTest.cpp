@@ -10,19 +10,8 @@
 #include "tests/support/halo.hpp"
 #include "tests/support/message_spy.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::entryAt;
-using test::Message;
-using test::MessageSpy;
-using test::Spread;
-using test::spreadColumn;
-using test::spreadMatrix;
-using test::testDevices;
-using test::valuesOf;
-using test::worldRank;
-using test::worldSize;
 
 template <class T>
 using Plan = SpMVCommPatternT<T, long, int>;
@@ -98,45 +87,40 @@ TYPED_TEST(HaloReverse, SendsTheFlaggedEntriesToTheirOwnersInRankOrder) {
   const int rank = worldRank();
   // Depends on the order of the values.
   const auto reduce = [](const T& a, const T& b) { return a + a + b; };
-  for (const Device& device : testDevices()) {
-    for (const Spread& spread : test::spreads()) {
-      SCOPED_TRACE(spread.name);
-      const auto A = spreadMatrix<T>(spread, device);
-      A.prepareMatVec(false);
-      Plan<T> plan = A.getSpMVCommPattern();
-      for (const Flagged flagged : {&isFlagged, &nothingFlagged}) {
-        for (const bool masked : {true, false}) {
-          writeGhosts(spread, plan, flagged);
-          const auto x = spreadColumn<T>(spread.cols, device, [](long) { return T(1); });
-          const auto mask = spreadColumn<int>(spread.cols, device, [](long k) { return int(k); });
-          const MessageSpy& spy = MessageSpy::start();
-          if (masked) {
-            plan.reverseExchange(x, mask, reduce, [](const int& a, const int& b) {
-              EXPECT_EQ(b, 1);
-              return 10 * a + b;
-            });
-          } else {
-            plan.reverseExchange(x, reduce);
-          }
-          EXPECT_EQ(spy.sent, messages<T>(spread, flagged, true));
-          EXPECT_EQ(spy.opened, messages<T>(spread, flagged, false));
-
-          std::vector<T> values;
-          std::vector<int> flags;
-          for (int k = 0; k < spread.size(spread.cols, rank); ++k) {
-            values.push_back(T(1));
-            flags.push_back(static_cast<int>(spread.first(spread.cols, rank)) + k);
-            for (const int r : sendersOf(spread, k, flagged)) {
-              values.back() = reduce(values.back(), ghostAt<T>(r, k));
-              if (masked) flags.back() = 10 * flags.back() + 1;
-            }
-          }
-          EXPECT_EQ(valuesOf(x.getLocalMatrix()), values);
-          EXPECT_EQ(valuesOf(mask.getLocalMatrix()), flags);
+  forEachSpread<T>([&](const Spread& spread, const Device& device, const auto& A) {
+    Plan<T> plan = A.getSpMVCommPattern();
+    for (const Flagged flagged : {&isFlagged, &nothingFlagged}) {
+      for (const bool masked : {true, false}) {
+        writeGhosts(spread, plan, flagged);
+        const auto x = spreadColumn<T>(spread.cols, device, [](long) { return T(1); });
+        const auto mask = spreadColumn<int>(spread.cols, device, [](long k) { return int(k); });
+        const MessageSpy& spy = MessageSpy::start();
+        if (masked) {
+          plan.reverseExchange(x, mask, reduce, [](const int& a, const int& b) {
+            EXPECT_EQ(b, 1);
+            return 10 * a + b;
+          });
+        } else {
+          plan.reverseExchange(x, reduce);
         }
+        EXPECT_EQ(spy.sent, messages<T>(spread, flagged, true));
+        EXPECT_EQ(spy.opened, messages<T>(spread, flagged, false));
+
+        std::vector<T> values;
+        std::vector<int> flags;
+        for (int k = 0; k < spread.size(spread.cols, rank); ++k) {
+          values.push_back(T(1));
+          flags.push_back(static_cast<int>(spread.first(spread.cols, rank)) + k);
+          for (const int r : sendersOf(spread, k, flagged)) {
+            values.back() = reduce(values.back(), ghostAt<T>(r, k));
+            if (masked) flags.back() = 10 * flags.back() + 1;
+          }
+        }
+        EXPECT_EQ(valuesOf(x), values);
+        EXPECT_EQ(valuesOf(mask), flags);
       }
     }
-  }
+  });
 }
 
 /// The rows that the ghost columns of this rank name, at their global numbers.
@@ -166,26 +150,21 @@ void expectGhostRows(const Spread& spread, const CSRMatrixT<T, int>& rows) {
   if (rows.getNnz() == 0) return;
   EXPECT_EQ(rows.getRows(), static_cast<int>(spread.rows.back()));
   EXPECT_EQ(rows.getCols(), static_cast<int>(spread.cols.back()));
-  EXPECT_EQ(test::plainOf(rows).dense(), expected);
+  EXPECT_EQ(plainOf(rows).dense(), expected);
 }
 
 TEST(HaloGhostMatrix, HasTheRowsThatTheGhostColumnsName) {
-  for (const Device& device : testDevices()) {
-    for (const Spread& spread : test::spreads()) {
-      if (!spread.isSquare()) continue;
-      SCOPED_TRACE(spread.name);
-      const auto A = spreadMatrix<double>(spread, device);
-      const auto whole = spreadMatrix<int>(spread, device);
-      A.prepareMatVec(false);
-      const Plan<double>& plan = A.getSpMVCommPattern();
-      const auto rows = plan.getGhostMatrix(A);
-      EXPECT_TRUE(rows.getNnz() == 0 || rows.getDevice().type == device.type);
-      expectGhostRows(spread, rows);
-      // The plan serves a matrix of other values with the same pattern.
-      expectGhostRows(spread, plan.getGhostMatrix(whole));
-    }
-  }
+  forEachSpread<double>([&](const Spread& spread, const Device& device, const auto& A) {
+    if (!spread.isSquare()) return;
+    const auto whole = spreadMatrix<int>(spread, device);
+    const Plan<double>& plan = A.getSpMVCommPattern();
+    const auto rows = plan.getGhostMatrix(A);
+    EXPECT_TRUE(rows.getNnz() == 0 || rows.getDevice().type == device.type);
+    expectGhostRows(spread, rows);
+    // The plan serves a matrix of other values with the same pattern.
+    expectGhostRows(spread, plan.getGhostMatrix(whole));
+  });
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

@@ -5,12 +5,8 @@
 
 #include "tests/support/ranks.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::rankDevices;
-using test::worldRank;
-using test::worldSize;
 
 // A handful of rows far out in a range that 32 bits cannot number: all that a rank allocates goes
 // by its own rows.
@@ -62,4 +58,4 @@ TEST(LargeIndices, RowsAboveTwoToThe32AreAssembledAndMultiplied) {
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

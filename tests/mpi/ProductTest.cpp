@@ -7,22 +7,11 @@
 
 #include "tests/support/ranks.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::denseAxpby;
-using test::HostCsr;
-using test::ownColumn;
-using test::ownPart;
-using test::rankDevices;
-using test::valuesOf;
-using test::worldCuts;
-using test::worldRank;
-using test::worldSize;
 
 template <class T>
 class ProductOverRanks : public testing::Test {};
-using ValueTypes = testing::Types<int, long, float, double, Complex<float>, Complex<double>>;
 TYPED_TEST_SUITE(ProductOverRanks, ValueTypes);
 
 TYPED_TEST(ProductOverRanks, EqualsTheDenseProduct) {
@@ -32,16 +21,16 @@ TYPED_TEST(ProductOverRanks, EqualsTheDenseProduct) {
   const std::vector<std::pair<T, T>> scalars = {
       {T(1), T(0)}, {T(0), T(1)}, {T(R(-2)), T(R(3))}, {T(0), T(0)}};
   for (const auto& [rows, cols] : std::vector<std::pair<int, int>>{{40, 40}, {31, 12}, {3, 21}}) {
-    const HostCsr<T> a = test::randomCsr<T>(rng, rows, cols);
-    const std::vector<T> x = test::smallVector<T>(rng, static_cast<std::size_t>(cols));
-    const std::vector<T> y = test::smallVector<T>(rng, static_cast<std::size_t>(rows));
+    const HostCsr<T> a = randomCsr<T>(rng, rows, cols);
+    const std::vector<T> x = smallVector<T>(rng, static_cast<std::size_t>(cols));
+    const std::vector<T> y = smallVector<T>(rng, static_cast<std::size_t>(rows));
     const auto row_cuts = worldCuts<long>(rows, rng), col_cuts = worldCuts<long>(cols, rng);
     for (std::size_t k = 0; k < row_cuts.size() + 2; ++k) {
       const auto& row_part = row_cuts[k % row_cuts.size()];
       const auto& col_part = col_cuts[(k + k / row_cuts.size()) % col_cuts.size()];
       for (const Device& device : rankDevices()) {
         SCOPED_TRACE(device.getString() + ", cut " + std::to_string(k));
-        auto A = test::distributed<T, long>(device, row_part, col_part, a);
+        auto A = distributed<T, long>(device, row_part, col_part, a);
         const auto xs = ownColumn(device, col_part, x);
         for (const auto& [alpha, beta] : scalars) {
           // What must not be read is not a number.
@@ -51,8 +40,7 @@ TYPED_TEST(ProductOverRanks, EqualsTheDenseProduct) {
           }
           auto ys = ownColumn(device, row_part, start);
           A.aAxpby(alpha, xs, beta, ys, nullptr);
-          EXPECT_EQ(valuesOf(ys.getLocalMatrix()),
-                    ownPart(row_part, denseAxpby(a.dense(), alpha, x, beta, y)))
+          EXPECT_EQ(valuesOf(ys), ownPart(row_part, denseAxpby(a.dense(), alpha, x, beta, y)))
               << alpha << ", " << beta;
         }
       }
@@ -98,10 +86,10 @@ TEST(ProductOverRanksOnce, ARemoteBlockAddsItsProductToTheBit) {
         if (worldSize() > 1) out += alpha * remote;
       }
       for (const Device& device : rankDevices()) {
-        auto A = test::distributed<double, long>(device, part, part, a);
+        auto A = distributed<double, long>(device, part, part, a);
         auto ys = ownColumn(device, part, y);
         A.aAxpby(alpha, ownColumn(device, part, x), beta, ys, nullptr);
-        const auto result = valuesOf(ys.getLocalMatrix()), wanted = ownPart(part, expected);
+        const auto result = valuesOf(ys), wanted = ownPart(part, expected);
         EXPECT_EQ(0, std::memcmp(result.data(), wanted.data(), wanted.size() * sizeof(double)))
             << device.getString() << ", alpha " << alpha << ", beta " << beta;
         EXPECT_EQ(result, wanted);
@@ -111,4 +99,4 @@ TEST(ProductOverRanksOnce, ARemoteBlockAddsItsProductToTheBit) {
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

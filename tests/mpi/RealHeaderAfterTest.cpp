@@ -11,6 +11,8 @@
 #include <gtest/gtest.h>
 
 #include "tests/mpi/encoding.hpp"
+#include "tests/support/operators.hpp"
+#include "tests/support/poisson.hpp"
 
 namespace mivo {
 namespace test {
@@ -40,35 +42,20 @@ TEST(RealHeader, AgreesWithTheRequestsOfThePublicHeader) {
   EXPECT_EQ(Plan::SpmvSendMeta().send_request, MPI_REQUEST_NULL);
 }
 
-/// Solves a tridiagonal system on the ranks of a communicator and compares with the solution.
+/// Solves on the ranks of a communicator and compares with the solution of one rank.
 void solveOn(MPI_Comm comm) {
-  const long n = 23;
-  ParCSRMatrixT<double, long, int> A;
-  A.create(n, n, Device(), comm);
-  ParMatrixT<double, long, int> x(n, Device(), comm), b(n, Device(), comm);
+  const json problem = {{"dim", 1}, {"N", 23}};
+  const test::Poisson<double> system(problem, Device(), comm);
   int rank = 0, size = 1;
   MPI_Comm_rank(comm, &rank);
   MPI_Comm_size(comm, &size);
   long begin = 0, end = 0;
-  A.getOwnerShipRange(&begin, &end);
-  EXPECT_EQ(end - begin, n / size + (rank < n % size ? 1 : 0));
-  A.beginAssemble();
-  // Each rank sets the rows of its neighbour.
-  for (long i = 0; i < n; ++i) {
-    if (i % size != rank) continue;
-    A.setValue(i, i, 4, SetValueMode::Set);
-    if (i > 0) A.setValue(i, i - 1, -1, SetValueMode::Set);
-    if (i < n - 1) A.setValue(i, i + 1, -1, SetValueMode::Set);
-  }
-  A.endAssemble();
-  for (long i = begin; i < end; ++i) b.setElementValue(i, 0, i == 0 || i == n - 1 ? 3 : 2);
-  x.fill(0);
-  auto solver = ParSolverT<double, long, int>::getFactory().createInstance(
-      json{{"solver_type", "SolverPCG"}, {"SolverPCG_params", {{"rtol", 1e-12}}}});
-  int iterations = 0;
-  double residual = 1;
-  solver->solve(A, b, x, iterations, residual);
-  for (long i = begin; i < end; ++i) EXPECT_NEAR(x.getElementValue(i, 0, nullptr), 1, 1e-10);
+  system.A.getOwnerShipRange(&begin, &end);
+  EXPECT_EQ(end - begin, 23 / size + (rank < 23 % size ? 1 : 0));
+  const test::PoissonSolve<double> here(system, "PrecondJacobi"),
+      alone(test::Poisson<double>(problem, Device(), kCommSelf), "PrecondJacobi");
+  EXPECT_EQ(here.history.size(), alone.history.size());
+  test::expectNear(here.x, {alone.x.begin() + begin, alone.x.begin() + end});
 }
 
 TEST(RealHeader, CommunicatorsOfTheProgramCarryMatrices) {

@@ -4,60 +4,16 @@
 #include <cmath>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "mivo/precond/ParSmootherSOR.hpp"
-#include "mivo/solver/ParSolver.hpp"
-#include "mivo/testcase/TestCase.hpp"
-#include "mivo/utils/Factory.hpp"
-#include "mivo/utils/json.hpp"
 #include "tests/support/operators.hpp"
+#include "tests/support/poisson.hpp"
 #include "tests/support/ranks.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::expectNear;
-using test::HostCsr;
-using test::ownColumn;
-using test::ownPart;
-using test::worldCuts;
-using test::worldSize;
-
-template <class T>
-struct Solve {
-  std::vector<RealType<T>> history;  ///< |r| by iteration
-  RealType<T> relres = 1;
-  std::vector<T> x;  ///< this rank's part
-};
-
-template <class T>
-Solve<T> solvePoisson(int comm, const json& problem, const std::string& precond,
-                      const json& params = json()) {
-  auto testcase = TestCaseT<T, long, int>::getFactory().createInstance(
-      {{"testcase_type", "PoissonFDM"}, {"PoissonFDM_params", problem}});
-  testcase->setDeviceAndComm(Device(), comm);
-  ParCSRMatrixT<T, long, int> A;
-  ParMatrixT<T, long, int> x, b;
-  testcase->generate(A, x, b);
-  x.fill(T(0));
-  auto solver = ParSolverT<T, long, int>::getFactory().createInstance(
-      {{"solver_type", "SolverPCG"},
-       {"SolverPCG_params",
-        {{"rtol", 1e-9},
-         {"preconditioner", {{"preconditioner_type", precond}, {precond + "_params", params}}}}}});
-  Solve<T> out;
-  solver->observer = [&](int, RealType<T> r, RealType<T>, RealType<T>) {
-    out.history.push_back(r);
-  };
-  solver->preconditioner->setup(A);
-  solver->setup(A);
-  int iterations = 0;
-  solver->solve(A, b, x, iterations, out.relres);
-  EXPECT_EQ(static_cast<std::size_t>(iterations) + 1, out.history.size());
-  out.x = test::valuesOf(x.getLocalMatrix());
-  return out;
-}
 
 template <class T>
 class SolveOverRanks : public testing::Test {};
@@ -66,10 +22,10 @@ TYPED_TEST_SUITE(SolveOverRanks, DoubleTypes);
 
 TYPED_TEST(SolveOverRanks, JacobiPCGTakesTheStepsOfOneRank) {
   using T = TypeParam;
-  for (const json& problem : {json{{"dim", 1}, {"N", 20}}, json{{"dim", 2}, {"N", 11}},
-                              json{{"dim", 3}, {"N", 6}}, json{{"dim", 1}, {"N", 3}}}) {
-    const auto alone = solvePoisson<T>(kCommSelf, problem, "PrecondJacobi");
-    const auto together = solvePoisson<T>(kCommWorld, problem, "PrecondJacobi");
+  // The second one has fewer rows than there may be ranks.
+  for (const json& problem : {json{{"dim", 3}, {"N", 6}}, json{{"dim", 1}, {"N", 3}}}) {
+    const PoissonSolve<T> alone(Poisson<T>(problem, Device(), kCommSelf), "PrecondJacobi");
+    const PoissonSolve<T> together(Poisson<T>(problem), "PrecondJacobi");
     ASSERT_EQ(together.history.size(), alone.history.size()) << problem;
     for (std::size_t k = 0; k < alone.history.size(); ++k) {
       // Where the method ends, what is left is rounding.
@@ -85,9 +41,9 @@ TYPED_TEST(SolveOverRanks, JacobiPCGTakesTheStepsOfOneRank) {
 
 // A single SOR sweep is no symmetric operator, so that conjugate gradients take the symmetric form.
 TEST(SolveOverRanksOnce, HybridSweepsStillPreconditionPCG) {
-  const json problem = {{"dim", 2}, {"N", 16}};
-  const auto plain = solvePoisson<double>(kCommWorld, problem, "PrecondJacobi");
-  const auto ssor = solvePoisson<double>(kCommWorld, problem, "PrecondSSOR");
+  const json problem = {{"dim", 2}, {"N", 10}};
+  const PoissonSolve<double> plain(Poisson<double>(problem), "PrecondJacobi"),
+      ssor(Poisson<double>(problem), "PrecondSSOR");
   EXPECT_LE(ssor.relres, 1e-8);
   EXPECT_LT(ssor.history.size(), plain.history.size());
 }
@@ -112,39 +68,54 @@ void hybridSweep(const HostCsr<T>& a, const std::vector<long>& offsets, const st
   }
 }
 
-TYPED_TEST(SolveOverRanks, GhostsAreFrozenDuringASweep) {
+template <class T>
+class SweepsOverRanks : public testing::Test {};
+TYPED_TEST_SUITE(SweepsOverRanks, ScalarTypes);
+
+TYPED_TEST(SweepsOverRanks, FollowTheirDirectionWithFrozenGhosts) {
   using T = TypeParam;
   using R = RealType<T>;
   std::mt19937 rng(29);
   const int n = 23;
-  HostCsr<T> a = test::randomCsr<T>(rng, n, n);
+  HostCsr<T> a = randomCsr<T>(rng, n, n);
   a = HostCsr<T>::build(n, n, [&](int i, HostCsr<T>& out) {
     for (const auto& [j, v] : a.row(i)) {
       if (j != i) out.push(j, v);
     }
     out.push(i, T(R(90)));
   });
-  const auto b = test::smallVector<T>(rng, n), start = test::smallVector<T>(rng, n);
+  const auto b = smallVector<T>(rng, n), start = smallVector<T>(rng, n);
   for (const auto& part : worldCuts<long>(n, rng)) {
-    for (const Device& device : test::rankDevices()) {
-      auto A = test::distributed<T, long>(device, part, part, a);
+    for (const Device& device : rankDevices()) {
+      auto A = distributed<T, long>(device, part, part, a);
       const auto rhs = ownColumn(device, part, b);
-      for (const std::string name : {"PrecondSOR", "PrecondSSOR"}) {
-        auto expected = start;
-        for (int k = 0; k < 2; ++k) {
-          hybridSweep(a, part.getOffsets(), b, R(1.25), true, expected);
-          if (name == "PrecondSSOR") {
-            hybridSweep(a, part.getOffsets(), b, R(1.25), false, expected);
+      for (const auto& [name, forward, omega] :
+           std::vector<std::tuple<std::string, bool, double>>{{"PrecondSOR", true, 1.25},
+                                                              {"PrecondSOR", false, 1.0},
+                                                              {"PrecondSSOR", true, 1.25},
+                                                              {"PrecondSSOR", false, 1.25}}) {
+        SCOPED_TRACE(name + (forward ? " forward" : " backward"));
+        std::vector<T> expected = start, fromZero(n, T(0));
+        for (auto* x : {&expected, &fromZero}) {
+          for (int k = 0; k < 2; ++k) {
+            hybridSweep(a, part.getOffsets(), b, R(omega), forward, *x);
+            if (name == "PrecondSOR") continue;
+            hybridSweep(a, part.getOffsets(), b, R(omega), !forward, *x);
           }
         }
-        auto sor = std::dynamic_pointer_cast<ParSmootherSOR_T<T, long, int>>(
-            ParPreconditionerT<T, long, int>::getFactory().createInstance(
-                {{"preconditioner_type", name},
-                 {name + "_params", {{"relax", 1.25}, {"nsweeps", 2}}}}));
+        const auto sor = makePreconditioner<ParSmootherSOR_T<T, long, int>, T>(
+            name, {{"relax", omega}, {"forward", forward}, {"nsweeps", 2}});
         sor->setup(A);
         auto x = ownColumn(device, part, start);
         sor->smooth(rhs, x);
-        expectNear(test::valuesOf(x.getLocalMatrix()), ownPart(part, expected));
+        expectNear(valuesOf(x), ownPart(part, expected));
+        sor->initial_zero = false;
+        x = ownColumn(device, part, start);
+        sor->precondition(rhs, x);
+        expectNear(valuesOf(x), ownPart(part, expected));
+        sor->initial_zero = true;
+        sor->precondition(rhs, x);
+        expectNear(valuesOf(x), ownPart(part, fromZero));
       }
     }
   }
@@ -159,14 +130,14 @@ TYPED_TEST(SolveOverRanks, JacobiFromZeroExchangesZerosWhateverXHeld) {
   const auto a = HostCsr<T>::build(n, n, [&](int i, HostCsr<T>& out) {
     for (int j = 0; j < n; ++j) out.push(j, T(i == j ? R(2 + i) : R(1)));
   });
-  const auto b = test::smallVector<T>(rng, n), garbage = test::smallVector<T>(rng, n);
+  const auto b = smallVector<T>(rng, n), garbage = smallVector<T>(rng, n);
   std::vector<T> expected = b;
   for (int i = 0; i < n; ++i) expected[static_cast<std::size_t>(i)] /= T(R(2 + i));
   auto jacobi = ParPreconditionerT<T, long, int>::getFactory().createInstance(
       {{"preconditioner_type", "PrecondJacobi"}});
   for (const auto& part : worldCuts<long>(n, rng)) {
-    for (const Device& device : test::rankDevices()) {
-      auto A = test::distributed<T, long>(device, part, part, a);
+    for (const Device& device : rankDevices()) {
+      auto A = distributed<T, long>(device, part, part, a);
       const auto rhs = ownColumn(device, part, b);
       auto x = ownColumn(device, part, garbage);
       auto y = ownColumn(device, part, garbage);
@@ -174,11 +145,11 @@ TYPED_TEST(SolveOverRanks, JacobiFromZeroExchangesZerosWhateverXHeld) {
       jacobi->setup(A);
       for (int call = 0; call < 2; ++call) {
         jacobi->precondition(rhs, x);
-        expectNear(test::valuesOf(x.getLocalMatrix()), ownPart(part, expected));
+        expectNear(valuesOf(x), ownPart(part, expected));
       }
       A.getSpMVCommPattern().recvTraversal([&](int owner, auto* block) {
-        if (owner == test::worldRank()) return;
-        const auto ghosts = test::valuesOf(block->recv_x);
+        if (owner == worldRank()) return;
+        const auto ghosts = valuesOf(block->recv_x);
         EXPECT_EQ(ghosts, std::vector<T>(ghosts.size(), T(0))) << "from rank " << owner;
       });
     }
@@ -186,4 +157,4 @@ TYPED_TEST(SolveOverRanks, JacobiFromZeroExchangesZerosWhateverXHeld) {
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

@@ -35,47 +35,41 @@ TYPED_TEST_SUITE(MatOpsTest, Cases);
 constexpr long kRows = 7, kCols = 3, kPicked = 5;
 const std::vector<int> kIndices = {6, 0, 0, 3, 5};
 
-TYPED_TEST(MatOpsTest, SelectRowsGathersListedRowsAndLeavesThePaddingAlone) {
-  using T = typename TypeParam::T;
-  using Ops = MatOps<T, typename TypeParam::I, typename TypeParam::Layout>;
-  const long ld_a = 8, ld_out = 6;
-  std::vector<T> a(64), out(48, T(-1));
-  for (std::size_t k = 0; k < a.size(); ++k) a[k] = T(static_cast<int>(k));
-  std::vector<T> expected = out;
-  for (long r = 0; r < kPicked; ++r) {
-    for (long j = 0; j < kCols; ++j) {
-      expected[TypeParam::at(r, j, ld_out)] =
-          a[TypeParam::at(kIndices[static_cast<std::size_t>(r)], j, ld_a)];
-    }
-  }
-  Ops::select_rows(Device(), kPicked, kCols, kIndices.data(), a.data(), ld_a, out.data(), ld_out);
-  EXPECT_EQ(out, expected);
-  Ops::select_rows(Device(), 0, kCols, nullptr, nullptr, 1, nullptr, 1);
+template <class T>
+std::vector<T> ascending(std::size_t n) {
+  std::vector<T> out(n);
+  for (std::size_t k = 0; k < n; ++k) out[k] = T(static_cast<int>(k));
+  return out;
 }
 
-TYPED_TEST(MatOpsTest, UnselectRowsScattersInOrderSoThatTheLastOfEqualTargetsStays) {
+// A scatter keeps the last of equal targets; what lies between columns or rows stays.
+TYPED_TEST(MatOpsTest, RowsAreGatheredAndScattered) {
   using T = typename TypeParam::T;
   using Ops = MatOps<T, typename TypeParam::I, typename TypeParam::Layout>;
-  const long ld_a = 6, ld_out = 9;
-  std::vector<T> a(48), out(72, T(-1));
-  for (std::size_t k = 0; k < a.size(); ++k) a[k] = T(static_cast<int>(k));
-  std::vector<T> expected = out;
+  const long ld = 8, ld_picked = 6;
+  const std::vector<T> a = ascending<T>(64), b = ascending<T>(48);
+  std::vector<T> picked(48, T(-1)), into(64, T(-1)), expected_picked = picked, expected_into = into;
   for (long r = 0; r < kPicked; ++r) {
+    const long row = kIndices[static_cast<std::size_t>(r)];
     for (long j = 0; j < kCols; ++j) {
-      expected[TypeParam::at(kIndices[static_cast<std::size_t>(r)], j, ld_out)] =
-          a[TypeParam::at(r, j, ld_a)];
+      expected_picked[TypeParam::at(r, j, ld_picked)] = a[TypeParam::at(row, j, ld)];
+      expected_into[TypeParam::at(row, j, ld)] = b[TypeParam::at(r, j, ld_picked)];
     }
   }
-  Ops::unselect_rows(Device(), kPicked, kCols, kIndices.data(), a.data(), ld_a, out.data(), ld_out);
-  EXPECT_EQ(out, expected);
+  Ops::select_rows(Device(), kPicked, kCols, kIndices.data(), a.data(), ld, picked.data(),
+                   ld_picked);
+  Ops::unselect_rows(Device(), kPicked, kCols, kIndices.data(), b.data(), ld_picked, into.data(),
+                     ld);
+  EXPECT_EQ(picked, expected_picked);
+  EXPECT_EQ(into, expected_into);
+  Ops::select_rows(Device(), 0, kCols, nullptr, nullptr, 1, nullptr, 1);
 }
 
 TYPED_TEST(MatOpsTest, ElementAccessFollowsTheLayout) {
   using T = typename TypeParam::T;
   using Ops = MatOps<T, typename TypeParam::I, typename TypeParam::Layout>;
   const long ld = kRows + 1;
-  std::vector<T> a(static_cast<std::size_t>(ld * ld));
-  for (std::size_t k = 0; k < a.size(); ++k) a[k] = T(static_cast<int>(k));
+  std::vector<T> a = ascending<T>(static_cast<std::size_t>(ld * ld));
   T value{};
   Ops::get_element_value(Device(), 5, 2, a.data(), ld, &value);
   EXPECT_EQ(value, a[TypeParam::at(5, 2, ld)]);

@@ -21,18 +21,16 @@ HostCsr<T, I> sum(T alpha, const HostCsr<T, I>& a, T beta, const HostCsr<T, I>& 
 }
 
 TYPED_TEST(SpBlasAlgebra, ProductStandsInOrderOfFirstAppearance) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using Csr = HostCsr<T, I>;
-  this->forEachMatrix([&](const Device& device, const Csr& a, const DeviceCsr<T, I>& da) {
+  USE_TYPES
+  this->forEachMatrix([&](const Device& device, const Csr& a, const OnDevice& da) {
     const I cols = 37;
     const Csr b = this->random(a.cols, cols);
-    const DeviceCsr<T, I> db(device, b);
+    const OnDevice db(device, b);
     DeviceArray<I> marker(device, std::vector<I>(cols, 5));
-    const Csr c = this->twoPasses(device, a.rows, cols, [&](COT_CSRRawMat<T, I> out) {
-      SpBlasOps<T, I>::csr_matmul(device, a.rows, a.cols, cols, da.rowptr(), da.col_idx(),
-                                  da.values(), db.rowptr(), db.col_idx(), db.values(),
-                                  out.row_begin, out.col_idx, out.values, marker.data());
+    const Csr c = this->twoPasses(device, a.rows, cols, [&](View out) {
+      Ops::csr_matmul(device, a.rows, a.cols, cols, da.rowptr(), da.col_idx(), da.values(),
+                      db.rowptr(), db.col_idx(), db.values(), out.row_begin, out.col_idx,
+                      out.values, marker.data());
     });
     EXPECT_EQ(c, Csr::build(a.rows, cols, [&](I i, Csr& out) {
                 for (const auto& [k, u] : a.row(i)) {
@@ -43,21 +41,19 @@ TYPED_TEST(SpBlasAlgebra, ProductStandsInOrderOfFirstAppearance) {
 }
 
 TYPED_TEST(SpBlasAlgebra, AdditionSortsItsInputsAndKeepsStoredZeros) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using Csr = HostCsr<T, I>;
+  USE_TYPES
   this->forEachMatrix([&](const Device& device, const Csr& a, const auto&) {
     for (const bool cancel : {false, true}) {
       const T beta = cancel ? T(-2) : T(3);
       const Csr b = cancel ? a : this->random(a.rows, a.cols);
-      const DeviceCsr<T, I> da(device, a);
-      const DeviceCsr<T, I> db(device, b);
+      const OnDevice da(device, a);
+      const OnDevice db(device, b);
       Csr room;
       room.col_idx.resize(a.values.size() + b.values.size());
       room.values.resize(room.col_idx.size());
-      const DeviceCsr<T, I> scratch(device, room);
-      const Csr c = this->twoPasses(device, a.rows, a.cols, [&](COT_CSRRawMat<T, I> out) {
-        SpBlasOps<T, I>::csr_matadd(device, T(2), da.view(), beta, db.view(), scratch.view(), out);
+      const OnDevice scratch(device, room);
+      const Csr c = this->twoPasses(device, a.rows, a.cols, [&](View out) {
+        Ops::csr_matadd(device, T(2), da.view(), beta, db.view(), scratch.view(), out);
       });
       EXPECT_EQ(c, sum(T(2), a, beta, b).sorted());
       EXPECT_EQ(da.host(), a.sorted());
@@ -67,20 +63,18 @@ TYPED_TEST(SpBlasAlgebra, AdditionSortsItsInputsAndKeepsStoredZeros) {
 }
 
 TYPED_TEST(SpBlasAlgebra, HashedAdditionKeepsFirstAppearanceAndItsInputs) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
+  USE_TYPES
   using Slot = HashTableSlot<I, I>;
-  this->forEachMatrix([&](const Device& device, HostCsr<T, I> a, const auto&) {
-    HostCsr<T, I> b = this->random(a.rows, a.cols);
+  this->forEachMatrix([&](const Device& device, Csr a, const auto&) {
+    Csr b = this->random(a.rows, a.cols);
     for (I& c : a.col_idx) c *= 65537;  // wide columns make the slots of a row collide
     for (I& c : b.col_idx) c *= 65537;
-    const DeviceCsr<T, I> da(device, a);
-    const DeviceCsr<T, I> db(device, b);
+    const OnDevice da(device, a);
+    const OnDevice db(device, b);
     const Slot stale{1, 1, Slot::kOccupied};
     DeviceArray<Slot> slots(device, std::vector<Slot>(a.values.size() + b.values.size(), stale));
-    const auto c = this->twoPasses(device, a.rows, a.cols, [&](COT_CSRRawMat<T, I> out) {
-      SpBlasOps<T, I>::csr_matadd_hash(device, T(2), da.view(), T(-3), db.view(), {}, out,
-                                       slots.data());
+    const auto c = this->twoPasses(device, a.rows, a.cols, [&](View out) {
+      Ops::csr_matadd_hash(device, T(2), da.view(), T(-3), db.view(), {}, out, slots.data());
     });
     EXPECT_EQ(c, sum(T(2), a, T(-3), b));
     EXPECT_EQ(da.host(), a);
@@ -89,30 +83,28 @@ TYPED_TEST(SpBlasAlgebra, HashedAdditionKeepsFirstAppearanceAndItsInputs) {
 }
 
 TYPED_TEST(SpBlasAlgebra, SumOfManyAddsInTableOrder) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
+  USE_TYPES
   this->forEachMatrix([&](const Device& device, const auto& a, const auto& da) {
-    const HostCsr<T, I> b = this->random(a.rows, a.cols);
-    const DeviceCsr<T, I> db(device, b);
-    DeviceArray<COT_CSRRawMat<T, I>> table(device, {da.view(), db.view(), da.view()});
+    const Csr b = this->random(a.rows, a.cols);
+    const OnDevice db(device, b);
+    DeviceArray<View> table(device, {da.view(), db.view(), da.view()});
     DeviceArray<I> marker(device, std::vector<I>(a.cols, 5));
-    const auto c = this->twoPasses(device, a.rows, a.cols, [&](COT_CSRRawMat<T, I> out) {
-      SpBlasOps<T, I>::csr_matadd_vec(device, a.rows, a.cols, 3, table.data(), out, marker.data());
+    const auto c = this->twoPasses(device, a.rows, a.cols, [&](View out) {
+      Ops::csr_matadd_vec(device, a.rows, a.cols, 3, table.data(), out, marker.data());
     });
     EXPECT_EQ(c, sum(T(2), a, T(1), b));
   });
 }
 
 TYPED_TEST(SpBlasAlgebra, ScalingsMultiplyRowsAndColumns) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  this->forEachMatrix([&](const Device& device, HostCsr<T, I> a, const auto& d) {
+  USE_TYPES
+  this->forEachMatrix([&](const Device& device, Csr a, const auto& d) {
     const std::vector<T> left = this->vector(a.rows);
     const std::vector<T> right = this->vector(a.cols);
     DeviceArray<T> dleft(device, left);
     DeviceArray<T> dright(device, right);
-    SpBlasOps<T, I>::csr_matmul_aDA(device, T(3), dleft.data(), d.mergeView(0, 0));
-    SpBlasOps<T, I>::csr_matmul_aAD(device, T(2), d.blockView(0, 0, 0, dright.data()));
+    Ops::csr_matmul_aDA(device, T(3), dleft.data(), d.mergeView(0, 0));
+    Ops::csr_matmul_aAD(device, T(2), d.blockView(0, 0, 0, dright.data()));
     for (I i = 0; i < a.rows; ++i) {
       for (I k = a.rowptr[i]; k < a.rowptr[i + 1]; ++k) {
         a.values[k] *= left[i] * right[a.col_idx[k]] * T(6);
@@ -123,10 +115,8 @@ TYPED_TEST(SpBlasAlgebra, ScalingsMultiplyRowsAndColumns) {
 }
 
 TYPED_TEST(SpBlasAlgebra, DiagonalUpdateLeavesTheRestUnscaled) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using Csr = HostCsr<T, I>;
-  this->forEachMatrix([&](const Device& device, const Csr& source, const DeviceCsr<T, I>& d) {
+  USE_TYPES
+  this->forEachMatrix([&](const Device& device, const Csr& source, const OnDevice& d) {
     const std::vector<T> a = this->vector(source.rows);
     const std::vector<T> b = this->vector(source.rows);
     DeviceArray<T> da(device, a);
@@ -147,13 +137,11 @@ TYPED_TEST(SpBlasAlgebra, DiagonalUpdateLeavesTheRestUnscaled) {
             if (!found && i + offset >= 0 && i + offset < source.cols) out.push(i, ai * T(3));
           });
           const auto view = d.mergeView(10 + offset, 10);
-          const Csr c =
-              this->twoPasses(device, source.rows, source.cols, [&](COT_CSRRawMat<T, I> out) {
-                SpBlasOps<T, I>::csr_axpby_diag(device, T(3), given ? da.data() : nullptr, beta,
-                                                given ? db.data() : nullptr, view,
-                                                {out.rows, out.cols, 0, out.row_begin, out.row_end,
-                                                 out.col_idx, out.values, 0, 0});
-              });
+          const Csr c = this->twoPasses(device, source.rows, source.cols, [&](View out) {
+            Ops::csr_axpby_diag(
+                device, T(3), given ? da.data() : nullptr, beta, given ? db.data() : nullptr, view,
+                {out.rows, out.cols, 0, out.row_begin, out.row_end, out.col_idx, out.values, 0, 0});
+          });
           EXPECT_EQ(c, expected);
         }
       }
@@ -162,12 +150,10 @@ TYPED_TEST(SpBlasAlgebra, DiagonalUpdateLeavesTheRestUnscaled) {
 }
 
 TYPED_TEST(SpBlasAlgebra, TransposeAndSortMatchTheirDefinitions) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using Ops = SpBlasOps<T, I>;
-  this->forEachMatrix([&](const Device& device, HostCsr<T, I> a, const DeviceCsr<T, I>& d) {
-    const HostCsr<T, I> expected = a.transposed();
-    const DeviceCsr<T, I> t(device, expected.blank());
+  USE_TYPES
+  this->forEachMatrix([&](const Device& device, Csr a, const OnDevice& d) {
+    const Csr expected = a.transposed();
+    const OnDevice t(device, expected.blank());
     Ops::csr_transpose(device, a.rows, a.cols, d.rowptr(), d.col_idx(), d.values(),
                        t.view().row_begin, t.col_idx(), t.values());
     // The host visits rows in order, so its result is sorted; a device need not.
@@ -177,7 +163,7 @@ TYPED_TEST(SpBlasAlgebra, TransposeAndSortMatchTheirDefinitions) {
     EXPECT_EQ(t.host(), expected);
 
     for (I& c : a.col_idx) c /= 2;  // equal columns, told apart by their values
-    const DeviceCsr<T, I> s(device, a);
+    const OnDevice s(device, a);
     Ops::csr_sort_rows(device, a.rows, a.cols, s.rowptr(), s.col_idx(), s.values());
     EXPECT_EQ(s.host(), a.sorted());
 
@@ -193,20 +179,18 @@ TYPED_TEST(SpBlasAlgebra, TransposeAndSortMatchTheirDefinitions) {
 }
 
 TYPED_TEST(SpBlasAlgebra, SparsifyComparesTheModulusStrictly) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using R = RealType<T>;
-  this->forEachMatrix([&](const Device& device, HostCsr<T, I> a, const auto&) {
+  USE_TYPES
+  this->forEachMatrix([&](const Device& device, Csr a, const auto&) {
     if constexpr (std::is_floating_point_v<R>) {
       if (!a.values.empty()) a.values.back() = T(std::numeric_limits<R>::quiet_NaN());
     }
-    const DeviceCsr<T, I> d(device, a);
+    const OnDevice d(device, a);
     std::vector<T> limits(a.rows);
     for (I i = 0; i < a.rows; ++i) limits[i] = T(i % 4);
     DeviceArray<T> per_row(device, limits);
     const auto sparsified = [&](T threshold, const T* array) {
-      return this->twoPasses(device, a.rows, a.cols, [&](COT_CSRRawMat<T, I> out) {
-        SpBlasOps<T, I>::csr_sparsify(device, d.view(), threshold, array, out);
+      return this->twoPasses(device, a.rows, a.cols, [&](View out) {
+        Ops::csr_sparsify(device, d.view(), threshold, array, out);
       });
     };
     for (const int limit : {0, 2}) {

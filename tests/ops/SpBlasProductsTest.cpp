@@ -63,9 +63,7 @@ std::vector<T> product(const HostCsr<T, I>& a, const std::vector<T>& x) {
 }
 
 TYPED_TEST(SpBlasProducts, ProductsMatchTheDenseOnes) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using Ops = SpBlasOps<T, I>;
+  USE_TYPES
   this->forEachMatrix([&](const Device& device, const auto& a, const auto& d) {
     const std::vector<T> ax = product(a, std::vector<T>(a.cols, T(3)));
     const std::vector<T> b = this->vector(a.rows);
@@ -97,14 +95,11 @@ TYPED_TEST(SpBlasProducts, ProductsMatchTheDenseOnes) {
 }
 
 TYPED_TEST(SpBlasProducts, JacobiDividesByTheStoredDiagonalOrOne) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using R = RealType<T>;
-  using Ops = SpBlasOps<T, I>;
+  USE_TYPES
   this->forEachMatrix([&](const Device& device, const auto& shape, const auto&) {
     const I n = shape.rows;
     const auto a = dominant(this->random(n, n));
-    const DeviceCsr<T, I> d(device, a);
+    const OnDevice d(device, a);
     const std::vector<T> x = this->vector(n);
     const std::vector<T> b = this->vector(n);
     const std::vector<T> ax = product(a, x);
@@ -134,12 +129,11 @@ TYPED_TEST(SpBlasProducts, JacobiDividesByTheStoredDiagonalOrOne) {
 }
 
 TYPED_TEST(SpBlasProducts, SweepsFollowDirectionAndOrder) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
+  USE_TYPES
   this->forEachMatrix([&](const Device& device, const auto& shape, const auto&) {
     const I n = shape.rows;
     const auto a = dominant(this->random(n, n));
-    const DeviceCsr<T, I> d(device, a);
+    const OnDevice d(device, a);
     const std::vector<T> b = this->vector(n);
     DeviceArray<T> db(device, b);
     forEachSweep(this->rng, device, n, [&](const auto& steps, int forward, const I* order) {
@@ -152,22 +146,21 @@ TYPED_TEST(SpBlasProducts, SweepsFollowDirectionAndOrder) {
         }
         x[i] = (b[i] - s) * T(3) / storedDiagonal(a, i) + x[i] * (T(1) - T(3));
       }
-      SpBlasOps<T, I>::sor(device, n, n, d.rowptr(), d.col_idx(), d.values(), db.data(), dx.data(),
-                           T(3), forward, order);
+      Ops::sor(device, n, n, d.rowptr(), d.col_idx(), d.values(), db.data(), dx.data(), T(3),
+               forward, order);
       EXPECT_EQ(dx.values(), x);
     });
   });
 }
 
 TYPED_TEST(SpBlasProducts, BlockSweepsReadLiveOwnAndFrozenGhostValues) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
+  USE_TYPES
   this->forEachMatrix([&](const Device& device, const auto& first, const auto&) {
     // Blocks of ranks 0, 1 (the own one) and 2, the diagonal given apart from the matrix.
     const I n = first.rows;
-    const std::vector<HostCsr<T, I>> a = {first, dominant(this->random(n, n)), this->random(n, 5)};
+    const std::vector<Csr> a = {first, dominant(this->random(n, n)), this->random(n, 5)};
     std::vector<std::vector<T>> operands;
-    std::vector<DeviceCsr<T, I>> matrices;
+    std::vector<OnDevice> matrices;
     std::vector<std::unique_ptr<DeviceArray<T>>> pieces;
     std::vector<COT_SpMVCSRRawMat<T, I>> blocks;
     for (int m = 0; m < 3; ++m) {
@@ -191,8 +184,8 @@ TYPED_TEST(SpBlasProducts, BlockSweepsReadLiveOwnAndFrozenGhostValues) {
         }
         x[i] += (b[i] - s) * T(2) / T(80);
       }
-      SpBlasOps<T, I>::par_sor(device, n, 1, 3, table.data(), db.data(), diag.data(), dx.data(),
-                               T(2), forward, order);
+      Ops::par_sor(device, n, 1, 3, table.data(), db.data(), diag.data(), dx.data(), T(2), forward,
+                   order);
       EXPECT_EQ(dx.values(), x);
     });
   });

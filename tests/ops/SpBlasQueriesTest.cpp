@@ -12,8 +12,7 @@ class SpBlasQueries : public SpBlasSuite<Pair> {};
 TYPED_TEST_SUITE(SpBlasQueries, SpBlasTypes);
 
 TYPED_TEST(SpBlasQueries, ElementCountsOfRowsAndColumns) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
+  USE_TYPES
   this->forEachMatrix([&](const Device& device, const auto& a, const auto& d) {
     std::vector<I> by_row(a.rows, 0);
     std::vector<I> by_col(a.cols, 0);
@@ -25,21 +24,19 @@ TYPED_TEST(SpBlasQueries, ElementCountsOfRowsAndColumns) {
     }
     DeviceArray<I> row_counts(device, std::vector<I>(a.rows, 7));
     DeviceArray<I> col_counts(device, std::vector<I>(a.cols, 7));
-    SpBlasOps<T, I>::get_row_element_count(device, d.view(), a.rows, row_counts.data());
-    SpBlasOps<T, I>::get_col_element_count(device, d.view(), a.cols, col_counts.data());
+    Ops::get_row_element_count(device, d.view(), a.rows, row_counts.data());
+    Ops::get_col_element_count(device, d.view(), a.cols, col_counts.data());
     EXPECT_EQ(row_counts.values(), by_row);
     EXPECT_EQ(col_counts.values(), by_col);
   });
 }
 
 TYPED_TEST(SpBlasQueries, ElementsAreReadAndOverwrittenButNeverInserted) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using Ops = SpBlasOps<T, I>;
+  USE_TYPES
   for (const Device& device : testDevices()) {
     // Row 0 has two entries in column 3, of which the first counts; row 1 is empty.
-    const HostCsr<T, I> a{2, 4, {0, 3, 3}, {3, 1, 3}, {T(5), T(6), T(7)}};
-    const DeviceCsr<T, I> d(device, a);
+    const Csr a{2, 4, {0, 3, 3}, {3, 1, 3}, {T(5), T(6), T(7)}};
+    const OnDevice d(device, a);
     DeviceArray<T> value(device, std::vector<T>{T(9)});
     DeviceArray<int> found(device, std::vector<int>{9});
     const auto get = [&](I row, I col) {
@@ -63,19 +60,16 @@ TYPED_TEST(SpBlasQueries, ElementsAreReadAndOverwrittenButNeverInserted) {
 }
 
 TYPED_TEST(SpBlasQueries, RowsOfABlockTable) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using R = RealType<T>;
-  using Ops = SpBlasOps<T, I>;
+  USE_TYPES
   this->forEachMatrix([&](const Device& device, const auto& ghosts, const auto& d0) {
     // Global columns: ghosts [0, cols), own [cols, cols + rows), ghosts [cols + rows, cols + rows +
     // 5)
     const I rows = ghosts.rows;
     const I cols = ghosts.cols;
-    const std::vector<HostCsr<T, I>> a = {ghosts, this->random(rows, rows), this->random(rows, 5)};
+    const std::vector<Csr> a = {ghosts, this->random(rows, rows), this->random(rows, 5)};
     const std::vector<I> first_col = {0, cols, cols + rows};
-    const DeviceCsr<T, I> d1(device, a[1]);
-    const DeviceCsr<T, I> d2(device, a[2]);
+    const OnDevice d1(device, a[1]);
+    const OnDevice d2(device, a[2]);
     DeviceArray<COT_SpMVCSRRawMat<T, I>> table(
         device, {d0.blockView(cols, 0), d1.blockView(cols, cols), d2.blockView(cols, cols + rows)});
     std::vector<I> entries(rows, 0);

@@ -16,10 +16,8 @@ void appendRow(HostCsr<T, I>& to, const HostCsr<T, I>& from, I row) {
 }
 
 TYPED_TEST(SpBlasSelection, RowsComeCompactOrAtTheirOwnNumbers) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using Csr = HostCsr<T, I>;
-  this->forEachMatrix([&](const Device& device, const Csr& a, const DeviceCsr<T, I>& d) {
+  USE_TYPES
+  this->forEachMatrix([&](const Device& device, const Csr& a, const OnDevice& d) {
     std::vector<I> chosen;
     for (I i = 0; i < a.rows; ++i) {
       if (i % 3 != 1) chosen.push_back(i);
@@ -28,8 +26,8 @@ TYPED_TEST(SpBlasSelection, RowsComeCompactOrAtTheirOwnNumbers) {
     DeviceArray<I> list(device, chosen);
     const I n = static_cast<I>(chosen.size());
     const auto selected = [&](I rows, int keep) {
-      return this->twoPasses(device, rows, a.cols, [&](COT_CSRRawMat<T, I> out) {
-        SpBlasOps<T, I>::get_selected_rows(device, d.view(), n, list.data(), nullptr, out, keep);
+      return this->twoPasses(device, rows, a.cols, [&](View out) {
+        Ops::get_selected_rows(device, d.view(), n, list.data(), nullptr, out, keep);
       });
     };
     EXPECT_EQ(selected(n, 0),
@@ -39,12 +37,8 @@ TYPED_TEST(SpBlasSelection, RowsComeCompactOrAtTheirOwnNumbers) {
 }
 
 TYPED_TEST(SpBlasSelection, ColumnsByListRangeAndPosition) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using Csr = HostCsr<T, I>;
-  using View = COT_CSRRawMat<T, I>;
-  using Ops = SpBlasOps<T, I>;
-  this->forEachMatrix([&](const Device& device, const Csr& a, const DeviceCsr<T, I>& d) {
+  USE_TYPES
+  this->forEachMatrix([&](const Device& device, const Csr& a, const OnDevice& d) {
     const auto twoPasses = [&](const auto& call) {
       return this->twoPasses(device, a.rows, a.cols, call);
     };
@@ -81,17 +75,14 @@ TYPED_TEST(SpBlasSelection, ColumnsByListRangeAndPosition) {
 }
 
 TYPED_TEST(SpBlasSelection, SplitColumnsJoinAgain) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using Csr = HostCsr<T, I>;
-  using Ops = SpBlasOps<T, I>;
-  this->forEachMatrix([&](const Device& device, const Csr& a, const DeviceCsr<T, I>& d) {
+  USE_TYPES
+  this->forEachMatrix([&](const Device& device, const Csr& a, const OnDevice& d) {
     const std::vector<I> bounds = {0, a.cols / 3, a.cols / 3, a.cols};  // the middle part is empty
     DeviceArray<I> dbounds(device, bounds);
     for (const int rebase : {0, 1}) {
       std::vector<Csr> expected;
-      std::vector<DeviceCsr<T, I>> parts;
-      std::vector<COT_CSRRawMat<T, I>> views;
+      std::vector<OnDevice> parts;
+      std::vector<View> views;
       std::vector<COT_MergeCSRRawMat<T, I>> blocks;
       for (int p = 0; p < 3; ++p) {
         const auto inside = [&](I, I j, const T&) { return j >= bounds[p] && j < bounds[p + 1]; };
@@ -101,7 +92,7 @@ TYPED_TEST(SpBlasSelection, SplitColumnsJoinAgain) {
         views.push_back(parts[p].view());
         blocks.push_back(parts[p].mergeView(0, shift));
       }
-      DeviceArray<COT_CSRRawMat<T, I>> table(device, views);
+      DeviceArray<View> table(device, views);
       Ops::csr_split_cols(device, CSR_MAT_STEP_COUNT, d.view(), 3, dbounds.data(), table.data(),
                           rebase);
       for (int p = 0; p < 3; ++p) {
@@ -114,10 +105,9 @@ TYPED_TEST(SpBlasSelection, SplitColumnsJoinAgain) {
 
       blocks.push_back({});  // a block without arrays is empty
       DeviceArray<COT_MergeCSRRawMat<T, I>> merge_table(device, blocks);
-      EXPECT_EQ(this->twoPasses(device, a.rows, a.cols,
-                                [&](COT_CSRRawMat<T, I> out) {
-                                  Ops::csr_merge_cols(device, 4, merge_table.data(), out);
-                                }),
+      EXPECT_EQ(this->twoPasses(
+                    device, a.rows, a.cols,
+                    [&](View out) { Ops::csr_merge_cols(device, 4, merge_table.data(), out); }),
                 Csr::build(a.rows, a.cols, [&](I i, Csr& out) {
                   for (int p = 0; p < 3; ++p) {
                     for (const auto& [j, v] : expected[p].row(i))
@@ -129,28 +119,25 @@ TYPED_TEST(SpBlasSelection, SplitColumnsJoinAgain) {
 }
 
 TYPED_TEST(SpBlasSelection, RowsAppendAfterAndBetweenEmptyOnes) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using Csr = HostCsr<T, I>;
-  this->forEachMatrix([&](const Device& device, const Csr& top, const DeviceCsr<T, I>& dtop) {
+  USE_TYPES
+  this->forEachMatrix([&](const Device& device, const Csr& top, const OnDevice& dtop) {
     const Csr bottom = this->random(top.rows + 1, top.cols);
-    const DeviceCsr<T, I> dbottom(device, bottom);
+    const OnDevice dbottom(device, bottom);
     const I second = top.rows + 2;  // after two rows from a block without arrays
     const Csr expected = Csr::build(second + bottom.rows, top.cols, [&](I i, Csr& out) {
       if (i < top.rows) appendRow(out, top, i);
       if (i >= second) appendRow(out, bottom, i - second);
     });
-    const DeviceCsr<T, I> out(device, expected.blank());
-    SpBlasOps<T, I>::csr_append_rows(device, out.view(), 0, top.rows, dtop.view());
-    SpBlasOps<T, I>::csr_append_rows(device, out.view(), top.rows, 2, {});
-    SpBlasOps<T, I>::csr_append_rows(device, out.view(), second, bottom.rows, dbottom.view());
+    const OnDevice out(device, expected.blank());
+    Ops::csr_append_rows(device, out.view(), 0, top.rows, dtop.view());
+    Ops::csr_append_rows(device, out.view(), top.rows, 2, {});
+    Ops::csr_append_rows(device, out.view(), second, bottom.rows, dbottom.view());
     EXPECT_EQ(out.host(), expected);
   });
 }
 
 TYPED_TEST(SpBlasSelection, DiagonalFollowsTheBlockOffsets) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
+  USE_TYPES
   this->forEachMatrix([&](const Device& device, const auto& a, const auto& d) {
     for (const I offset : {0, 3, -2}) {
       std::vector<T> expected(a.rows, T(9));
@@ -160,8 +147,8 @@ TYPED_TEST(SpBlasSelection, DiagonalFollowsTheBlockOffsets) {
           if (j == i + offset) expected[i] = v;
         }
       }
-      SpBlasOps<T, I>::csr_diag(device, a.rows, a.cols, d.rowptr(), d.col_idx(), d.values(),
-                                out.data(), 10 + offset, 10);
+      Ops::csr_diag(device, a.rows, a.cols, d.rowptr(), d.col_idx(), d.values(), out.data(),
+                    10 + offset, 10);
       EXPECT_EQ(out.values(), expected);
     }
   });

@@ -14,6 +14,13 @@ using SpBlasTypes =
                      TypePair<long, long>, TypePair<Complex<float>, int>,
                      TypePair<Complex<double>, long>>;
 
+#define USE_TYPES                                    \
+  MIVO_TEST_PAIR_TYPES                               \
+  using Ops [[maybe_unused]] = SpBlasOps<T, I>;      \
+  using View [[maybe_unused]] = COT_CSRRawMat<T, I>; \
+  using Csr [[maybe_unused]] = HostCsr<T, I>;        \
+  using OnDevice [[maybe_unused]] = DeviceCsr<T, I>;
+
 template <class Pair>
 class SpBlasSuite : public ::testing::Test {
  public:

@@ -16,13 +16,6 @@
 
 namespace mivo::test {
 
-template <class T>
-std::vector<T> smallVector(std::mt19937& rng, std::size_t n) {
-  std::vector<T> out(n);
-  for (T& v : out) v = smallValue<T>(rng);
-  return out;
-}
-
 /// CSR matrix in host memory, the plain form in which references are computed and results compared.
 /// Entries are added row by row.
 template <class T, class I = int>
@@ -62,6 +55,16 @@ struct HostCsr {
       out.endRow();
     }
     return out;
+  }
+
+  /// Of row-major values; zeros are stored on the diagonal alone.
+  static HostCsr fromDense(I rows, I cols, const std::vector<T>& dense) {
+    return build(rows, cols, [&](I i, HostCsr& out) {
+      for (I j = 0; j < cols; ++j) {
+        const T& v = dense[i * cols + j];
+        if (!isZero(v) || i == j) out.push(j, v);
+      }
+    });
   }
 
   std::vector<std::pair<I, T>> row(I i) const {
@@ -203,13 +206,6 @@ HostCsr<T, I> twoPass(const Device& device, I rows, I cols, const Call& call) {
   call(filled.view());
   return filled.host();
 }
-
-/// A pair of value and index type for typed suites.
-template <class Value, class Index>
-struct TypePair {
-  using T = Value;
-  using I = Index;
-};
 
 /// Rows and columns of the random matrices: empty, tiny, and around the lengths at which loops are
 /// unrolled.

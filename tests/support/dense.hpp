@@ -2,10 +2,9 @@
 #pragma once
 
 #include <cstddef>
-#include <random>
 #include <vector>
 
-#include "mivo/mat/Matrix.hpp"
+#include "mivo/mat/ParMatrix.hpp"
 #include "mivo/utils/Device.hpp"
 #include "tests/support/values.hpp"
 
@@ -27,11 +26,30 @@ std::vector<T> valuesOf(const MatrixT<T, I>& m) {
   return std::vector<T>(host.getData(), host.getData() + host.getSize());
 }
 
+/// The elements of this rank.
+template <class T, class G>
+std::vector<T> valuesOf(const ParMatrixT<T, G, int>& m) {
+  return valuesOf(m.getLocalMatrix());
+}
+
+/// Partition with a part between each two offsets.
+template <class G>
+PartitionerT<G, int> partsAt(const std::vector<G>& offsets) {
+  PartitionerT<G, int> out;
+  out.create(offsets.back(), offsets);
+  return out;
+}
+
+/// alpha A x + beta y for a row-major A, each row summed in order from 0; beta 0 does not read y.
 template <class T>
-std::vector<T> smallValues(std::size_t n, unsigned seed) {
-  std::mt19937 gen(seed);
-  std::vector<T> out(n);
-  for (T& v : out) v = smallValue<T>(gen);
+std::vector<T> denseAxpby(const std::vector<T>& A, T alpha, const std::vector<T>& x, T beta,
+                          const std::vector<T>& y) {
+  std::vector<T> out(y.size());
+  for (std::size_t i = 0; i < y.size(); ++i) {
+    T sum(0);
+    for (std::size_t j = 0; j < x.size(); ++j) sum += A[i * x.size() + j] * x[j];
+    out[i] = isZero(beta) ? alpha * sum : alpha * sum + beta * y[i];
+  }
   return out;
 }
 

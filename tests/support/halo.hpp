@@ -9,9 +9,8 @@
 #include <vector>
 
 #include "mivo/mat/ParCSRMatrix.hpp"
-#include "mivo/mpi_stub/mpi.h"
-#include "mivo/utils/communicator.hpp"
 #include "tests/support/parsparse.hpp"
+#include "tests/support/world.hpp"
 
 // Distributed matrices whose pattern and partitions every rank knows, so that each can work out
 // what the halo exchange has to do.
@@ -20,18 +19,6 @@ namespace mivo::test {
 
 /// Set by the main program when the message layer was started for helper threads.
 extern bool helperThread;
-
-inline int worldRank() {
-  int rank = 0;
-  MPI_Comm_rank(kCommWorld, &rank);
-  return rank;
-}
-
-inline int worldSize() {
-  int size = 1;
-  MPI_Comm_size(kCommWorld, &size);
-  return size;
-}
 
 /// A handle where the run is about helper threads, else null.
 template <class T>
@@ -146,6 +133,19 @@ ParSparse<T> spreadMatrix(const Spread& spread, const Device& device) {
   out.create(partsAt(spread.rows), partsAt(spread.cols), blocksOf<T>(spread, device), device,
              kCommWorld);
   return out;
+}
+
+/// Calls test(spread, device, A) for a matrix of each pattern, its plan made, on each device.
+template <class T, class Test>
+void forEachSpread(const Test& test) {
+  for (const Device& device : testDevices()) {
+    for (const Spread& spread : spreads()) {
+      SCOPED_TRACE(spread.name);
+      const ParSparse<T> A = spreadMatrix<T>(spread, device);
+      A.prepareMatVec(false);
+      test(spread, device, A);
+    }
+  }
 }
 
 /// Column in the partition with at(k) as its element k.

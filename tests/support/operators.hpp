@@ -5,15 +5,17 @@
 
 #include <cstddef>
 #include <limits>
+#include <memory>
 #include <regex>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "mivo/mat/ParMatrix.hpp"
 #include "mivo/operators/ParMatrixFree.hpp"
 #include "mivo/operators/ParPreconditioner.hpp"
-#include "tests/support/dense.hpp"
+#include "mivo/utils/Factory.hpp"
+#include "mivo/utils/json.hpp"
+#include "tests/support/parsparse.hpp"
 #include "tests/support/printed.hpp"
 
 namespace mivo::test {
@@ -28,23 +30,10 @@ ParVector<T> parVectorOf(const Device& device, const std::vector<T>& values) {
   return out;
 }
 
+/// Square matrix of one rank from row-major values.
 template <class T>
-std::vector<T> valuesOf(const ParVector<T>& v) {
-  return valuesOf(v.getLocalMatrix());
-}
-
-/// alpha A x + beta y for a row-major dense A, each row summed in order from 0.
-template <class T>
-std::vector<T> denseProduct(const std::vector<T>& A, T alpha, const std::vector<T>& x, T beta,
-                            const std::vector<T>& y) {
-  const std::size_t n = x.size();
-  std::vector<T> out(n);
-  for (std::size_t i = 0; i < n; ++i) {
-    T sum(0);
-    for (std::size_t j = 0; j < n; ++j) sum += A[i * n + j] * x[j];
-    out[i] = isZero(beta) ? alpha * sum : alpha * sum + beta * y[i];
-  }
-  return out;
+ParSparse<T> parCsrOf(const Device& device, int n, const std::vector<T>& dense) {
+  return parSparseOf(device, HostCsr<T>::fromDense(n, n, dense), kCommSelf);
 }
 
 /// Matrix-free operator of one rank: a dense matrix that only shows its products, and counts them.
@@ -63,7 +52,7 @@ class DenseOperator : public ParMatrixFreeT<T, long, int> {
   void aAxpby(T alpha, const ParVector<T>& x, T beta, ParVector<T>& y,
               AsyncMatVecObject*) override {
     ++products;
-    const std::vector<T> result = denseProduct(values_, alpha, valuesOf(x), beta, valuesOf(y));
+    const std::vector<T> result = denseAxpby(values_, alpha, valuesOf(x), beta, valuesOf(y));
     Device().rawCopyTo(result.size() * sizeof(T), result.data(), device_,
                        y.getLocalMatrix().getData());
   }
@@ -109,30 +98,6 @@ std::vector<T> positiveDefinite(std::size_t n, unsigned seed) {
   return out;
 }
 
-/// Solution of A x = b by elimination with pivoting.
-template <class T>
-std::vector<T> denseSolve(std::vector<T> A, std::vector<T> b) {
-  const std::size_t n = b.size();
-  for (std::size_t k = 0; k < n; ++k) {
-    std::size_t pivot = k;
-    for (std::size_t i = k; i < n; ++i) {
-      if (abs(A[i * n + k]) > abs(A[pivot * n + k])) pivot = i;
-    }
-    for (std::size_t j = 0; j < n; ++j) std::swap(A[k * n + j], A[pivot * n + j]);
-    std::swap(b[k], b[pivot]);
-    for (std::size_t i = k + 1; i < n; ++i) {
-      const T factor = A[i * n + k] / A[k * n + k];
-      for (std::size_t j = k; j < n; ++j) A[i * n + j] -= factor * A[k * n + j];
-      b[i] -= factor * b[k];
-    }
-  }
-  for (std::size_t i = n; i-- > 0;) {
-    for (std::size_t j = i + 1; j < n; ++j) b[i] -= A[i * n + j] * b[j];
-    b[i] /= A[i * n + i];
-  }
-  return b;
-}
-
 /// Elements agree but for a few roundings.
 template <class T>
 void expectNear(const std::vector<T>& a, const std::vector<T>& b) {
@@ -141,6 +106,42 @@ void expectNear(const std::vector<T>& a, const std::vector<T>& b) {
   for (std::size_t i = 0; i < a.size(); ++i) {
     EXPECT_LE(abs(a[i] - b[i]), 256 * eps * (1 + abs(b[i]))) << i << ": " << a[i] << ", " << b[i];
   }
+}
+
+/// A registered preconditioner of the given class.
+template <class Class, class T>
+std::shared_ptr<Class> makePreconditioner(const std::string& name, const json& params = json()) {
+  return std::dynamic_pointer_cast<Class>(
+      ParPreconditionerT<T, long, int>::getFactory().createInstance(
+          {{"preconditioner_type", name}, {name + "_params", params}}));
+}
+
+/// What a solve of one rank leaves and prints.
+struct Outcome {
+  int iter = -7;
+  double relres = -7;
+  std::vector<double> x;
+  std::string text;
+};
+
+template <class Solver>
+Outcome solved(Solver& solver, ParMatrixFreeT<double, long, int>& A, const std::vector<double>& b,
+               const std::vector<double>& start) {
+  Outcome out;
+  auto x = parVectorOf(Device(), start);
+  const auto rhs = parVectorOf(Device(), b);
+  out.text = printed([&] { solver.solve(A, rhs, x, out.iter, out.relres); });
+  out.x = valuesOf(x);
+  return out;
+}
+
+/// z after `op` has been applied to r.
+template <class T, class Preconditioner>
+std::vector<T> preconditioned(Preconditioner& op, const std::vector<T>& r, std::vector<T> z,
+                              const Device& device = Device()) {
+  auto out = parVectorOf(device, z);
+  op.precondition(parVectorOf(device, r), out);
+  return valuesOf(out);
 }
 
 /// Times are the only part of the texts that differs from run to run.

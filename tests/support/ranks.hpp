@@ -9,25 +9,13 @@
 #include <vector>
 
 #include "mivo/mat/ParCSRMatrix.hpp"
-#include "mivo/mpi_stub/mpi.h"
-#include "mivo/utils/communicator.hpp"
 #include "tests/support/devices.hpp"
 #include "tests/support/parsparse.hpp"
+#include "tests/support/world.hpp"
 
 // For tests on several ranks: global data is made alike on all ranks, from the same seed, and each
 // rank compares its part.
 namespace mivo::test {
-
-inline int worldRank() {
-  int rank = 0;
-  MPI_Comm_rank(kCommWorld, &rank);
-  return rank;
-}
-inline int worldSize() {
-  int size = 1;
-  MPI_Comm_size(kCommWorld, &size);
-  return size;
-}
 
 /// The host, and this rank's own CUDA device where there is one; the same number on all ranks.
 inline std::vector<Device> rankDevices() {

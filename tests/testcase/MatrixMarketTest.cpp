@@ -12,9 +12,9 @@
 #include "mivo/utils/Factory.hpp"
 #include "tests/support/devices.hpp"
 #include "tests/support/fatal.hpp"
-#include "tests/support/par_csr.hpp"
+#include "tests/support/operators.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
 
 /// A file that goes away at the end of the scope.
@@ -51,12 +51,13 @@ struct System {
 
 TEST(MatrixMarket, ReadsWhatIsNamed) {
   const File A("A.mtx", kA), b("b.mtx", kB), x("x.mtx", kX), complexA("cA.mtx", kComplexA);
-  for (const Device& device : test::testDevices()) {
+  for (const Device& device : testDevices()) {
     const System<double> full(
         {{"filename_A", A.path}, {"filename_b", b.path}, {"filename_x", x.path}}, device);
-    EXPECT_EQ(test::denseOf(full.A), (std::vector<double>{2, 0, 0, 0, 3, 0, -1, 0, 4}));
-    EXPECT_EQ(test::valuesOf(full.b), (std::vector<double>{5, 6, 7}));
-    EXPECT_EQ(test::valuesOf(full.x), (std::vector<double>{1, 0, -1}));
+    EXPECT_EQ(plainOf(full.A.getLocalMatrix(-1)).dense(),
+              (std::vector<double>{2, 0, 0, 0, 3, 0, -1, 0, 4}));
+    EXPECT_EQ(valuesOf(full.b), (std::vector<double>{5, 6, 7}));
+    EXPECT_EQ(valuesOf(full.x), (std::vector<double>{1, 0, -1}));
     EXPECT_EQ(full.A.getDevice(), device);
     EXPECT_EQ(full.b.getDevice(), device);
 
@@ -67,7 +68,8 @@ TEST(MatrixMarket, ReadsWhatIsNamed) {
 
     using Z = Complex<double>;
     const System<Z> complexSystem({{"filename_A", complexA.path}}, device);
-    EXPECT_EQ(test::denseOf(complexSystem.A), (std::vector<Z>{Z(1, 2), Z(0), Z(0), Z(3)}));
+    EXPECT_EQ(plainOf(complexSystem.A.getLocalMatrix(-1)).dense(),
+              (std::vector<Z>{Z(1, 2), Z(0), Z(0), Z(3)}));
   }
 }
 
@@ -77,7 +79,7 @@ TEST(MatrixMarket, NamesItsFilesAtLevelThree) {
   const auto child = [](const std::string& pathA, const std::string& pathB,
                         const std::string& pathX) {
     // the child runs the whole test anew, with files of its own
-    test::stdoutToStderr();
+    stdoutToStderr();
     setenv("MIVO_VERBOSE_LEVEL", "3", 1);
     MatrixMarket_T<double, long, int> problem;
     problem.filename_A = pathA;
@@ -95,4 +97,4 @@ TEST(MatrixMarket, NamesItsFilesAtLevelThree) {
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

@@ -8,19 +8,15 @@
 #include <string>
 #include <vector>
 
-#include "mivo/precond/ParSmootherJacobi.hpp"
-#include "mivo/solver/SolverPCG.hpp"
 #include "mivo/testcase/DofMapND.hpp"
 #include "mivo/testcase/PoissonFDM.hpp"
-#include "mivo/utils/Factory.hpp"
 #include "tests/support/devices.hpp"
 #include "tests/support/fatal.hpp"
-#include "tests/support/par_csr.hpp"
+#include "tests/support/operators.hpp"
+#include "tests/support/poisson.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::valuesOf;
 
 TEST(DofMapND, NumbersTheFirstCoordinateFastest) {
   const DofMapND<double, long> map({3, 4, 5});
@@ -42,22 +38,6 @@ TEST(DofMapND, NumbersTheFirstCoordinateFastest) {
   EXPECT_EQ((DofMapND<double, int>({}).getSize()), 1);
   MIVO_EXPECT_FATAL_TEXT((DofMapND<double, int>({50000, 50000})),
                          "DofMapND: the number of grid points exceeds the index type");
-}
-
-template <class T, class G>
-struct System {
-  ParCSRMatrixT<T, G, int> A;
-  ParMatrixT<T, G, int> x, b;
-};
-
-template <class T, class G>
-System<T, G> generate(const json& params, const Device& device = Device()) {
-  auto problem = TestCaseT<T, G, int>::getFactory().createInstance(
-      {{"testcase_type", "PoissonFDM"}, {"PoissonFDM_params", params}});
-  if (device != Device()) problem->setDeviceAndComm(device, kCommWorld);
-  System<T, G> s;
-  problem->generate(s.A, s.x, s.b);
-  return s;
 }
 
 /// The three results by nested loops over the grid, without numbering helpers.
@@ -102,11 +82,12 @@ template <class T, class G>
 void expectReference(const Device& device) {
   for (const auto& [dim, N] : std::vector<std::pair<int, int>>{
            {1, 1}, {1, 2}, {1, 7}, {2, 1}, {2, 3}, {2, 6}, {3, 2}, {3, 4}, {3, 5}, {4, 3}}) {
-    const auto s = generate<T, G>({{"dim", dim}, {"N", N}}, device);
+    const Poisson<T, G> s({{"dim", dim}, {"N", N}}, device);
     const Reference reference(dim, N);
-    EXPECT_EQ(test::denseOf(s.A), convert<T>(reference.A)) << "dim " << dim << ", N " << N;
-    EXPECT_EQ(valuesOf(s.x.getLocalMatrix()), convert<T>(reference.x));
-    EXPECT_EQ(valuesOf(s.b.getLocalMatrix()), convert<T>(reference.b));
+    EXPECT_EQ(plainOf(s.A.getLocalMatrix(-1)).dense(), convert<T>(reference.A))
+        << "dim " << dim << ", N " << N;
+    EXPECT_EQ(valuesOf(s.x), convert<T>(reference.x));
+    EXPECT_EQ(valuesOf(s.b), convert<T>(reference.b));
     EXPECT_EQ(s.A.getDevice(), device);
     EXPECT_EQ(s.x.getDevice(), device);
     EXPECT_EQ(s.b.getDevice(), device);
@@ -114,7 +95,7 @@ void expectReference(const Device& device) {
 }
 
 TEST(PoissonFDM, IsTheFiniteDifferenceLaplacian) {
-  for (const Device& device : test::testDevices()) {
+  for (const Device& device : testDevices()) {
     expectReference<double, long>(device);
     expectReference<double, int>(device);
     expectReference<Complex<double>, long>(device);
@@ -123,7 +104,7 @@ TEST(PoissonFDM, IsTheFiniteDifferenceLaplacian) {
 }
 
 TEST(PoissonFDM, DefaultsToAHundredByAHundredPoints) {
-  const auto s = generate<double, long>(json());
+  const Poisson<double> s{json()};
   const auto meta = s.A.computeMeta();
   EXPECT_EQ(meta.rows, 10000);
   EXPECT_EQ(meta.cols, 10000);
@@ -137,8 +118,8 @@ TEST(PoissonFDM, DefaultsToAHundredByAHundredPoints) {
 }
 
 TEST(PoissonFDM, HasRandomAndUnsetRightHandSides) {
-  const auto s = generate<double, long>({{"N", 8}, {"rhs", "random"}});
-  const auto b = valuesOf(s.b.getLocalMatrix());
+  const Poisson<double> s(json{{"N", 8}, {"rhs", "random"}});
+  const auto b = valuesOf(s.b);
   int distinct = 0;
   for (int i = 0; i < 64; ++i) {
     const int g = i % 8, h = i / 8;
@@ -151,56 +132,49 @@ TEST(PoissonFDM, HasRandomAndUnsetRightHandSides) {
     }
   }
   EXPECT_EQ(distinct, 35) << "all inner values but the first one itself";
-  EXPECT_EQ(valuesOf(s.x.getLocalMatrix()), std::vector<double>(64, 0.0));
+  EXPECT_EQ(valuesOf(s.x), std::vector<double>(64, 0.0));
 
-  const auto other = generate<double, long>({{"N", 8}, {"rhs", "none"}});
+  const Poisson<double> other(json{{"N", 8}, {"rhs", "none"}});
   EXPECT_EQ(other.b.getRows(), 64);
   EXPECT_EQ(other.x.getRows(), 64);
   EXPECT_EQ(other.A.getNnzs(), s.A.getNnzs());
 }
 
 TEST(PoissonFDM, TakesDegenerateGrids) {
-  const auto point = generate<double, long>({{"dim", 0}});
+  const Poisson<double> point(json{{"dim", 0}});
   EXPECT_EQ(point.A.getRows(), 1);
   EXPECT_EQ(point.A.getNnzs(), 0);
-  EXPECT_EQ(valuesOf(point.x.getLocalMatrix()), std::vector<double>{1}) << "an empty product";
-  EXPECT_EQ(valuesOf(point.b.getLocalMatrix()), std::vector<double>{0});
-  const auto nothing = generate<double, long>({{"N", 0}});
+  EXPECT_EQ(valuesOf(point.x), std::vector<double>{1}) << "an empty product";
+  EXPECT_EQ(valuesOf(point.b), std::vector<double>{0});
+  const Poisson<double> nothing(json{{"N", 0}});
   EXPECT_EQ(nothing.A.getRows(), 0);
   EXPECT_EQ(nothing.b.getRows(), 0);
-  MIVO_EXPECT_FATAL_TEXT((generate<double, long>({{"N", -3}})),
+  MIVO_EXPECT_FATAL_TEXT(Poisson<double>(json{{"N", -3}}),
                          "PoissonFDM: dim 2 and N -3 must not be negative");
 }
 
 TEST(PoissonFDM, IsSolvedByJacobiPreconditionedConjugateGradients) {
-  for (const Device& device : test::testDevices()) {
-    auto s = generate<double, long>({{"dim", 3}, {"N", 9}}, device);
-    const auto solver = ParSolverT<double, long, int>::getFactory().createInstance(json::parse(R"(
-      {"solver_type": "SolverPCG", "SolverPCG_params": {"rtol": 1e-10, "preconditioner":
-        {"preconditioner_type": "PrecondJacobi"}}})"));
-    solver->preconditioner->setup(s.A);
-    solver->setup(s.A);
-    s.x.fill(0);
-    int iter = 0;
-    double relres = 1;
-    solver->solve(s.A, s.b, s.x, iter, relres);
-    EXPECT_LT(relres, 1e-10);
-    EXPECT_LT(iter, 60);
-    const auto exact = test::denseSolve(test::denseOf(s.A), valuesOf(s.b.getLocalMatrix()));
-    const auto x = valuesOf(s.x.getLocalMatrix());
-    for (std::size_t i = 0; i < x.size(); ++i) EXPECT_NEAR(x[i], exact[i], 1e-9);
+  for (const Device& device : testDevices()) {
+    const Poisson<double> s(json{{"dim", 3}, {"N", 6}}, device);
+    const PoissonSolve<double> solve(s, "PrecondJacobi");
+    EXPECT_LT(solve.relres, 1e-9);
+    EXPECT_LT(solve.history.size(), 60u);
+    const auto A = plainOf(s.A.getLocalMatrix(-1)).dense();
+    const auto b = valuesOf(s.b), residual = denseAxpby(A, -1.0, solve.x, 1.0, b);
+    for (std::size_t i = 0; i < b.size(); ++i) EXPECT_NEAR(residual[i], 0, 1e-7) << b[i];
   }
 }
 
 TEST(PoissonFDM, TracesItsStepsAtLevelThree) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   const auto child = [](const char* level, const json& params) {
-    test::stdoutToStderr();
+    stdoutToStderr();
     setenv("MIVO_VERBOSE_LEVEL", level, 1);
     PoissonFDM_T<double, long, int> problem;
     problem.create(params);
-    System<double, long> s;
-    problem.generate(s.A, s.x, s.b);
+    ParCSRMatrixT<double, long, int> A;
+    ParMatrixT<double, long, int> x, b;
+    problem.generate(A, x, b);
     std::exit(0);
   };
   // The assembly of A has a line of its own in between.
@@ -223,4 +197,4 @@ TEST(PoissonFDM, TracesItsStepsAtLevelThree) {
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

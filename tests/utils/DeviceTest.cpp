@@ -12,10 +12,8 @@
 #include "tests/support/devices.hpp"
 #include "tests/support/printed.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::printed;
 
 TEST(Device, ParsesKindAndOrdinal) {
   struct {
@@ -122,10 +120,10 @@ TEST(Device, ReallocIsAFreshBlock) {
 }
 
 TEST(Device, CopiesBetweenAllPairsOfKindsThatHaveMemory) {
-  for (const Device& from : test::testDevices()) {
-    for (const Device& to : test::testDevices()) {
-      test::DeviceArray<int> source(from, std::vector<int>{1, 2, 3});
-      test::DeviceArray<int> target(to, std::vector<int>{7, 8, 9});
+  for (const Device& from : testDevices()) {
+    for (const Device& to : testDevices()) {
+      DeviceArray<int> source(from, std::vector<int>{1, 2, 3});
+      DeviceArray<int> target(to, std::vector<int>{7, 8, 9});
       from.rawCopyTo(2 * sizeof(int), source.data(), to, target.data());
       EXPECT_EQ(target.values(), (std::vector<int>{1, 2, 9}));
       from.rawCopyTo(0, nullptr, to, nullptr);
@@ -160,4 +158,4 @@ TEST(Device, RegistryFollowsInitializeAndFinalize) {
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

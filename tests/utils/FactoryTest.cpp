@@ -9,8 +9,9 @@
 
 #include "mivo/mivo.hpp"
 #include "tests/support/fatal.hpp"
+#include "tests/support/values.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
 
 template <class Base>
@@ -35,8 +36,7 @@ void expectNames(const std::set<std::string>& names, const std::set<std::string>
 
 template <class T>
 class Families : public testing::Test {};
-using Scalars = testing::Types<float, double, Complex<float>, Complex<double>>;
-TYPED_TEST_SUITE(Families, Scalars);
+TYPED_TEST_SUITE(Families, ScalarTypes);
 
 TYPED_TEST(Families, HoldTheirNames) {
   using T = TypeParam;
@@ -196,7 +196,7 @@ class FactoryMessages : public testing::Test {
   static void expectOutput(const char* level, const Action& action, const std::string& text) {
     EXPECT_EXIT(
         {
-          test::stdoutToStderr();
+          stdoutToStderr();
           setenv("MIVO_VERBOSE_LEVEL", level, 1);
           action();
           std::exit(0);
@@ -275,4 +275,4 @@ TEST(Plugin, AddsNewNamesAndCannotReplaceOldOnes) {
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test
