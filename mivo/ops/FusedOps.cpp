@@ -19,6 +19,17 @@ RealType<T> FusedOps<T, I>::cg_update(const Device& device, I n, T alpha, const 
 }
 
 template <class T, class I>
+T FusedOps<T, I>::axpy_dot(const Device& device, I n, T a, const T* x, T* y, const T* z) {
+  return MIVO_DISPATCH(axpy_dot, n, a, x, y, z);
+}
+
+template <class T, class I>
+RealType<T> FusedOps<T, I>::axpby_squares(const Device& device, I n, T a, const T* x, T b,
+                                          const T* y, T* z) {
+  return MIVO_DISPATCH(axpby_squares, n, a, x, b, y, z);
+}
+
+template <class T, class I>
 void FusedOps<T, I>::jacobi_from_zero(const Device& device, I n, T relax, const T* d, const T* b,
                                       T* x) {
   MIVO_DISPATCH(jacobi_from_zero, n, relax, d, b, x);

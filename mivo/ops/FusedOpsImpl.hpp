@@ -33,6 +33,8 @@ class FusedOpsImpl {
   using Policy = spm::RangePolicy<Space>;
 
   static R cg_update(Space& space, I n, T alpha, const T* p, T* x, const T* q, T* r);
+  static T axpy_dot(Space& space, I n, T a, const T* x, T* y, const T* z);
+  static R axpby_squares(Space& space, I n, T a, const T* x, T b, const T* y, T* z);
   static void jacobi_from_zero(Space& space, I n, T relax, const T* d, const T* b, T* x);
   static R jacobi_from_zero_squares(Space& space, I n, T relax, const T* d, const T* b, T* x);
   static I count_nonfinite(Space& space, I n, const T* x);
@@ -51,6 +53,36 @@ RealType<T> FusedOpsImpl<T, I, Space>::cg_update(Space& space, I n, T alpha, con
         const T ri = q[i] * minus + r[i] * one;
         r[i] = ri;
         acc += absSquared(ri);
+      },
+      spm::Sum<R, Space>(result));
+  return result;
+}
+
+template <class T, class I, class Space>
+T FusedOpsImpl<T, I, Space>::axpy_dot(Space& space, I n, T a, const T* x, T* y, const T* z) {
+  T result{};
+  const T one(1);
+  spm::parallel_reduce(
+      Policy(space, 0, n),
+      [=] MIVO_FUNCTION(I i, T & acc) {
+        const T yi = x[i] * a + y[i] * one;
+        y[i] = yi;
+        acc += conj(yi) * z[i];
+      },
+      spm::Sum<T, Space>(result));
+  return result;
+}
+
+template <class T, class I, class Space>
+RealType<T> FusedOpsImpl<T, I, Space>::axpby_squares(Space& space, I n, T a, const T* x, T b,
+                                                     const T* y, T* z) {
+  R result{};
+  spm::parallel_reduce(
+      Policy(space, 0, n),
+      [=] MIVO_FUNCTION(I i, R & acc) {
+        const T zi = x[i] * a + y[i] * b;
+        z[i] = zi;
+        acc += absSquared(zi);
       },
       spm::Sum<R, Space>(result));
   return result;

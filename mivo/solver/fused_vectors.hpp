@@ -10,33 +10,77 @@
 
 namespace mivo {
 
+// Sequences of operations of `ParMatrixT` with fewer passes over the vectors. Bits, collectives and
+// failures are those of the separate calls that stand in each body, which run when the vectors do
+// not fit together: at least one of them then ends the process, with the text of its check.
+
+/// Collective.
+template <class T>
+T sumOverRanks(T value, int comm) {
+  MPI_Allreduce(MPI_IN_PLACE, &value, 1, comu::messageType<T>(), MPI_SUM, comm);
+  return value;
+}
+
 /// The 2-norm that belongs to this rank's share of the sum of squares. Collective.
 template <class R>
 R normOfLocalSquares(R squares, int comm) {
-  MPI_Allreduce(MPI_IN_PLACE, &squares, 1, comu::messageType<R>(), MPI_SUM, comm);
-  return std::sqrt(squares);
+  return std::sqrt(sumOverRanks(squares, comm));
 }
 
-/// x = x + alpha p, r = r - alpha q; returns |r|. Bits, collectives and failures are those of two
-/// calls of `ParMatrixT::axpby` and one of `normL2`, with one pass over the vectors. Collective.
+/// Equal sizes and kinds of device.
+template <class Local, class... Others>
+bool fitTogether(const Local& first, const Others&... others) {
+  return (
+      (others.getSize() == first.getSize() && others.getDevice().type == first.getDevice().type) &&
+      ...);
+}
+
+/// x = x + alpha p, r = r - alpha q; returns |r|. Collective.
 template <class T, class G, class L>
 RealType<T> updateSolutionAndResidual(T alpha, const ParMatrixT<T, G, L>& p, ParMatrixT<T, G, L>& x,
                                       const ParMatrixT<T, G, L>& q, ParMatrixT<T, G, L>& r) {
   using Vector = ParMatrixT<T, G, L>;
-  const auto local_p = p.getLocalMatrix(), local_x = x.getLocalMatrix();
-  const auto local_q = q.getLocalMatrix(), local_r = r.getLocalMatrix();
-  const Device device = local_r.getDevice();
-  for (const auto* v : {&local_p, &local_x, &local_q}) {
-    if (v->getSize() == local_r.getSize() && v->getDevice().type == device.type) continue;
-    // At least one of these ends the process, with the text of its check.
+  const auto lp = p.getLocalMatrix(), lx = x.getLocalMatrix();
+  const auto lq = q.getLocalMatrix(), lr = r.getLocalMatrix();
+  if (!fitTogether(lr, lp, lx, lq)) {
     Vector::axpby(alpha, p, T(1), x);
     Vector::axpby(-alpha, q, T(1), r);
     return Vector::normL2(r);
   }
-  const RealType<T> squares =
-      FusedOps<T, L>::cg_update(device, local_r.getSize(), alpha, local_p.getData(),
-                                local_x.getData(), local_q.getData(), local_r.getData());
+  const RealType<T> squares = FusedOps<T, L>::cg_update(
+      lr.getDevice(), lr.getSize(), alpha, lp.getData(), lx.getData(), lq.getData(), lr.getData());
   return normOfLocalSquares(squares, r.getComm());
+}
+
+/// y = y + a x; returns (y, z). Collective.
+template <class T, class G, class L>
+T addAndDot(T a, const ParMatrixT<T, G, L>& x, ParMatrixT<T, G, L>& y,
+            const ParMatrixT<T, G, L>& z) {
+  using Vector = ParMatrixT<T, G, L>;
+  const auto lx = x.getLocalMatrix(), ly = y.getLocalMatrix(), lz = z.getLocalMatrix();
+  if (!fitTogether(ly, lx, lz)) {
+    Vector::axpby(a, x, T(1), y);
+    return Vector::dot(y, z);
+  }
+  return sumOverRanks(FusedOps<T, L>::axpy_dot(ly.getDevice(), ly.getSize(), a, lx.getData(),
+                                               ly.getData(), lz.getData()),
+                      y.getComm());
+}
+
+/// z = a x + b y; returns |z|. z may be x or y. Collective.
+template <class T, class G, class L>
+RealType<T> combineAndNorm(T a, const ParMatrixT<T, G, L>& x, T b, const ParMatrixT<T, G, L>& y,
+                           ParMatrixT<T, G, L>& z) {
+  using Vector = ParMatrixT<T, G, L>;
+  const auto lx = x.getLocalMatrix(), ly = y.getLocalMatrix(), lz = z.getLocalMatrix();
+  if (!fitTogether(lz, lx, ly)) {
+    Vector::axpbypcz(a, x, b, y, T(0), z);
+    return Vector::normL2(z);
+  }
+  return std::sqrt(
+      sumOverRanks(FusedOps<T, L>::axpby_squares(lz.getDevice(), lz.getSize(), a, lx.getData(), b,
+                                                 ly.getData(), lz.getData()),
+                   z.getComm()));
 }
 
 }  // namespace mivo

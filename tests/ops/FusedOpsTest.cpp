@@ -73,6 +73,39 @@ TYPED_TEST(FusedOpsTest, CgUpdateHasTheBitsOfTwoAxpbyAndANorm) {
   }
 }
 
+TYPED_TEST(FusedOpsTest, CombinationsHaveTheBitsOfTheirPartsAndReductions) {
+  using T = TypeParam;
+  using R = RealType<T>;
+  using Fused = FusedOps<T, int>;
+  using Plain = BlasOps<T, int>;
+  std::mt19937 rng(14);
+  for (const Device& device : testDevices()) {
+    for (const int n : kSizes) {
+      for (const bool wild : {false, true}) {
+        DeviceArray<T> x(device, drawVector<T>(rng, n, wild));
+        const auto y0 = drawVector<T>(rng, n, wild), z0 = drawVector<T>(rng, n, wild);
+        const T a = drawVector<T>(rng, 1, false)[0], b = T(R(1.5));
+        DeviceArray<T> y(device, y0), ys(device, y0), z(device, z0), zs(device, z0);
+
+        Plain::axpby(device, n, a, x.data(), T(1), ys.data());
+        const T product = Plain::dot(device, n, ys.data(), z.data());
+        const T fused = Fused::axpy_dot(device, n, a, x.data(), y.data(), z.data());
+        expectSameBits<T>({fused}, {product});
+        expectSameBits(y.values(), ys.values());
+
+        Plain::axpbypcz(device, n, a, x.data(), b, y.data(), T(0), zs.data());
+        const R squares = Plain::abs_sum(device, n, zs.data(), R(2));
+        expectSameBits<R>({Fused::axpby_squares(device, n, a, x.data(), b, y.data(), z.data())},
+                          {squares});
+        expectSameBits(z.values(), zs.values());
+        // the result may take the place of an operand
+        Fused::axpby_squares(device, n, a, x.data(), b, y.data(), y.data());
+        expectSameBits(y.values(), zs.values());
+      }
+    }
+  }
+}
+
 TYPED_TEST(FusedOpsTest, JacobiFromZeroHasTheBitsOfASweepWithProduct) {
   using T = TypeParam;
   using R = RealType<T>;
