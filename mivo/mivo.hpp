@@ -44,6 +44,8 @@
 #include "mivo/precond/ParSmootherSOR.hpp"
 #include "mivo/precond/ParSmootherSSOR.hpp"
 #include "mivo/solver/ParSolver.hpp"
+#include "mivo/solver/SolverBiCGSTAB.hpp"
+#include "mivo/solver/SolverFLGMRES_R.hpp"
 #include "mivo/solver/SolverPCG.hpp"
 #include "mivo/spm/dispatch.hpp"
 #include "mivo/spm/parallel.hpp"

@@ -7,27 +7,13 @@
 #include "mivo/mat/ParMatrix.hpp"
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/solver/fused_vectors.hpp"
+#include "mivo/solver/residual_table.hpp"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/json.hpp"
 
 namespace mivo {
 
 namespace {
-
-template <class R>
-void printTableHead(R atol, R rtol, R btol) {
-  std::printf("======================== PCG =====================\n");
-  std::printf("Tolerances: atol=%lg, rtol=%lg, btol=%lg\n", static_cast<double>(atol),
-              static_cast<double>(rtol), static_cast<double>(btol));
-  std::printf("Iters   Resid. norm    Resid./resid0  Resid./rhs\n");
-  std::printf("-----   ------------   -------------  ------------\n");
-}
-
-template <class R>
-void printTableRow(int iter, R res, R relR, R relB) {
-  std::printf("%5d   %12e   %12e   %12e\n", iter, static_cast<double>(res),
-              static_cast<double>(relR), static_cast<double>(relB));
-}
 
 /// `line` is part of the text.
 void warnOfBreakdown(int line) {
@@ -85,8 +71,8 @@ void SolverPCG_T<T, G, L, S>::solve(Preconditioner& P, Operator& A, const Vector
   R relB = r0 / normb;
   this->logSolverStatus(P, 0, r0, r0 / r0, relB);
   if (table) {
-    printTableHead(atol, this->rtol, btol);
-    printTableRow(0, r0, r0 / r0, relB);
+    printTableHead("======================== PCG =====================", atol, this->rtol, btol, r0,
+                   relB);
   }
 
   int k = 0;
