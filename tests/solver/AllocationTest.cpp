@@ -23,32 +23,40 @@ namespace mivo {
 namespace {
 
 // Every container is a shared handle, so that a work vector made on the way would show here.
-TEST(SolverPCG, AllocatesNothingAfterItsFirstIteration) {
-  for (const std::string preconditioner :
-       {"PrecondIdentity", "PrecondJacobi", "PrecondJacobiLp", "PrecondSOR", "PrecondSSOR"}) {
-    ParCSRMatrixT<double, long, int> A;
-    ParMatrixT<double, long, int> x, b;
-    PoissonFDM_T<double, long, int> problem;
-    problem.N = 12;
-    problem.generate(A, x, b);
-    x.fill(0);
-    const auto solver = ParSolverT<double, long, int>::getFactory().createInstance(
-        {{"solver_type", "SolverPCG"},
-         {"SolverPCG_params",
-          {{"max_its", 6},
-           {"rtol", 1e-30},
-           {"preconditioner",
-            {{"preconditioner_type", preconditioner},
-             {preconditioner + "_params", {{"nsweeps", 2}}}}}}}});
-    solver->preconditioner->setup(A);
-    long counts[7] = {};
-    solver->observer = [&](int iter, double, double, double) { counts[iter] = g_allocations; };
-    int iter = 0;
-    double relres = 0;
-    solver->solve(A, b, x, iter, relres);
-    ASSERT_EQ(iter, 6) << preconditioner;
-    EXPECT_GT(counts[1], counts[0]) << "the count works: the first product builds the halo plan";
-    EXPECT_EQ(counts[6], counts[1]) << preconditioner;
+void expectNoAllocationAfterTheFirstIteration(const std::string& name, const json& preconditioner) {
+  ParCSRMatrixT<double, long, int> A;
+  ParMatrixT<double, long, int> x, b;
+  PoissonFDM_T<double, long, int> problem;
+  problem.N = 12;
+  problem.rhs = "random";
+  problem.generate(A, x, b);
+  x.fill(0);
+  const auto solver = ParSolverT<double, long, int>::getFactory().createInstance(
+      {{"solver_type", name},
+       {name + "_params",
+        {{"max_its", 6}, {"rtol", 1e-30}, {"restart", 2}, {"preconditioner", preconditioner}}}});
+  solver->preconditioner->setup(A);
+  long counts[7] = {};
+  solver->observer = [&](int iter, double, double, double) { counts[iter] = g_allocations; };
+  int iter = 0;
+  double relres = 0;
+  solver->solve(A, b, x, iter, relres);
+  ASSERT_EQ(iter, 6) << name << preconditioner;
+  EXPECT_GT(counts[1], counts[0]) << "the count works: the first product builds the halo plan";
+  EXPECT_EQ(counts[6], counts[1]) << name << preconditioner;
+}
+
+TEST(KrylovSolvers, AllocateNothingAfterTheirFirstIteration) {
+  for (const std::string solver : {"SolverPCG", "SolverBiCGSTAB", "SolverFLGMRES_R"}) {
+    for (const std::string name :
+         {"PrecondIdentity", "PrecondJacobi", "PrecondJacobiLp", "PrecondSOR", "PrecondSSOR"}) {
+      expectNoAllocationAfterTheFirstIteration(
+          solver, {{"preconditioner_type", name}, {name + "_params", {{"nsweeps", 2}}}});
+    }
+    expectNoAllocationAfterTheFirstIteration(
+        solver,
+        {{"preconditioner_type", "PrecondList"},
+         {"PrecondList_params", json::array({{{"preconditioner_type", "PrecondJacobi"}}})}});
   }
 }
 

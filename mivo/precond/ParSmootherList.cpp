@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "mivo/precond/ParSmootherList.hpp"
+
+#include "mivo/precond/list_members.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+ParSmootherList_T<T, G, L>::~ParSmootherList_T() = default;
+
+template <class T, class G, class L>
+void ParSmootherList_T<T, G, L>::create(const json& params) {
+  members_ = makeListMembers<ParSmootherT<T, G, L>>(*this, params);
+}
+
+template <class T, class G, class L>
+void ParSmootherList_T<T, G, L>::setup(const ParMatrixFreeT<T, G, L>& A) {
+  forEachMember(members_, [&](auto& member) { member.setup(A); });
+}
+
+template <class T, class G, class L>
+void ParSmootherList_T<T, G, L>::smooth(const Vector& b, Vector& x) {
+  forEachMember(members_, [&](auto& member) { member.smooth(b, x); });
+}
+
+#define MIVO_SMOOTHER_LIST(T)                     \
+  template class ParSmootherList_T<T, long, int>; \
+  MIVO_REGISTER(ParSmootherT, "SmootherList", T, long, int, ParSmootherList_T<T, long, int>)
+MIVO_SMOOTHER_LIST(double)
+MIVO_SMOOTHER_LIST(Complex<float>)
+MIVO_SMOOTHER_LIST(Complex<double>)
+#undef MIVO_SMOOTHER_LIST
+
+}  // namespace mivo
