@@ -183,7 +183,9 @@ void turnOnTable(json& configuration) {
   const json& definitions = schemaDocument().at("definitions");
   const std::string reference =
       definitions.at("solver").at("properties").at(name + "_params").at("$ref").get<std::string>();
-  const json& keys = schemaDocument().at(json::json_pointer(reference.substr(1))).at("properties");
+  const json keys = schemaDocument()
+                        .at(json::json_pointer(reference.substr(1)))
+                        .value("properties", json::object());
   if (keys.contains("verbose") && !params.contains("verbose") && !params.contains("verb")) {
     params["verbose"] = 2;
   }

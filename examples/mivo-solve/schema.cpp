@@ -234,8 +234,12 @@ std::vector<SchemaFault> validateConfiguration(const json& configuration) {
   if (validator.validate(compiledSchema(), document, &results)) {
     return faults;
   }
-  // The validator also reports each object around a fault, which is of no use to a reader.
-  const std::string echo = "Failed to validate against schema associated with";
+  // The validator also reports each object and array around a fault, which is of no use to a
+  // reader.
+  const auto isEcho = [](const std::string& description) {
+    return description.rfind("Failed to validate against schema associated with", 0) == 0 ||
+           description.rfind("Failed to validate item", 0) == 0;
+  };
   std::vector<std::vector<std::string>> seen;
   std::string firstDescription;
   valijson::ValidationResults::Error error;
@@ -243,7 +247,7 @@ std::vector<SchemaFault> validateConfiguration(const json& configuration) {
     if (firstDescription.empty()) {
       firstDescription = error.description;
     }
-    if (error.description.compare(0, echo.size(), echo) == 0 ||
+    if (isEcho(error.description) ||
         std::find(seen.begin(), seen.end(), error.context) != seen.end()) {
       continue;
     }
@@ -277,7 +281,12 @@ void listSchema(std::ostream& out) {
     out << typeKey << "\n";
     for (const std::string name : properties.at(typeKey).at("enum")) {
       out << "  " << name << "\n";
-      const json& keys = resolve(properties.at(name + kParamsSuffix)).at("properties");
+      const json& params = resolve(properties.at(name + kParamsSuffix));
+      if (params.at("type") == "array") {
+        out << "    an array of objects with " << typeKey << "\n";
+        continue;
+      }
+      const json& keys = params.at("properties");
       for (const auto& item : keys.items()) {
         const json& key = resolve(item.value());
         std::ostringstream line;

@@ -10,6 +10,7 @@ namespace driver_test {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 /// A fault of the configuration file or the command line.
 struct BadConfiguration {
@@ -34,6 +35,7 @@ TEST_P(BadConfigurationTest, EndsWithStatusOneAndSaysWhatIsWrong) {
   EXPECT_EQ(outcome.status, 1) << outcome.out << outcome.err;
   EXPECT_THAT(outcome.err, HasSubstr(bad.fragment));
   EXPECT_THAT(outcome.err, HasSubstr("mivo-solve: "));
+  EXPECT_THAT(outcome.err, Not(HasSubstr("Failed to validate"))) << "words of the validator";
 }
 
 std::string withPoisson(const char* params) {
@@ -113,6 +115,15 @@ const std::vector<BadConfiguration>& badConfigurations() {
        withSolver("{\"solver_type\": \"SolverPCG\", \"SolverPGC_params\": {}}"),
        {},
        "did you mean \"SolverPCG_params\"?"},
+      {"KeysForAList",
+       withSolver("{\"solver_type\": \"SolverList\", \"SolverList_params\": {\"rtol\": 1e-6}}"),
+       {},
+       "/solver/SolverList_params: expected an array, found an object"},
+      {"TypoInAList",
+       withSolver("{\"solver_type\": \"SolverList\", \"SolverList_params\": "
+                  "[{\"solver_type\": \"SolverPCG\"}, {\"solver_type\": \"PCG\"}]}"),
+       {},
+       "/solver/SolverList_params/1/solver_type: the value \"PCG\" is not known"},
       {"UnrelatedName", withSolver("{\"solver_type\": \"x\"}"), {}, "allowed: \"SolverPCG\""},
       {"NoSolverType", withSolver("{}"), {}, "the key \"solver_type\" is missing"},
       {"UnfinishedSolver",

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "driver_process.hpp"
+#include "examples/mivo-solve/schema.hpp"
 #include "tests/support/devices.hpp"
 
 namespace driver_test {
@@ -156,6 +157,16 @@ INSTANTIATE_TEST_SUITE_P(
         SoundRun{"Ssor", poissonConfiguration("SolverSSOR"), 0},
         SoundRun{"OnlyBoundaryPoints", poissonConfiguration("SolverPCG", json::object(), 2), 0},
         SoundRun{"OneUnknown", poissonConfiguration("SolverPCG", json::object(), 1), 0},
+        SoundRun{"ListThatSolves",
+                 poissonConfiguration("SolverList", {{{"solver_type", "SolverPCG"},
+                                                      {"SolverPCG_params", {{"max_its", 2}}}},
+                                                     {{"solver_type", "SolverBiCGSTAB"}}}),
+                 0},
+        SoundRun{"EmptyList", poissonConfiguration("SolverList", json::array()), 2},
+        SoundRun{"ShortRestarts",
+                 poissonConfiguration("SolverFLGMRES_R", {{"restart", 3}, {"augk", 1}}), 0},
+        SoundRun{"GmresWithoutIterations",
+                 poissonConfiguration("SolverFLGMRES_R", {{"max_its", 0}}), 2},
         SoundRun{"PreOnly", poissonConfiguration("SolverPreOnly"), 2},
         SoundRun{"TooFewIterations", poissonConfiguration("SolverPCG", {{"max_its", 3}}), 2},
         SoundRun{"NoIterations", poissonConfiguration("SolverPCG", {{"max_its", 0}}), 2},
@@ -175,6 +186,31 @@ INSTANTIATE_TEST_SUITE_P(
             poissonConfiguration("SolverPCG", preconditioned("PrecondJacobi", {{"nsweeps", 0}})),
             2}),
     [](const auto& sound) { return std::string(sound.param.name); });
+
+/// Parameters for a run of a name: an empty list of preconditioners would precondition nothing.
+json parametersOf(const std::string& preconditioner) {
+  if (preconditioner != "PrecondList") return json::object();
+  return {
+      {{"preconditioner_type", "PrecondJacobi"}},
+      {{"preconditioner_type", "PrecondSSOR"}, {"PrecondSSOR_params", {{"initial_zero", false}}}}};
+}
+
+TEST(Solve, MethodsForGeneralMatricesTakeEveryPreconditioner) {
+  const Folder folder;
+  const json family = mivo_solve::schemaDocument()["definitions"]["preconditioner"]["properties"];
+  for (const std::string solver : {"SolverBiCGSTAB", "SolverFLGMRES_R"}) {
+    for (const std::string name : family["preconditioner_type"]["enum"]) {
+      for (const auto& device : mivo::test::testDevices()) {
+        folder.write("c.json",
+                     poissonConfiguration(solver, preconditioned(name, parametersOf(name))).dump());
+        const Outcome outcome = folder.run({"c.json", "--json", "--device", device.getString()});
+        EXPECT_EQ(outcome.status, 0) << solver << name << outcome.out << outcome.err;
+        EXPECT_GT(reportOf(outcome)["iterations"], 0);
+        EXPECT_THAT(reportOf(outcome)["operators"].get<std::string>(), HasSubstr(name));
+      }
+    }
+  }
+}
 
 TEST(Solve, PrintsStatisticsTreeTableAndResiduals) {
   const Folder folder;
@@ -319,7 +355,9 @@ TEST(Solve, HelpVersionSchemaAndListNeedNoConfiguration) {
   const Folder folder;
   EXPECT_THAT(folder.run({"--help"}).out, HasSubstr("Exit status:"));
   EXPECT_THAT(folder.run({"--version"}).out, MatchesRegex("mivo-solve [0-9]+\\.[0-9]+\\.[0-9]+\n"));
-  EXPECT_THAT(folder.run({"--list"}).out, HasSubstr("SolverPCG"));
+  const std::string list = folder.run({"--list"}).out;
+  EXPECT_THAT(list, HasSubstr("SolverPCG"));
+  EXPECT_THAT(list, HasSubstr("  SolverList\n    an array of objects with solver_type\n"));
   EXPECT_EQ(folder.run({"--schema"}).out,
             readAll(std::string(MIVO_PROJECT_FOLDER) + "/examples/mivo-solve/mivo.schema.json"));
 }
