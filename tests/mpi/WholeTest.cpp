@@ -62,7 +62,8 @@ TYPED_TEST(WholeOverRanks, DenseEntriesFindTheirOwnersFromAnyRank) {
     ParMatrixT<T, long, int> X(rows, cols, device), Y;
     X.fill(T(9));
     X.beginAssemble();
-    // Only the last value that a rank sets counts; what ranks have set is summed like what they add.
+    // Only the last value that a rank sets counts; what ranks have set is summed like what they
+    // add.
     std::vector<T> expected(rows * cols, T(0));
     for (int r = 0; r < size; ++r) {
       for (int k = r; k < rows * cols; k += 2) {
@@ -76,8 +77,8 @@ TYPED_TEST(WholeOverRanks, DenseEntriesFindTheirOwnersFromAnyRank) {
     X.endAssemble();
     long begin = 0, end = 0;
     X.getOwnerShipRange(&begin, &end);
-    EXPECT_EQ(valuesOf(X.getLocalMatrix()), std::vector<T>(expected.begin() + begin * cols,
-                                                           expected.begin() + end * cols));
+    EXPECT_EQ(valuesOf(X.getLocalMatrix()),
+              std::vector<T>(expected.begin() + begin * cols, expected.begin() + end * cols));
 
     // Rank r gives ones in the first r rows, the first rank nothing.
     MatrixT<T, long> part;
@@ -137,8 +138,7 @@ TYPED_TEST(WholeOverRanks, SparseMatricesTravelAndTellOfAllTheirRows) {
     for (const Device& device : rankDevices()) {
       const int root = worldSize() - 1;
       const Matrix S = Matrix::scatter(
-          kCommWorld, root,
-          worldRank() == root ? test::sparseOf(device, a) : CSRMatrixT<T, int>());
+          kCommWorld, root, worldRank() == root ? test::sparseOf(device, a) : CSRMatrixT<T, int>());
       for (std::size_t k = 0; k < row_cuts.size(); ++k) {
         const auto& part = row_cuts[k];
         Matrix A = distributed<T, long>(device, part, col_cuts[(k + 1) % col_cuts.size()], a);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <map>
@@ -95,6 +97,28 @@ ParCSRMatrixT<T, G, int> distributed(const Device& device, const PartitionerT<G,
   }
   A.endAssemble();
   return A;
+}
+
+/// Random pattern and small values off a diagonal that outweighs the rows.
+template <class T>
+HostCsr<T> dominatedCsr(std::mt19937& rng, int n) {
+  const HostCsr<T> a = randomCsr<T>(rng, n, n);
+  return HostCsr<T>::build(n, n, [&](int i, HostCsr<T>& out) {
+    for (const auto& [j, v] : a.row(i)) {
+      if (j != i) out.push(j, v);
+    }
+    out.push(i, T(RealType<T>(90)));
+  });
+}
+
+/// The same steps but for rounding; `tolerance` relative to each norm.
+template <class R>
+void expectSameHistory(const std::vector<R>& a, const std::vector<R>& b, double tolerance) {
+  ASSERT_EQ(a.size(), b.size());
+  for (std::size_t k = 0; k < b.size(); ++k) {
+    // Where the method ends, what is left is rounding.
+    EXPECT_NEAR(a[k], b[k], tolerance * b[k] + 1e-14 * b[0]) << "status " << k;
+  }
 }
 
 }  // namespace mivo::test
