@@ -67,6 +67,51 @@ void addIteration(const std::string& name, const json& config, int matrices, int
   });
 }
 
+/// How often an iteration runs each operation, one call of the library's separate kernels each.
+struct Parts {
+  int products, applications;
+  int dots, norms;
+  int updates;  ///< y = a x + b y
+  int sums;     ///< z = a x + b y
+  int copies, scales;
+};
+
+/// Seconds of the parts, each timed alone on vectors of the system.
+double secondsOfParts(const Parts& parts, ParPreconditionerT<double, long, int>& P, System& s,
+                      Vector& y, Vector& z) {
+  volatile double sink = 0;
+  return parts.products * secondsOf([&] { s.A.aAxpby(1.0, s.b, 0.0, y, nullptr); }) +
+         parts.applications * secondsOf([&] { P.precondition(s.b, y); }) +
+         parts.dots * secondsOf([&] { sink = Vector::dot(s.b, y); }) +
+         parts.norms * secondsOf([&] { sink = Vector::normL2(y); }) +
+         parts.updates * secondsOf([&] { Vector::axpby(0.5, s.b, 0.5, y); }) +
+         parts.sums * secondsOf([&] { Vector::axpbypcz(0.5, s.b, 0.5, y, 0.0, z); }) +
+         parts.copies * secondsOf([&] { s.b.deepCopy(y); }) +
+         parts.scales * secondsOf([&] { Vector::scale(0.5, y); });
+}
+
+/// An iteration beside its parts: "vs_parts" is its time in units of their sum.
+void addIterationBesideParts(const std::string& name, const json& config, const Parts& parts,
+                             int matrices, int vectors) {
+  add(name, [=](benchmark::State& state) {
+    System& s = shared();
+    const auto solver = Solver::getFactory().createInstance(config);
+    solver->preconditioner->setup(s.A);
+    Vector y = s.b.deepCopy(), z = s.b.deepCopy();
+    std::vector<double> seconds, sums, triad;
+    for (auto _ : state) {
+      triad.push_back(triadSeconds());
+      for (int k = 0; k < 5; ++k) {
+        sums.push_back(secondsOfParts(parts, *solver->preconditioner, s, y, z));
+      }
+      seconds.push_back(secondsOfIteration(*solver, s));
+      state.SetIterationTime(seconds.back());
+    }
+    report(state, s.bytes(matrices, vectors), seconds, triad);
+    state.counters["vs_parts"] = median(seconds) / median(sums);
+  });
+}
+
 void addPreconditioner(const std::string& name, const json& config, int matrices, int vectors) {
   add(name, [=](benchmark::State& state) {
     System& s = shared();
@@ -100,15 +145,21 @@ void addGeneration(int dim, int N) {
 void registerBenchmarks() {
   const json jacobi{{"preconditioner_type", "PrecondJacobi"}};
   const json ssor{{"preconditioner_type", "PrecondSSOR"}};
-  const auto pcg = [](const json& preconditioner) {
-    return json{{"solver_type", "SolverPCG"},
-                {"SolverPCG_params",
-                 {{"preconditioner", preconditioner}, {"max_its", 12}, {"rtol", 1e-30}}}};
+  const auto solver = [](const std::string& name, const json& preconditioner) {
+    return json{
+        {"solver_type", name},
+        {name + "_params", {{"preconditioner", preconditioner}, {"max_its", 12}, {"rtol", 1e-30}}}};
   };
   // The kernels of a Jacobi iteration touch 18 vectors; six of them have just been in use. SSOR has
   // two sweeps over b, d and x in place of the three vectors of Jacobi.
-  addIteration("pcg_iteration/PrecondJacobi", pcg(jacobi), 1, 12);
-  addIteration("pcg_iteration/PrecondSSOR", pcg(ssor), 3, 18);
+  addIteration("pcg_iteration/PrecondJacobi", solver("SolverPCG", jacobi), 1, 12);
+  addIteration("pcg_iteration/PrecondSSOR", solver("SolverPCG", ssor), 3, 18);
+  // 25 vectors beside products and preconditioner, which touch two and three vectors
+  addIterationBesideParts("bicgstab_iteration/PrecondJacobi", solver("SolverBiCGSTAB", jacobi),
+                          {2, 2, 4, 2, 2, 4, 0, 0}, 2, 35);
+  // The median of steps 1 to 11 is step 6, with 7 vectors to orthogonalise against.
+  addIterationBesideParts("flgmres_r_iteration/PrecondJacobi", solver("SolverFLGMRES_R", jacobi),
+                          {1, 1, 7, 1, 7, 0, 1, 1}, 1, 38);
   addPreconditioner("jacobi_from_zero", jacobi, 0, 3);
   addPreconditioner("ssor", ssor, 2, 9);
   addGeneration(2, static_cast<int>(sized(1000, 16)));
