@@ -92,7 +92,7 @@ void SpBlasProductsImpl<T, I, Space>::jacobi_diagLp(Space& space, I rows, const 
     const T s = sparse::rowDot(begin, end, col_idx, values, x, T(0));
     const T d = sparse::rowEntry(begin, end, col_idx, values, i, T(1));
     R w = R(0);
-    for (I k = begin; k < end; ++k) w += sparse::absPower(values[k], p);
+    for (I k = begin; k < end; ++k) w += absPower(values[k], p);
     y[i] += (b[i] - s) * omega * d / T(w);
   });
 }

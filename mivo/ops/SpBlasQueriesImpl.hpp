@@ -97,7 +97,7 @@ void SpBlasQueriesImpl<T, I, Space>::par_csr_row_norm_lp(Space& space, I rows, I
       const BlockView& a = blocks[m];
       for (I k = a.row_begin[i]; k < a.row_end[i]; ++k) sum += powReal(abs(a.values[k]), p);
     }
-    norms[i] = sparse::rootOfOrder(sum, p);
+    norms[i] = rootOfOrder(sum, p);
   });
 }
 
