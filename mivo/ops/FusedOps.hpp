@@ -30,6 +30,22 @@ class MIVO_API FusedOps {
   /// z = a x + b y as `axpbypcz` without its third term; returns sum |z|^2 as `abs_sum`. z may be x
   /// or y.
   static R axpby_squares(const Device& device, I n, T a, const T* x, T b, const T* y, T* z);
+  /// Two three-term recurrences: r = r + a v + b v_old and z = z + a u + b u_old, as two `axpy`
+  /// each; returns (r, z) as `dot`.
+  static T lanczos_pair(const Device& device, I n, T a, const T* v, const T* u, T b, const T* v_old,
+                        const T* u_old, T* r, T* z);
+  /// Step of minimum residuals: w = g u + d w_old + e w, as `scal` and two `axpy`, then
+  /// x = x + step w as `axpy`.
+  static void minres_step(const Device& device, I n, T g, const T* u, T d, const T* w_old, T e,
+                          T* w, T step, T* x);
+  /// Step along the LQ point: with w = c w_bar + s u it does w_bar = -s w_bar + c u and
+  /// x = x + step w, all as `scal` and `axpy`.
+  static void symmlq_step(const Device& device, I n, T c, T s, const T* u, T* w_bar, T step, T* x);
+  /// Two reflections of a basis and a step along its column that is final now. With u = g z and
+  /// t = s2 w - c2 u it does x = x + step (c2 w + s2 u), w_old = c1 w_old + s1 t, and
+  /// w = s1 w_old - c1 t from the old w_old.
+  static void qlp_step(const Device& device, I n, T g, const T* z, T c2, T s2, T c1, T s1, T step,
+                       T* w_old, T* w, T* x);
   /// x = relax d .* (b - A 0) + 0: a Jacobi sweep from zero with inverse diagonal d, for a finite
   /// A, whose rows then give sums of exactly +0. That is x = 0 by `fill`, r = b, r = -1 A x + 1 r
   /// by `aAxpby`, x = relax d .* r + 1 x by `axypbz`.

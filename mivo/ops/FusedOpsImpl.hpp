@@ -35,6 +35,13 @@ class FusedOpsImpl {
   static R cg_update(Space& space, I n, T alpha, const T* p, T* x, const T* q, T* r);
   static T axpy_dot(Space& space, I n, T a, const T* x, T* y, const T* z);
   static R axpby_squares(Space& space, I n, T a, const T* x, T b, const T* y, T* z);
+  static T lanczos_pair(Space& space, I n, T a, const T* v, const T* u, T b, const T* v_old,
+                        const T* u_old, T* r, T* z);
+  static void minres_step(Space& space, I n, T g, const T* u, T d, const T* w_old, T e, T* w,
+                          T step, T* x);
+  static void symmlq_step(Space& space, I n, T c, T s, const T* u, T* w_bar, T step, T* x);
+  static void qlp_step(Space& space, I n, T g, const T* z, T c2, T s2, T c1, T s1, T step, T* w_old,
+                       T* w, T* x);
   static void jacobi_from_zero(Space& space, I n, T relax, const T* d, const T* b, T* x);
   static R jacobi_from_zero_squares(Space& space, I n, T relax, const T* d, const T* b, T* x);
   static I count_nonfinite(Space& space, I n, const T* x);
@@ -86,6 +93,56 @@ RealType<T> FusedOpsImpl<T, I, Space>::axpby_squares(Space& space, I n, T a, con
       },
       spm::Sum<R, Space>(result));
   return result;
+}
+
+template <class T, class I, class Space>
+T FusedOpsImpl<T, I, Space>::lanczos_pair(Space& space, I n, T a, const T* v, const T* u, T b,
+                                          const T* v_old, const T* u_old, T* r, T* z) {
+  T result{};
+  spm::parallel_reduce(
+      Policy(space, 0, n),
+      [=] MIVO_FUNCTION(I i, T & acc) {
+        const T ri = (r[i] + v[i] * a) + v_old[i] * b;
+        const T zi = (z[i] + u[i] * a) + u_old[i] * b;
+        r[i] = ri;
+        z[i] = zi;
+        acc += conj(ri) * zi;
+      },
+      spm::Sum<T, Space>(result));
+  return result;
+}
+
+template <class T, class I, class Space>
+void FusedOpsImpl<T, I, Space>::minres_step(Space& space, I n, T g, const T* u, T d, const T* w_old,
+                                            T e, T* w, T step, T* x) {
+  spm::parallel_for(Policy(space, 0, n), [=] MIVO_FUNCTION(I i) {
+    const T wi = (u[i] * g + w_old[i] * d) + w[i] * e;
+    w[i] = wi;
+    x[i] += wi * step;
+  });
+}
+
+template <class T, class I, class Space>
+void FusedOpsImpl<T, I, Space>::symmlq_step(Space& space, I n, T c, T s, const T* u, T* w_bar,
+                                            T step, T* x) {
+  const T minus = -s;
+  spm::parallel_for(Policy(space, 0, n), [=] MIVO_FUNCTION(I i) {
+    const T wi = w_bar[i] * c + u[i] * s;
+    w_bar[i] = w_bar[i] * minus + u[i] * c;
+    x[i] += wi * step;
+  });
+}
+
+template <class T, class I, class Space>
+void FusedOpsImpl<T, I, Space>::qlp_step(Space& space, I n, T g, const T* z, T c2, T s2, T c1, T s1,
+                                         T step, T* w_old, T* w, T* x) {
+  spm::parallel_for(Policy(space, 0, n), [=] MIVO_FUNCTION(I i) {
+    const T ui = z[i] * g;
+    const T ti = w[i] * s2 - ui * c2;
+    x[i] += (w[i] * c2 + ui * s2) * step;
+    w[i] = w_old[i] * s1 - ti * c1;
+    w_old[i] = w_old[i] * c1 + ti * s1;
+  });
 }
 
 template <class T, class I, class Space>

@@ -83,4 +83,50 @@ RealType<T> combineAndNorm(T a, const ParMatrixT<T, G, L>& x, T b, const ParMatr
                    z.getComm()));
 }
 
+/// r = r + a v + b v_old, z = z + a u + b u_old; returns (r, z). Bits are those of four calls of
+/// `ParMatrixT::axpy` and one of `dot`, with one pass. All vectors have one shape and device, as in
+/// what follows. Collective.
+template <class T, class G, class L>
+T lanczosPair(T a, const ParMatrixT<T, G, L>& v, const ParMatrixT<T, G, L>& u, T b,
+              const ParMatrixT<T, G, L>& v_old, const ParMatrixT<T, G, L>& u_old,
+              ParMatrixT<T, G, L>& r, ParMatrixT<T, G, L>& z) {
+  const auto local = r.getLocalMatrix();
+  T sum = FusedOps<T, L>::lanczos_pair(
+      local.getDevice(), local.getSize(), a, v.getLocalMatrix().getData(),
+      u.getLocalMatrix().getData(), b, v_old.getLocalMatrix().getData(),
+      u_old.getLocalMatrix().getData(), local.getData(), z.getLocalMatrix().getData());
+  MPI_Allreduce(MPI_IN_PLACE, &sum, 1, comu::messageType<T>(), MPI_SUM, r.getComm());
+  return sum;
+}
+
+/// w = g u + d w_old + e w, x = x + step w.
+template <class T, class G, class L>
+void minresStep(T g, const ParMatrixT<T, G, L>& u, T d, const ParMatrixT<T, G, L>& w_old, T e,
+                ParMatrixT<T, G, L>& w, T step, ParMatrixT<T, G, L>& x) {
+  const auto local = x.getLocalMatrix();
+  FusedOps<T, L>::minres_step(local.getDevice(), local.getSize(), g, u.getLocalMatrix().getData(),
+                              d, w_old.getLocalMatrix().getData(), e, w.getLocalMatrix().getData(),
+                              step, local.getData());
+}
+
+/// See `FusedOps::symmlq_step`.
+template <class T, class G, class L>
+void symmlqStep(T c, T s, const ParMatrixT<T, G, L>& u, ParMatrixT<T, G, L>& w_bar, T step,
+                ParMatrixT<T, G, L>& x) {
+  const auto local = x.getLocalMatrix();
+  FusedOps<T, L>::symmlq_step(local.getDevice(), local.getSize(), c, s,
+                              u.getLocalMatrix().getData(), w_bar.getLocalMatrix().getData(), step,
+                              local.getData());
+}
+
+/// See `FusedOps::qlp_step`.
+template <class T, class G, class L>
+void qlpStep(T g, const ParMatrixT<T, G, L>& z, T c2, T s2, T c1, T s1, T step,
+             ParMatrixT<T, G, L>& w_old, ParMatrixT<T, G, L>& w, ParMatrixT<T, G, L>& x) {
+  const auto local = x.getLocalMatrix();
+  FusedOps<T, L>::qlp_step(local.getDevice(), local.getSize(), g, z.getLocalMatrix().getData(), c2,
+                           s2, c1, s1, step, w_old.getLocalMatrix().getData(),
+                           w.getLocalMatrix().getData(), local.getData());
+}
+
 }  // namespace mivo

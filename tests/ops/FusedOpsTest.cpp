@@ -106,6 +106,94 @@ TYPED_TEST(FusedOpsTest, CombinationsHaveTheBitsOfTheirPartsAndReductions) {
   }
 }
 
+/// Scalars of iterations are real and not zero, as T.
+template <class T>
+T drawScalar(std::mt19937& rng) {
+  return T(std::uniform_real_distribution<RealType<T>>(RealType<T>(0.1), 2)(rng));
+}
+
+TYPED_TEST(FusedOpsTest, StepsOfKrylovMethodsHaveTheBitsOfTheirParts) {
+  using T = TypeParam;
+  using Ops = BlasOps<T, int>;
+  using Array = test::DeviceArray<T>;
+  std::mt19937 rng(13);
+  for (const Device& device : test::testDevices()) {
+    for (const int n : kSizes) {
+      for (const bool wild : {false, true}) {
+        const auto draw = [&] { return Array(device, drawVector<T>(rng, n, wild)); };
+        const auto copy = [&](const Array& from) { return Array(device, from.values()); };
+        const T a = drawScalar<T>(rng), b = drawScalar<T>(rng), c = drawScalar<T>(rng);
+        const T d = drawScalar<T>(rng);
+        {
+          Array v = draw(), u = draw(), v_old = draw(), u_old = draw(), r = draw(), z = draw();
+          Array rs = copy(r), zs = copy(z);
+          Ops::axpy(device, n, a, v.data(), rs.data());
+          Ops::axpy(device, n, b, v_old.data(), rs.data());
+          Ops::axpy(device, n, a, u.data(), zs.data());
+          Ops::axpy(device, n, b, u_old.data(), zs.data());
+          const T rz = Ops::dot(device, n, rs.data(), zs.data());
+          const T fused = FusedOps<T, int>::lanczos_pair(
+              device, n, a, v.data(), u.data(), b, v_old.data(), u_old.data(), r.data(), z.data());
+          expectSameBits<T>({fused}, {rz});
+          expectSameBits(r.values(), rs.values());
+          expectSameBits(z.values(), zs.values());
+        }
+        {
+          Array u = draw(), w_old = draw(), w = draw(), x = draw();
+          Array ws = copy(u), xs = copy(x);
+          Ops::scal(device, n, a, ws.data());
+          Ops::axpy(device, n, b, w_old.data(), ws.data());
+          Ops::axpy(device, n, c, w.data(), ws.data());
+          Ops::axpy(device, n, d, ws.data(), xs.data());
+          FusedOps<T, int>::minres_step(device, n, a, u.data(), b, w_old.data(), c, w.data(), d,
+                                        x.data());
+          expectSameBits(w.values(), ws.values());
+          expectSameBits(x.values(), xs.values());
+        }
+        {
+          Array u = draw(), bar = draw(), x = draw();
+          Array w = copy(bar), bars = copy(bar), xs = copy(x);
+          Ops::scal(device, n, c, w.data());
+          Ops::axpy(device, n, a, u.data(), w.data());
+          Ops::scal(device, n, -a, bars.data());
+          Ops::axpy(device, n, c, u.data(), bars.data());
+          Ops::axpy(device, n, d, w.data(), xs.data());
+          FusedOps<T, int>::symmlq_step(device, n, c, a, u.data(), bar.data(), d, x.data());
+          expectSameBits(bar.values(), bars.values());
+          expectSameBits(x.values(), xs.values());
+        }
+      }
+    }
+  }
+}
+
+// Two rotations and a turn of sign leave the lengths of the three vectors together alone.
+TYPED_TEST(FusedOpsTest, QlpStepReflectsTheBasis) {
+  using T = TypeParam;
+  using R = RealType<T>;
+  std::mt19937 rng(14);
+  const T c1(R(0.6)), s1(R(0.8)), c2(R(-5) / 13), s2(R(12) / 13);
+  for (const Device& device : test::testDevices()) {
+    for (const int n : kSizes) {
+      const auto z = drawVector<T>(rng, n, false), old = drawVector<T>(rng, n, false);
+      const auto last = drawVector<T>(rng, n, false);
+      test::DeviceArray<T> zs(device, z), w_old(device, old), w(device, last);
+      test::DeviceArray<T> x(device, std::vector<T>(z.size(), T(0)));
+      FusedOps<T, int>::qlp_step(device, n, T(R(0.5)), zs.data(), c2, s2, c1, s1, T(1),
+                                 w_old.data(), w.data(), x.data());
+      const auto now_old = w_old.values(), now = w.values(), step = x.values();
+      for (std::size_t i = 0; i < z.size(); ++i) {
+        const T u = z[i] * T(R(0.5));
+        const R before = absSquared(u) + absSquared(old[i]) + absSquared(last[i]);
+        const R after = absSquared(now_old[i]) + absSquared(now[i]) + absSquared(step[i]);
+        EXPECT_NEAR(before, after, 1e-5);
+        EXPECT_LT(abs(step[i] - (c2 * last[i] + s2 * u)), R(1e-5));
+        EXPECT_LT(abs(c1 * now_old[i] + s1 * now[i] - old[i]), R(1e-5));
+      }
+    }
+  }
+}
+
 TYPED_TEST(FusedOpsTest, JacobiFromZeroHasTheBitsOfASweepWithProduct) {
   using T = TypeParam;
   using R = RealType<T>;
