@@ -52,6 +52,7 @@
 #include "mivo/solver/SolverFLGMRES_R.hpp"
 #include "mivo/solver/SolverGaussElimination.hpp"
 #include "mivo/solver/SolverPCG.hpp"
+#include "mivo/solver/SolverSYMMLQ.hpp"
 #include "mivo/spm/dispatch.hpp"
 #include "mivo/spm/parallel.hpp"
 #include "mivo/testcase/DofMapND.hpp"
