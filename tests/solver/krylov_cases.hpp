@@ -57,9 +57,7 @@ struct Plain {
     for (T& v : x) v = v * T(a);
   }
   /// b - A x as the library's own residual rounds it
-  static V residual(const V& A, const V& x, const V& b) {
-    return denseAxpby(A, T(-1), x, T(1), b);
-  }
+  static V residual(const V& A, const V& x, const V& b) { return denseAxpby(A, T(-1), x, T(1), b); }
 };
 
 /// 1, 1/2, ... 1/5, 1, ...
