@@ -51,6 +51,7 @@
 #include "mivo/solver/SolverBiCGSTAB.hpp"
 #include "mivo/solver/SolverFLGMRES_R.hpp"
 #include "mivo/solver/SolverGaussElimination.hpp"
+#include "mivo/solver/SolverLGMRES.hpp"
 #include "mivo/solver/SolverMINRES.hpp"
 #include "mivo/solver/SolverPCG.hpp"
 #include "mivo/solver/SolverSYMMLQ.hpp"
