@@ -160,6 +160,17 @@ void registerBenchmarks() {
   // The median of steps 1 to 11 is step 6, with 7 vectors to orthogonalise against.
   addIterationBesideParts("flgmres_r_iteration/PrecondJacobi", solver("SolverFLGMRES_R", jacobi),
                           {1, 1, 7, 1, 7, 0, 1, 1}, 1, 38);
+  // The parts are those of the formulas; fewer passes do the same.
+  const auto minres = [&](const std::string& algo) {
+    json config = solver("SolverMINRES", jacobi);
+    config["SolverMINRES_params"]["algo"] = algo;
+    return config;
+  };
+  addIterationBesideParts("minres_iteration/qlp", minres("qlp"), {1, 1, 2, 0, 4, 3, 0, 0}, 1, 20);
+  addIterationBesideParts("minres_iteration/standard", minres("standard"), {1, 1, 2, 0, 7, 0, 1, 3},
+                          1, 25);
+  addIterationBesideParts("symmlq_iteration", solver("SolverSYMMLQ", jacobi),
+                          {1, 1, 2, 0, 7, 0, 1, 4}, 1, 24);
   addPreconditioner("jacobi_from_zero", jacobi, 0, 3);
   addPreconditioner("ssor", ssor, 2, 9);
   addGeneration(2, static_cast<int>(sized(1000, 16)));

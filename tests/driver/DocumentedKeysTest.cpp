@@ -136,6 +136,10 @@ const std::map<std::string, json>& otherValues() {
       {"order", 2.5},
       {"restart", 2},
       {"augk", 4},
+      {"algo", "standard"},
+      {"norm_type", 2},
+      {"monitor", 1},
+      {"radius", 1e-3},
       {"forward", false}};
   return values;
 }

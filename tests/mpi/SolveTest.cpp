@@ -20,18 +20,27 @@ class SolveOverRanks : public testing::Test {};
 using DoubleTypes = testing::Types<double, Complex<double>>;
 TYPED_TEST_SUITE(SolveOverRanks, DoubleTypes);
 
-TYPED_TEST(SolveOverRanks, JacobiPCGTakesTheStepsOfOneRank) {
-  using T = TypeParam;
+template <class T>
+void expectStepsOfOneRank(const std::string& solver, const json& params, const json& first) {
   // The second one has fewer rows than there may be ranks.
-  for (const json& problem : {json{{"dim", 3}, {"N", 6}}, json{{"dim", 1}, {"N", 3}}}) {
-    const PoissonSolve<T> alone(Poisson<T>(problem, Device(), kCommSelf), "PrecondJacobi");
-    const PoissonSolve<T> together(Poisson<T>(problem), "PrecondJacobi");
-    SCOPED_TRACE(problem);
+  for (const json& problem : {first, json{{"dim", 1}, {"N", 3}}}) {
+    const PoissonSolve<T> alone(Poisson<T>(problem, Device(), kCommSelf), "PrecondJacobi", solver,
+                                params);
+    const PoissonSolve<T> together(Poisson<T>(problem), "PrecondJacobi", solver, params);
+    SCOPED_TRACE(solver + problem.dump());
     expectSameHistory(together.history, alone.history, 1e-10);
     PartitionerT<long, int> part;
     part.create(static_cast<long>(alone.x.size()), worldSize());
     expectNear(together.x, ownPart(part, alone.x));
   }
+}
+
+TYPED_TEST(SolveOverRanks, KrylovMethodsTakeTheStepsOfOneRank) {
+  const json none = json::object(), cube = {{"dim", 3}, {"N", 6}}, square = {{"dim", 2}, {"N", 7}};
+  expectStepsOfOneRank<TypeParam>("SolverPCG", none, cube);
+  expectStepsOfOneRank<TypeParam>("SolverMINRES", {{"algo", "qlp"}}, square);
+  expectStepsOfOneRank<TypeParam>("SolverMINRES", {{"algo", "standard"}}, square);
+  expectStepsOfOneRank<TypeParam>("SolverSYMMLQ", none, square);
 }
 
 // A single SOR sweep is no symmetric operator, so that conjugate gradients take the symmetric form.

@@ -27,18 +27,19 @@ struct Poisson {
   }
 };
 
-/// Conjugate gradients with a preconditioner without parameters, to a residual of 1e-9 |r0|.
+/// A solve with a preconditioner without parameters, to a residual of 1e-9 |r0|.
 template <class T>
 struct PoissonSolve {
   std::vector<RealType<T>> history;  ///< |r| by iteration
   RealType<T> relres = 1;
   std::vector<T> x;  ///< this rank's part
 
-  PoissonSolve(Poisson<T> s, const std::string& precond) {
+  PoissonSolve(Poisson<T> s, const std::string& precond, const std::string& name = "SolverPCG",
+               json params = json::object()) {
+    params["rtol"] = 1e-9;
+    params["preconditioner"] = {{"preconditioner_type", precond}};
     const auto solver = ParSolverT<T, long, int>::getFactory().createInstance(
-        {{"solver_type", "SolverPCG"},
-         {"SolverPCG_params",
-          {{"rtol", 1e-9}, {"preconditioner", {{"preconditioner_type", precond}}}}}});
+        {{"solver_type", name}, {name + "_params", params}});
     solver->observer = [&](int, RealType<T> r, RealType<T>, RealType<T>) { history.push_back(r); };
     solver->preconditioner->setup(s.A);
     solver->setup(s.A);
