@@ -1,19 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
-/// Writes a symmetric positive definite system in Matrix Market files: `diffusion.mtx` and
-/// `diffusion-b.mtx`.
+/// Writes a system on a square grid in Matrix Market files: `KIND.mtx`, and for diffusion the
+/// right-hand side `diffusion-b.mtx`.
 ///
-///   mivo-generate [FOLDER [N]]
+///   mivo-generate [FOLDER [N [KIND]]]
 ///
-/// It is the equation -div(k grad u) = 1 with u = 0 on the boundary of a square, by finite volumes
-/// on N x N cells (default 40, which gives the 1,600 rows of the files beside this program). The
-/// coefficient k is 1, and 100 in round inclusions, so that the condition number is far above that
-/// of the Poisson equation. All numbers are integers, since each row is scaled by the cell's area,
-/// so that the files are the same on every machine.
+/// The grid has N x N cells (default 40, which gives the 1,600 rows of the files beside this
+/// program), u is 0 on the boundary, and all numbers are integers, so that the files are the same
+/// on every machine. Kinds:
+///
+/// - diffusion (default): -div(k grad u) by finite volumes, with k = 1, and 100 in round
+/// inclusions:
+///   symmetric positive definite, with a condition number far above that of the Poisson equation;
+/// - convection: -laplace u + w . grad u by upwind differences, with a wind along the diagonal that
+///   is as strong as diffusion in a cell: not symmetric;
+/// - helmholtz: 100 (-laplace u) - 12 u in units of a cell: symmetric and indefinite.
 
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <sstream>
 #include <string>
 
@@ -32,6 +38,34 @@ int faceCoefficient(int n, int i, int j, int iNext, int jNext) {
   const int own = coefficient(i, j);
   return outside ? own : std::min(own, coefficient(iNext, jNext));
 }
+
+/// Five-point coefficients of a cell.
+struct Stencil {
+  int diagonal, south, west, east, north;
+};
+
+Stencil diffusion(int n, int i, int j) {
+  const int south = faceCoefficient(n, i, j, i, j - 1);
+  const int west = faceCoefficient(n, i, j, i - 1, j);
+  const int east = faceCoefficient(n, i, j, i + 1, j);
+  const int north = faceCoefficient(n, i, j, i, j + 1);
+  return {south + west + east + north, -south, -west, -east, -north};
+}
+
+Stencil convection(int, int, int) { return {6, -2, -2, -1, -1}; }
+
+Stencil helmholtz(int, int, int) { return {388, -100, -100, -100, -100}; }
+
+struct Kind {
+  std::string name;
+  std::string title;
+  bool symmetric;  ///< its file holds the lower triangle
+  Stencil (*stencil)(int n, int i, int j);
+};
+
+const Kind kKinds[] = {{"diffusion", "diffusion with inclusions", true, diffusion},
+                       {"convection", "convection and diffusion, upwind", false, convection},
+                       {"helmholtz", "Helmholtz equation", true, helmholtz}};
 
 bool write(const std::string& path, const std::string& text) {
   std::ofstream file(path);
@@ -52,42 +86,43 @@ int main(int argc, char** argv) {
     std::cerr << "N must be a number from 1 to 10000\n";
     return 1;
   }
-  // The lower triangle, as symmetric files hold it: the neighbours with smaller numbers, then the
-  // diagonal.
+  const std::string name = argc > 3 ? argv[3] : "diffusion";
+  const Kind* kind = std::find_if(std::begin(kKinds), std::end(kKinds),
+                                  [&](const Kind& each) { return each.name == name; });
+  if (kind == std::end(kKinds)) {
+    std::cerr << "KIND must be diffusion, convection or helmholtz\n";
+    return 1;
+  }
   std::ostringstream entries;
   long count = 0;
   for (int j = 0; j < n; ++j) {
     for (int i = 0; i < n; ++i) {
       const long row = long(j) * n + i + 1;
-      const int south = faceCoefficient(n, i, j, i, j - 1);
-      const int west = faceCoefficient(n, i, j, i - 1, j);
-      const int east = faceCoefficient(n, i, j, i + 1, j);
-      const int north = faceCoefficient(n, i, j, i, j + 1);
-      if (j > 0) {
-        entries << row << ' ' << row - n << ' ' << -south << '\n';
+      const Stencil s = kind->stencil(n, i, j);
+      const auto entry = [&](bool inside, long col, int value) {
+        if (!inside || (kind->symmetric && col > row)) return;
+        entries << row << ' ' << col << ' ' << value << '\n';
         ++count;
-      }
-      if (i > 0) {
-        entries << row << ' ' << row - 1 << ' ' << -west << '\n';
-        ++count;
-      }
-      entries << row << ' ' << row << ' ' << south + west + east + north << '\n';
-      ++count;
+      };
+      entry(j > 0, row - n, s.south);
+      entry(i > 0, row - 1, s.west);
+      entry(true, row, s.diagonal);
+      entry(i + 1 < n, row + 1, s.east);
+      entry(j + 1 < n, row + n, s.north);
     }
   }
   const long rows = long(n) * n;
   std::ostringstream matrix;
-  matrix << "%%MatrixMarket matrix coordinate real symmetric\n"
-         << "% diffusion with inclusions, " << n << " x " << n << " cells\n"
+  matrix << "%%MatrixMarket matrix coordinate real " << (kind->symmetric ? "symmetric" : "general")
+         << "\n% " << kind->title << ", " << n << " x " << n << " cells\n"
          << rows << ' ' << rows << ' ' << count << '\n'
          << entries.str();
+  if (!write(folder + "/" + kind->name + ".mtx", matrix.str())) return 1;
+  if (kind->name != "diffusion") return 0;
   std::ostringstream rhs;
   rhs << "%%MatrixMarket matrix array real general\n" << rows << " 1\n";
   for (long row = 0; row < rows; ++row) {
     rhs << "1\n";
   }
-  return write(folder + "/diffusion.mtx", matrix.str()) &&
-                 write(folder + "/diffusion-b.mtx", rhs.str())
-             ? 0
-             : 1;
+  return write(folder + "/diffusion-b.mtx", rhs.str()) ? 0 : 1;
 }
