@@ -120,7 +120,12 @@ struct KSPDataType {
   /// `printf` on rank 0.
   template <class... Args>
   void print(const char* format, Args... args) const {
-    if (solver->rank == 0) std::printf(format, args...);
+    if (solver->rank != 0) return;
+    if constexpr (sizeof...(args) == 0) {
+      std::fputs(format, stdout);
+    } else {
+      std::printf(format, args...);
+    }
   }
   void refuseDiagonalScale() const {
     if (diagonal_scale) {
