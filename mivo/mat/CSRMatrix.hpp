@@ -4,6 +4,7 @@
 #include <iosfwd>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "mivo/comu/Stream.hpp"
@@ -80,6 +81,10 @@ class MIVO_API CSRMatrixT {
   /// C = A B, columns in order of first appearance. An empty factor gives the empty matrix
   /// unchecked.
   void multiply(const CSRMatrixT& B, CSRMatrixT& C) const;
+  /// C = A_0 B_0 + A_1 B_1 + ..., to the bit what `multiply` and `matadd` in this order give,
+  /// without their intermediate matrices. Terms with an empty factor are left out.
+  static void multiplySum(const std::vector<std::pair<CSRMatrixT, CSRMatrixT>>& terms,
+                          CSRMatrixT& C);
   /// C = a A + b B; sorts the rows of A and B. An empty operand is left out before any check.
   static void matadd(T a, const CSRMatrixT& A, T b, const CSRMatrixT& B, CSRMatrixT& C);
   /// Diagonal update, see `SpBlasOps::csr_axpby_diag`; an empty vector takes the kernel's default.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cstddef>
 #include <limits>
+#include <utility>
+#include <vector>
 
 #include "mivo/mat/CSRMatrix.hpp"
 #include "mivo/mat/two_pass.hpp"
@@ -39,14 +41,23 @@ void CSRMatrixT<T, I>::aAxpby(T a, const Vector& x, T b, Vector& y) const {
                           getColIdx(), getValues(), x.getData(), b, y.getData());
 }
 
+namespace {
+
+template <class T, class I>
+void checkFactors(const CSRMatrixT<T, I>& A, const CSRMatrixT<T, I>& B) {
+  MIVO_CHECK(A.getDevice().type == B.getDevice().type) << "multiply: mat1.device!= mat2.device";
+  MIVO_CHECK(A.getCols() == B.getRows()) << "multiply: mat1.col1 != mat2.row2";
+}
+
+}  // namespace
+
 template <class T, class I>
 void CSRMatrixT<T, I>::multiply(const CSRMatrixT& B, CSRMatrixT& C) const {
   if (getNnz() == 0 || B.getNnz() == 0) {
     C = CSRMatrixT();
     return;
   }
-  MIVO_CHECK(getDevice().type == B.getDevice().type) << "multiply: mat1.device!= mat2.device";
-  MIVO_CHECK(getCols() == B.getRows()) << "multiply: mat1.col1 != mat2.row2";
+  checkFactors(*this, B);
   const Device device = getDevice();
   const View a = getRawMat();
   const View b = B.getRawMat();
@@ -56,6 +67,51 @@ void CSRMatrixT<T, I>::multiply(const CSRMatrixT& B, CSRMatrixT& C) const {
     SpBlasOps<T, I>::csr_matmul(device, a.rows, a.cols, b.cols, a.row_begin, a.col_idx, a.values,
                                 b.row_begin, b.col_idx, b.values, c.row_begin, c.col_idx, c.values,
                                 marker.getData());
+  });
+}
+
+template <class T, class I>
+void CSRMatrixT<T, I>::multiplySum(const std::vector<std::pair<CSRMatrixT, CSRMatrixT>>& terms,
+                                   CSRMatrixT& C) {
+  // Handles, so that C may be a factor.
+  std::vector<std::pair<CSRMatrixT, CSRMatrixT>> used;
+  for (const auto& term : terms) {
+    if (term.first.getNnz() > 0 && term.second.getNnz() > 0) used.push_back(term);
+  }
+  if (used.empty()) {
+    C = CSRMatrixT();
+    return;
+  }
+  if (used.size() == 1) return used[0].first.multiply(used[0].second, C);
+  const CSRMatrixT& A = used[0].first;
+  const CSRMatrixT& B = used[0].second;
+  const Device device = A.getDevice();
+  const I count = static_cast<I>(used.size());
+  MatrixT<View, I, MatrixLayoutRowMajor> left, right;
+  left.create(count, 1, Device());
+  right.create(count, 1, Device());
+  for (std::size_t t = 0; t < used.size(); ++t) {
+    checkFactors(used[t].first, used[t].second);
+    MIVO_CHECK(used[t].first.getRows() == A.getRows() && used[t].second.getCols() == B.getCols())
+        << "add: A and B must has same dim";
+    MIVO_CHECK(used[t].first.getDevice().type == device.type)
+        << "add: A and B must on the same device";
+    left.getData()[t] = used[t].first.getRawMat();
+    right.getData()[t] = used[t].second.getRawMat();
+  }
+  left = left.toDevice(device);
+  right = right.toDevice(device);
+  IndexVectorT flags, marker, place;
+  flags.create(count, 1, device);
+  marker.create(B.getCols(), 1, device);
+  place.create(B.getCols(), 1, device);
+  CSRMatrixT row;  // of the widest there may be; its memory is touched as far as it is used
+  row.create(0, B.getCols(), B.getCols(), device);
+  View scratch = row.getRawMat();
+  scratch.row_begin = place.getData();
+  buildTwoPass(C, A.getRows(), B.getCols(), device, [&](View c) {
+    SpBlasOps<T, I>::csr_matmul_vec(device, A.getRows(), B.getCols(), count, left.getData(),
+                                    right.getData(), c, flags.getData(), marker.getData(), scratch);
   });
 }
 

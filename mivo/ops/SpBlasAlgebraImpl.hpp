@@ -25,6 +25,10 @@ class SpBlasAlgebraImpl {
                               const I* a_col_idx, const T* a_values, const I* b_rowptr,
                               const I* b_col_idx, const T* b_values, const I* c_rowptr,
                               I* c_col_idx, T* c_values, I* marker);
+  static void csr_matmul_vec_count(Space& space, I rows, I cols, I count, const View* a,
+                                   const View* b, I* c_rowptr, I* used, I* marker);
+  static void csr_matmul_vec_fill(Space& space, I rows, I cols, I count, const View* a,
+                                  const View* b, View c, const I* used, I* marker, View scratch);
   static void csr_matadd(Space& space, T alpha, View a, T beta, View b, View scratch, View c);
   static void csr_matadd_hash(Space& space, T alpha, View a, T beta, View b, View c, Slot* slots);
   static void csr_matadd_vec(Space& space, I rows, I cols, I count, const View* matrices, View c,
@@ -56,17 +60,9 @@ void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_count(Space& space, I rows_a, I 
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(I) {
     for (I c = 0; c < cols_b; ++c) marker[c] = -1;
     for (I i = 0; i < rows_a; ++i) {
-      I n = 0;
-      for (I ka = a_rowptr[i]; ka < a_rowptr[i + 1]; ++ka) {
-        const I row = a_col_idx[ka];
-        for (I kb = b_rowptr[row]; kb < b_rowptr[row + 1]; ++kb) {
-          const I c = b_col_idx[kb];
-          if (marker[c] == i) continue;
-          marker[c] = i;
-          ++n;
-        }
-      }
-      c_rowptr[i + 1] = n;
+      bool any = false;
+      c_rowptr[i + 1] =
+          sparse::markProductRow(i, a_rowptr, a_col_idx, b_rowptr, b_col_idx, marker, any);
     }
   });
   sparse::prefixSum(space, rows_a, c_rowptr);
@@ -83,23 +79,77 @@ void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_fill(Space& space, I rows_a, I c
     for (I c = 0; c < cols_b; ++c) marker[c] = -1;
     for (I i = 0; i < rows_a; ++i) {
       const I start = c_rowptr[i];
+      if (start == c_rowptr[i + 1]) continue;  // B may be a block with few rows that have entries
+      sparse::addProductRow(i, a_rowptr, a_col_idx, a_values, b_rowptr, b_col_idx, b_values, start,
+                            start, c_col_idx, c_values, marker);
+    }
+  });
+}
+
+// One task, as the product of two matrices is.
+template <class T, class I, class Space>
+void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_vec_count(Space& space, I rows, I cols, I count,
+                                                          const View* a, const View* b, I* c_rowptr,
+                                                          I* used, I* marker) {
+  spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(I) {
+    for (I c = 0; c < cols; ++c) marker[c] = -1;
+    for (I t = 0; t < count; ++t) used[t] = 0;
+    for (I i = 0; i < rows; ++i) {
+      I n = 0;
+      for (I t = 0; t < count; ++t) {
+        bool any = false;
+        n += sparse::markProductRow(i, a[t].row_begin, a[t].col_idx, b[t].row_begin, b[t].col_idx,
+                                    marker, any);
+        if (any) used[t] = 1;
+      }
+      c_rowptr[i + 1] = n;
+    }
+  });
+  sparse::prefixSum(space, rows, c_rowptr);
+}
+
+// The first term of a row goes straight into C. The row of each further one is summed apart, in
+// scratch, and added as a whole, since sums keep the order of the terms.
+template <class T, class I, class Space>
+void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_vec_fill(Space& space, I rows, I cols, I count,
+                                                         const View* a, const View* b, View c,
+                                                         const I* used, I* marker, View scratch) {
+  spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(I) {
+    I* const place = scratch.row_begin;
+    for (I j = 0; j < cols; ++j) marker[j] = place[j] = -1;
+    I terms = 0;
+    for (I t = 0; t < count; ++t) terms += used[t];
+    for (I i = 0; i < rows; ++i) {
+      const I start = c.row_begin[i];
+      if (start == c.row_end[i]) continue;
       I next = start;
-      for (I ka = a_rowptr[i]; ka < a_rowptr[i + 1]; ++ka) {
-        const I row = a_col_idx[ka];
-        const T a = a_values[ka];
-        for (I kb = b_rowptr[row]; kb < b_rowptr[row + 1]; ++kb) {
-          const I c = b_col_idx[kb];
-          const T v = b_values[kb] * a;
-          if (marker[c] >= start) {
-            c_values[marker[c]] += v;
+      for (I t = 0; t < count; ++t) {
+        const View& at = a[t];
+        const View& bt = b[t];
+        if (at.row_begin[i] == at.row_end[i]) continue;
+        const bool first = next == start;
+        const I end = sparse::addProductRow(
+            i, at.row_begin, at.col_idx, at.values, bt.row_begin, bt.col_idx, bt.values,
+            first ? start : I(0), first ? start : I(0), first ? c.col_idx : scratch.col_idx,
+            first ? c.values : scratch.values, first ? marker : place);
+        if (first) {
+          next = end;
+          continue;
+        }
+        for (I k = 0; k < end; ++k) {
+          const I j = scratch.col_idx[k];
+          place[j] = -1;
+          if (marker[j] >= start) {
+            c.values[marker[j]] += scratch.values[k];
           } else {
-            marker[c] = next;
-            c_col_idx[next] = c;
-            c_values[next] = v;
+            marker[j] = next;
+            c.col_idx[next] = j;
+            c.values[next] = scratch.values[k];
             ++next;
           }
         }
       }
+      if (terms > 1) sparse::sortRow(start, next, c.col_idx, c.values);
     }
   });
 }

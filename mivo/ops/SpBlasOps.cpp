@@ -104,6 +104,16 @@ void SpBlasOps<T, I>::csr_matmul(const Device& device, I rows_a, I /*cols_a*/, I
 }
 
 template <class T, class I>
+void SpBlasOps<T, I>::csr_matmul_vec(const Device& device, I rows, I cols, I count, const View* a,
+                                     const View* b, View c, I* used, I* marker, View scratch) {
+  if (sparse::counting(c.col_idx, c.values)) {
+    MIVO_DISPATCH(csr_matmul_vec_count, rows, cols, count, a, b, c.row_begin, used, marker);
+  } else {
+    MIVO_DISPATCH(csr_matmul_vec_fill, rows, cols, count, a, b, c, used, marker, scratch);
+  }
+}
+
+template <class T, class I>
 void SpBlasOps<T, I>::csr_matadd(const Device& device, T alpha, View a, T beta, View b,
                                  View scratch, View c) {
   MIVO_DISPATCH(csr_matadd, alpha, a, beta, b, scratch, c);

@@ -73,6 +73,13 @@ class MIVO_API SpBlasOps {
                          const I* a_col_idx, const T* a_values, const I* b_rowptr,
                          const I* b_col_idx, const T* b_values, I* c_rowptr, I* c_col_idx,
                          T* c_values, I* marker);
+  /// C = A_0 B_0 + A_1 B_1 + ..., two-pass, from tables of `count` factors on the device, one of
+  /// them at least; as csr_matmul and then csr_matadd in this order: rows are sorted by column when
+  /// several terms have entries. `used` has `count` elements and keeps between the passes which
+  /// have; the marker has `cols` elements, as have the three arrays of `scratch`, read by the
+  /// second pass alone.
+  static void csr_matmul_vec(const Device& device, I rows, I cols, I count, const View* a,
+                             const View* b, View c, I* used, I* marker, View scratch);
   /// C = alpha A + beta B, two-pass, sorted. Sorts the rows of A and B in place; `scratch` has
   /// capacity A.nnz + B.nnz and keeps its content between the passes.
   static void csr_matadd(const Device& device, T alpha, View a, T beta, View b, View scratch,

@@ -78,17 +78,20 @@ MIVO_FUNCTION I findColumn(I begin, I end, const I* col_idx, I col) {
   return k;
 }
 
-/// Stable insertion sort by column, the values moved along.
+/// Stable insertion sort by column, the values moved along. Rows are mostly in order, or made of
+/// runs that are.
 template <class T, class I>
 MIVO_FUNCTION void sortRow(I begin, I end, I* col_idx, T* values) {
   for (I k = begin + 1; k < end; ++k) {
     const I c = col_idx[k];
+    if (!(col_idx[k - 1] > c)) continue;
     const T v = values[k];
     I j = k;
-    for (; j > begin && col_idx[j - 1] > c; --j) {
+    do {
       col_idx[j] = col_idx[j - 1];
       values[j] = values[j - 1];
-    }
+      --j;
+    } while (j > begin && col_idx[j - 1] > c);
     col_idx[j] = c;
     values[j] = v;
   }
@@ -127,6 +130,54 @@ MIVO_FUNCTION I mergeRows(T alpha, const COT_CSRRawMat<T, I>& a, T beta,
     }
   }
   return n;
+}
+
+/// Columns of row i of A B that carry another mark than i; they are given it. Sets `any` when there
+/// are products at all.
+template <class I>
+[[gnu::always_inline]] MIVO_FUNCTION inline I markProductRow(I i, const I* a_rowptr,
+                                                             const I* a_col_idx, const I* b_rowptr,
+                                                             const I* b_col_idx, I* marker,
+                                                             bool& any) {
+  I n = 0;
+  for (I ka = a_rowptr[i]; ka < a_rowptr[i + 1]; ++ka) {
+    const I row = a_col_idx[ka];
+    any = any || b_rowptr[row] < b_rowptr[row + 1];
+    for (I kb = b_rowptr[row]; kb < b_rowptr[row + 1]; ++kb) {
+      const I c = b_col_idx[kb];
+      if (marker[c] == i) continue;
+      marker[c] = i;
+      ++n;
+    }
+  }
+  return n;
+}
+
+/// Adds row i of A B to a row of C that begins at `start` and ends at `next`; the marker holds the
+/// positions of its columns, and elsewhere something below `start`. Returns the new end.
+template <class T, class I>
+[[gnu::always_inline]] MIVO_FUNCTION inline I addProductRow(I i, const I* a_rowptr,
+                                                            const I* a_col_idx, const T* a_values,
+                                                            const I* b_rowptr, const I* b_col_idx,
+                                                            const T* b_values, I start, I next,
+                                                            I* c_col_idx, T* c_values, I* marker) {
+  for (I ka = a_rowptr[i]; ka < a_rowptr[i + 1]; ++ka) {
+    const I row = a_col_idx[ka];
+    const T a = a_values[ka];
+    for (I kb = b_rowptr[row]; kb < b_rowptr[row + 1]; ++kb) {
+      const I c = b_col_idx[kb];
+      const T v = b_values[kb] * a;
+      if (marker[c] >= start) {
+        c_values[marker[c]] += v;
+      } else {
+        marker[c] = next;
+        c_col_idx[next] = c;
+        c_values[next] = v;
+        ++next;
+      }
+    }
+  }
+  return next;
 }
 
 /// Membership in an ascending list by binary search.

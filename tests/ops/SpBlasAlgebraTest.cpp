@@ -40,6 +40,45 @@ TYPED_TEST(SpBlasAlgebra, ProductStandsInOrderOfFirstAppearance) {
   });
 }
 
+// A term without products leaves the rows unsorted, as if it were not there.
+TYPED_TEST(SpBlasAlgebra, SumOfProductsIsThatOfTheSingleOnes) {
+  using T = typename TypeParam::T;
+  using I = typename TypeParam::I;
+  using Csr = HostCsr<T, I>;
+  const auto product = [](const Csr& a, const Csr& b) {
+    return Csr::build(a.rows, b.cols, [&](I i, Csr& out) {
+      for (const auto& [k, u] : a.row(i)) {
+        for (const auto& [j, v] : b.row(k)) out.accumulate(j, v * u);
+      }
+    });
+  };
+  this->forEachMatrix([&](const Device& device, const Csr& a, const DeviceCsr<T, I>& da) {
+    const I cols = 23;
+    const Csr b0 = this->random(a.cols, cols), b1 = this->random(a.cols, cols);
+    const Csr empty = Csr::build(a.cols, cols, [](I, Csr&) {});
+    const DeviceCsr<T, I> d0(device, b0), d1(device, b1), d2(device, empty);
+    DeviceArray<COT_CSRRawMat<T, I>> left(device, {da.view(), da.view(), da.view()});
+    DeviceArray<I> marker(device, std::vector<I>(cols, 5)), used(device, std::vector<I>(3, 7));
+    Csr room;
+    room.rowptr.resize(cols);
+    room.col_idx.resize(cols);
+    room.values.resize(cols);
+    const DeviceCsr<T, I> scratch(device, room);
+    for (const bool two : {false, true}) {
+      DeviceArray<COT_CSRRawMat<T, I>> right(device,
+                                             {d2.view(), d0.view(), two ? d1.view() : d2.view()});
+      const Csr c = this->twoPasses(device, a.rows, cols, [&](COT_CSRRawMat<T, I> out) {
+        SpBlasOps<T, I>::csr_matmul_vec(device, a.rows, cols, 3, left.data(), right.data(), out,
+                                        used.data(), marker.data(), scratch.view());
+      });
+      const Csr p0 = product(a, b0), p1 = product(a, b1);
+      const bool sorted = two && !p0.values.empty() && !p1.values.empty();
+      const Csr s = two ? sum(T(1), p0, T(1), p1) : p0;
+      EXPECT_EQ(c, sorted ? s.sorted() : s);
+    }
+  });
+}
+
 TYPED_TEST(SpBlasAlgebra, AdditionSortsItsInputsAndKeepsStoredZeros) {
   USE_TYPES
   this->forEachMatrix([&](const Device& device, const Csr& a, const auto&) {
