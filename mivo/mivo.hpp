@@ -14,6 +14,7 @@
 #include "mivo/mat/CSRMatrix.hpp"
 #include "mivo/mat/CrossData.hpp"
 #include "mivo/mat/Matrix.hpp"
+#include "mivo/mat/MatrixMeta.hpp"
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/ParMatrix.hpp"
 #include "mivo/mat/Partitioner.hpp"

@@ -9,6 +9,7 @@
 
 #include "mivo/mat/CSRMatrix.hpp"
 #include "mivo/mat/Matrix.hpp"
+#include "mivo/mat/MatrixMeta.hpp"
 #include "mivo/mat/ParMatrix.hpp"
 #include "mivo/mat/Partitioner.hpp"
 #include "mivo/mat/SetValueMode.hpp"
@@ -23,21 +24,6 @@ namespace mivo {
 
 template <class T, class G, class L>
 class RowAssembly;
-
-/// Statistics of a distributed matrix, as one row of a table. `sparse` is nnzs / rows^2, also for a
-/// rectangular matrix.
-template <class G>
-struct MIVO_API MatrixMetaT {
-  G rows = 0;
-  G cols = 0;
-  G nnzs = 0;
-  double sparse = 0;
-  double row_nnz_min = 0, row_nnz_max = 0, row_nnz_sum = 0, row_nnz_avg = 0;  ///< entries per row
-  double row_sum_min = 0, row_sum_max = 0, row_sum_sum = 0, row_sum_avg = 0;  ///< sums of rows
-
-  static std::string getTableHead();
-  std::string getString() const;
-};
 
 /// Distributed sparse matrix. Rows are cut over the ranks by the row partitioner; a rank's rows are
 /// cut by the column partitioner into column blocks with columns numbered from 0, so that a product
@@ -153,6 +139,42 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
   /// Equal values. Collective; meaningful on rank 0, true elsewhere.
   bool operator==(const ParCSRMatrixT& other) const;
 
+  // Algebra of whole matrices (`ParCSRMatrixAlgebra.cpp`). Collective, apart from `matmul_aDA` and
+  // `copyStructure`. Works block by block and keeps the blocks; a result may be an operand.
+
+  /// C = A B in the row partition of A and the column partition of B, which must be cut like B's
+  /// rows where A's columns are. Ships the rows of B that A's halo plan asks for. Each block of C
+  /// is a sum of local products in block order: its rows are in order of first appearance where one
+  /// of them has entries, sorted by column where several do. See Gustavson (1978).
+  void multiply(const ParCSRMatrixT& B, ParCSRMatrixT& C) const;
+  ParCSRMatrixT multiply(const ParCSRMatrixT& B) const;
+  /// Rows of the result are cut like the columns of this matrix, and the reverse. On the host the
+  /// rows of each block are sorted. A matrix of no rows or columns gives a default-built one.
+  void transpose(ParCSRMatrixT& out) const;
+  ParCSRMatrixT transpose() const;
+  /// C = a A + b B for matrices of the same partitions. Sorts the rows of A and B in blocks that
+  /// both have.
+  static void matadd(T a, const ParCSRMatrixT& A, T b, const ParCSRMatrixT& B, ParCSRMatrixT& C);
+  /// out is `source` with diagonal entries v_i replaced by b d2_i v_i + a d1_i. d1 and d2 are cut
+  /// like the rows; an empty d1 counts as zeros, an empty d2 as ones. A row without a diagonal
+  /// entry gains a d1_i at its end, under its local row number: on the diagonal where rows and
+  /// columns are cut alike.
+  static void axpbyDiag(T a, const Vector& d1, T b, const Vector& d2, const ParCSRMatrixT& source,
+                        ParCSRMatrixT& out);
+  /// a_ij *= d_i alpha in place; `out` becomes a handle on this matrix. d is cut like the rows.
+  void matmul_aDA(T alpha, const Vector& d, ParCSRMatrixT& out);
+  /// a_ij *= d_j alpha in place; `out` becomes a handle on this matrix. d is cut like the columns.
+  void matmul_aAD(T alpha, const Vector& d, ParCSRMatrixT& out);
+  /// Copy of the entries with |v| > threshold.
+  ParCSRMatrixT sparsify(T threshold) const;
+  /// Matrix of the same partitions for the k entries of each row that `par_csr_row_norm_topk`
+  /// selects. That kernel has no effect, so the result has no entries.
+  ParCSRMatrixT rowTopK(int k) const;
+  /// The same pattern and partitions, and the halo plan where there is one, for another type of
+  /// values, which are undefined.
+  template <class U>
+  void copyStructure(ParCSRMatrixT<U, G, L>& out) const;
+
   // Moving and viewing whole matrices.
 
   /// All rows on `root`, an empty matrix elsewhere. Collective.
@@ -178,6 +200,8 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
 
  private:
   friend class RowAssembly<T, G, L>;
+  template <class, class, class>
+  friend class ParCSRMatrixT;
 
   /// A fresh matrix without entries.
   void reset(const Partitioner& rowPart, const Partitioner& colPart, const Device& device,
@@ -190,6 +214,8 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
   void multiplyAdd(T a, const Vector& x, T b, Vector& y, AsyncMatVecObject* async) const;
   /// Becomes the matrix m of the root, or tells on all ranks by false that the root has none.
   bool scatterFrom(int comm, int root, const Local& m, bool valid);
+  /// Joins the blocks with those of the plan, which is ready.
+  void linkBlocks() const;
   /// Creates y for a product with x unless it fits.
   void shapeResult(const Vector& x, Vector& y) const;
 
@@ -201,8 +227,5 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
   extern template class ParCSRMatrixT<T, long, int>;
 MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
 #undef MIVO_EXTERN
-
-extern template struct MatrixMetaT<int>;
-extern template struct MatrixMetaT<long>;
 
 }  // namespace mivo

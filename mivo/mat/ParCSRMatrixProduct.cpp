@@ -77,6 +77,12 @@ void ParCSRMatrixT<T, G, L>::prepareMatVec(bool force) const {
     if (block.getNnz() > 0) block.getColElementCount(colCounts[p]);
   }
   impl.plan.create(impl.comm, impl.device, impl.col_part, colCounts);
+  linkBlocks();
+}
+
+template <class T, class G, class L>
+void ParCSRMatrixT<T, G, L>::linkBlocks() const {
+  ParCSRMatrixImpl& impl = *impl_;
   const int rank = impl.rank();
   impl.plan.recvTraversal([&impl, rank](int p, typename Plan::SpmvColBlock* planBlock) {
     const auto found = impl.local_blocks.find(p);
