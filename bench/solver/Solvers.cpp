@@ -154,6 +154,8 @@ void registerBenchmarks() {
   // two sweeps over b, d and x in place of the three vectors of Jacobi.
   addIteration("pcg_iteration/PrecondJacobi", solver("SolverPCG", jacobi), 1, 12);
   addIteration("pcg_iteration/PrecondSSOR", solver("SolverPCG", ssor), 3, 18);
+  addIterationBesideParts("pcg_iteration_parts/PrecondJacobi", solver("SolverPCG", jacobi),
+                          {1, 1, 2, 1, 3, 0, 0, 0}, 1, 12);
   // 25 vectors beside products and preconditioner, which touch two and three vectors
   addIterationBesideParts("bicgstab_iteration/PrecondJacobi", solver("SolverBiCGSTAB", jacobi),
                           {2, 2, 4, 2, 2, 4, 0, 0}, 2, 35);

@@ -90,12 +90,14 @@ struct KSPDataType {
     };
   }
 
-  /// Appends `count` vectors of the shape, device and communicator of `like`.
+  /// Appends `count` vectors of zeros of the shape, device and communicator of `like`.
   static void createVectors(const Vector& like, int count, std::vector<Vector>& out) {
     for (int k = 0; k < count; ++k) {
       Vector v;
       v.create(like.getRowPartitioner(), like.getColPartitioner(), like.getDevice(),
                like.getComm());
+      // A preconditioner may start from what it is handed.
+      v.fill(T(0));
       out.push_back(v);
     }
   }
@@ -129,7 +131,7 @@ struct KSPDataType {
   }
   void refuseDiagonalScale() const {
     if (diagonal_scale) {
-      print("Krylov method %s does not support diagonal scaling\n", solver->name.c_str());
+      print("Krylov method %s does not support diagonal scaling", solver->name.c_str());
     }
   }
 

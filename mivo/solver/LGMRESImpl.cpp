@@ -72,7 +72,7 @@ template <class T, class G, class L>
 void LGMRES_Impl<T, G, L>::KSPSolve_LGMRES() {
   Data& d = *data_;
   if (ksp.calc_sings && d.Rsvd.empty()) {
-    ksp.print("Must call KSPSetComputeSingularValues() before KSPSetUp() is called\n");
+    ksp.print("Must call KSPSetComputeSingularValues() before KSPSetUp() is called");
   }
   ksp.its = 0;
   d.aug_ct = 0;
@@ -94,7 +94,7 @@ void LGMRES_Impl<T, G, L>::runCycle() {
   R res = Vector::normL2(basis(0));
   ksp.rnorm = res;
   if (res == R(0)) {
-    ksp.print("Converged due to zero residual norm on entry\n");
+    ksp.print("Converged due to zero residual norm on entry");
     ksp.reason = ksp_reason::kExact;
     return;
   }
@@ -125,9 +125,8 @@ void LGMRES_Impl<T, G, L>::runCycle() {
     ksp.reason = ksp.converged(ksp.its, res);
     if (complete) {
       if (ksp.reason == 0) {
-        ksp.print(
-            "Reached happy break down, but convergence was not indicated. Residual norm = %g\n",
-            static_cast<double>(res));
+        ksp.print("Reached happy break down, but convergence was not indicated. Residual norm = %g",
+                  static_cast<double>(res));
         ksp.reason = ksp_reason::kBreakdown;
       }
       break;
@@ -195,7 +194,7 @@ void LGMRES_Impl<T, G, L>::KSPLGMRESBuildSoln(const Vector& from, Vector& to, in
   Data& d = *data_;
   for (int i = it; i >= 0; --i) {
     if (isZero(HH(i, i))) {
-      ksp.print("HH(it,it) is identically zero; it = %d GRS(it) = %g\n", i,
+      ksp.print("HH(it,it) is identically zero; it = %d GRS(it) = %g", i,
                 static_cast<double>(abs(at(d.grs, i))));
       ksp.reason = ksp_reason::kBreakdown;
       from.deepCopy(to);

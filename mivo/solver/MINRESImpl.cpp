@@ -57,7 +57,7 @@ template <class T, class G, class L>
 void MINRES_Impl<T, G, L>::keepForEigenvalues(int i, R alpha, R beta) {
   if (!ksp.calc_sings) return;
   if (ksp.max_its != data_->planned_its) {
-    ksp.print("Cannot change maxit AND calculate eigenvalues\n");
+    ksp.print("Cannot change maxit AND calculate eigenvalues");
     return;
   }
   data_->alpha[static_cast<std::size_t>(i)] = alpha;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mivo/solver/SolverAdamW.hpp"
 
+#include <cstdint>
+
 #include "mivo/mat/ParMatrix.hpp"
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/BlasOps.hpp"
@@ -50,7 +52,8 @@ void SolverAdamW_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector&
   const R normb = Vector::normL2(b);
   this->beginSolve(P, A, b, x, iter, relres);
   R rel = R(0);
-  int t = 1;
+  // 64 bits, since the last step may be the largest int.
+  std::int64_t t = 1;
   // A step reads b, A x, g, x, m, v, vmax and writes A x, g, x, m, v: 12 vectors beside the
   // product, 14 with "amsgrad" or where g turns its sign in a pass of its own.
   for (; t <= this->max_its; ++t) {
@@ -59,7 +62,7 @@ void SolverAdamW_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector&
     // g = A x - b
     if (!maximize) Vector::scale(T(-1), g);
     // The ratios of the step before.
-    this->logSolverStatus(P, t, res, rel, rel);
+    this->logSolverStatus(P, static_cast<int>(t), res, rel, rel);
     rel = res / normb;
     if (this->rtol > rel) break;
     const auto local = x.getLocalMatrix();
@@ -67,11 +70,11 @@ void SolverAdamW_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector&
                               local.getData(), m.getLocalMatrix().getData(),
                               v.getLocalMatrix().getData(), vmax.getLocalMatrix().getData(),
                               T(R(learning_rate)), R(beta1), R(beta2), R(epsilon),
-                              T(R(weight_decay)), amsgrad ? 1 : 0, t);
+                              T(R(weight_decay)), amsgrad ? 1 : 0, static_cast<L>(t));
   }
-  iter = t;
+  iter = static_cast<int>(t);
   relres = rel;
-  this->finishSolve(P, this->max_its, t, rel);
+  this->finishSolve(P, this->max_its, iter, rel);
 }
 
 #define MIVO_INSTANCE(T) template class SolverAdamW_T<T, long, int>;

@@ -152,14 +152,14 @@ void SolverFLGMRES_R_T<T, G, L, S>::solve(Preconditioner& P, Operator& A, const 
 
   // 64 bits, so that limits near the largest int do not overflow
   const std::int64_t maxIts = this->max_its;
-  if (restart <= 0) restart = static_cast<std::int32_t>(maxIts + 1);
+  const std::int64_t own = restart > 0 ? restart : maxIts + 1;  // columns that are not kept ones
+  restart = static_cast<std::int32_t>(own);
   if (augk <= 0) augk = 2;
   const R bnorm = Vector::normL2(b);
   if (bnorm == R(0)) {
     x.fill(T(0));
     return;
   }
-  const std::int64_t own = restart;  // columns of a cycle that are not corrections kept
   const std::int64_t kept = augk;
   restart = static_cast<std::int32_t>(own + kept);
 

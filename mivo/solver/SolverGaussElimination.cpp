@@ -72,6 +72,7 @@ void SolverGaussElimination_T<T, G, L>::solve(Preconditioner&, Operator& A, cons
   const CSRMatrixT<T, L> whole = matrix->gather(0);
   auto rhs = b.gather(0);
   if (this->rank == 0) {
+    rhs = rhs.toDevice(matrix->getDevice());
     solveDense(whole, static_cast<L>(rows), rhs, factorTime, sweepTime);
     MIVO_LOG(3, this->verbose > 1) << "gauss_elim time: fact " << factorTime.getTimeSec() * 1e3
                                    << " ms, solve " << sweepTime.getTimeSec() * 1e3 << " ms";

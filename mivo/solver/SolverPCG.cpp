@@ -54,6 +54,8 @@ void SolverPCG_T<T, G, L, S>::solve(Preconditioner& P, Operator& A, const Vector
   for (Vector* v : {&r, &z, &q, &p}) {
     v->create(b.getRowPartitioner(), b.getColPartitioner(), A.getDevice(), comm);
   }
+  // A preconditioner may start from what it is handed.
+  z.fill(T(0));
 
   // r = b - A x, without a product for a zero start
   if (Vector::normL1(x) == R(0)) {

@@ -212,17 +212,24 @@ json parametersOf(const std::string& preconditioner) {
       {{"preconditioner_type", "PrecondSSOR"}, {"PrecondSSOR_params", {{"initial_zero", false}}}}};
 }
 
-TEST(Solve, MethodsForGeneralMatricesTakeEveryPreconditioner) {
+// Methods for general matrices converge with all of them; the others do with those that are
+// symmetric, and end in an honest status with the rest.
+TEST(Solve, EverySolverTakesEveryPreconditioner) {
   const Folder folder;
   const json family = mivo_solve::schemaDocument()["definitions"]["preconditioner"]["properties"];
-  for (const std::string solver : {"SolverBiCGSTAB", "SolverFLGMRES_R"}) {
+  const std::map<std::string, bool> solvers = {{"SolverBiCGSTAB", true}, {"SolverFLGMRES_R", true},
+                                               {"SolverPCG", false},     {"SolverMINRES", false},
+                                               {"SolverSYMMLQ", false},  {"SolverAdamW", false},
+                                               {"SolverGaussElim", true}};
+  for (const auto& [solver, general] : solvers) {
     for (const std::string name : family["preconditioner_type"]["enum"]) {
       for (const auto& device : mivo::test::testDevices()) {
-        folder.write("c.json",
-                     poissonConfiguration(solver, preconditioned(name, parametersOf(name))).dump());
+        json params = preconditioned(name, parametersOf(name));
+        params["max_its"] = 200;
+        folder.write("c.json", poissonConfiguration(solver, params).dump());
         const Outcome outcome = folder.run({"c.json", "--json", "--device", device.getString()});
-        EXPECT_EQ(outcome.status, 0) << solver << name << outcome.out << outcome.err;
-        EXPECT_GT(reportOf(outcome)["iterations"], 0);
+        EXPECT_TRUE(outcome.status == 0 || (outcome.status == 2 && !general))
+            << solver << name << outcome.out << outcome.err;
         EXPECT_THAT(reportOf(outcome)["operators"].get<std::string>(), HasSubstr(name));
       }
     }

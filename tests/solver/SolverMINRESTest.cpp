@@ -238,8 +238,8 @@ TEST(SolverMINRES, KeepsARecordOfReasonsAndFlags) {
       [](auto& run, const std::string& text) {
         EXPECT_EQ(run.ksp.reason, -3);
         EXPECT_EQ(text,
-                  "Krylov method MINRES does not support diagonal scaling\n"
-                  "Cannot change maxit AND calculate eigenvalues\n");
+                  "Krylov method MINRES does not support diagonal scaling"
+                  "Cannot change maxit AND calculate eigenvalues");
       });
   solve(
       {-2, -8}, [](auto& run) { run.data().check_negative_curvature = true; },

@@ -199,7 +199,7 @@ TEST(SolverSYMMLQ, KeepsARecordOfReasonsAndFlags) {
   EXPECT_EQ(limited.run.ksp.work.size(), 9u);
   const int products = limited.A.products;
   EXPECT_EQ(printed([&] { limited.run.KSPSolve_SYMMLQ(); }),
-            "Krylov method SYMMLQ does not support diagonal scaling\n");
+            "Krylov method SYMMLQ does not support diagonal scaling");
   EXPECT_EQ(limited.run.ksp.reason, -3);
   EXPECT_EQ(limited.A.products, products + 1) << "none for the start residual";
 
