@@ -19,6 +19,9 @@ class MIVO_API ParSmootherT : public virtual ParOperator {
   virtual void setup(const ParMatrixFreeT<T, G, L>& A) = 0;
   /// Improves the given x for A x = b.
   virtual void smooth(const ParMatrixT<T, G, L>& b, ParMatrixT<T, G, L>& x) = 0;
+  /// The same from x = 0, whatever x holds, with the same bits: a class that can begin from zero
+  /// at less cost overrides it. Multigrid begins every level but the finest of a solver so.
+  virtual void smoothFromZero(const ParMatrixT<T, G, L>& b, ParMatrixT<T, G, L>& x);
 
   /// Family of the key "smoother_type".
   static Factory<ParSmootherT>& getFactory();

@@ -132,14 +132,28 @@ void ParSmootherJacobi_T<T, G, L>::smooth(const Vector& b, Vector& x) {
 }
 
 template <class T, class G, class L>
+bool ParSmootherJacobi_T<T, G, L>::startFromZero(const Vector& b, Vector& x) {
+  if (nsweeps > 0 && sweepFromZero(b, x)) return true;
+  x.fill(T(0));
+  return false;
+}
+
+template <class T, class G, class L>
+void ParSmootherJacobi_T<T, G, L>::smoothFromZero(const Vector& b, Vector& x) {
+  const bool first_done = startFromZero(b, x);
+  for (int i = 0; i < nsweeps; ++i) {
+    if (i > 0 || !first_done) sweep(b, x, false);
+    logResidual("smooth ", i, b, x);
+  }
+}
+
+template <class T, class G, class L>
 void ParSmootherJacobi_T<T, G, L>::precondition(const Vector& b, Vector& x) {
   this->precondTime.start();
   const bool exhausted = max_iters >= 1 && apply_count >= max_iters;
   bool first_done = false;
-  if (initial_zero) {
-    first_done = !exhausted && nsweeps > 0 && sweepFromZero(b, x);
-    if (!first_done) x.fill(T(0));
-  }
+  if (initial_zero && exhausted) x.fill(T(0));
+  if (initial_zero && !exhausted) first_done = startFromZero(b, x);
   if (exhausted) {
     b.deepCopy(x);
   } else {

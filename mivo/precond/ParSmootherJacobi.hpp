@@ -24,9 +24,9 @@ namespace mivo {
 /// 0: applications after this many sweeps copy their input, for good). The keys of the solver frame
 /// are not read.
 ///
-/// Cost of a sweep: one product, one reduction. The first sweep of a preconditioner from zero needs
-/// neither on one rank: it reads two vectors and writes one. Collective except for `create`; one
-/// thread per object.
+/// Cost of a sweep: one product, one reduction. The first sweep from zero, of a preconditioner or
+/// of `smoothFromZero`, needs neither on one rank: it reads two vectors and writes one. Collective
+/// except for `create`; one thread per object.
 template <class T, class G, class L>
 class MIVO_API ParSmootherJacobi_T : public ParOpBaseT<T, G, L> {
  public:
@@ -48,6 +48,7 @@ class MIVO_API ParSmootherJacobi_T : public ParOpBaseT<T, G, L> {
   void create(const json& params);
   void setup(const Operator& A) override;
   void smooth(const Vector& b, Vector& x) override;
+  void smoothFromZero(const Vector& b, Vector& x) override;
   void precondition(const Vector& b, Vector& x) override;
   /// `P` and `A` are not used: the matrix is that of `setup`. `iter` is max_its + 1 when the
   /// iteration did not converge.
@@ -68,6 +69,8 @@ class MIVO_API ParSmootherJacobi_T : public ParOpBaseT<T, G, L> {
   /// The first sweep from x = 0 without a product, whatever x holds; false, without effect, when it
   /// has to be done at length.
   bool sweepFromZero(const Vector& b, Vector& x);
+  /// Begins with x = 0; true when that includes the first sweep.
+  bool startFromZero(const Vector& b, Vector& x);
   void logResidual(const char* what, int sweepNumber, const Vector& b, const Vector& x);
 
   double last_residual = 0;  ///< |b - A x| before the last sweep that needed it

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mivo/precond/ParSmootherList.hpp"
 
+#include "mivo/mat/ParMatrix.hpp"
 #include "mivo/precond/list_members.hpp"
 
 namespace mivo {
@@ -21,6 +22,20 @@ void ParSmootherList_T<T, G, L>::setup(const ParMatrixFreeT<T, G, L>& A) {
 template <class T, class G, class L>
 void ParSmootherList_T<T, G, L>::smooth(const Vector& b, Vector& x) {
   forEachMember(members_, [&](auto& member) { member.smooth(b, x); });
+}
+
+template <class T, class G, class L>
+void ParSmootherList_T<T, G, L>::smoothFromZero(const Vector& b, Vector& x) {
+  bool first = true;
+  forEachMember(members_, [&](auto& member) {
+    if (first) {
+      member.smoothFromZero(b, x);
+    } else {
+      member.smooth(b, x);
+    }
+    first = false;
+  });
+  if (first) x.fill(T(0));
 }
 
 #define MIVO_SMOOTHER_LIST(T)                     \

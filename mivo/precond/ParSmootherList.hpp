@@ -24,6 +24,7 @@ class MIVO_API ParSmootherList_T : public ParSmootherT<T, G, L> {
   void create(const json& params);
   void setup(const ParMatrixFreeT<T, G, L>& A) override;
   void smooth(const Vector& b, Vector& x) override;
+  void smoothFromZero(const Vector& b, Vector& x) override;
 
  private:
   std::vector<std::shared_ptr<ParSmootherT<T, G, L>>> members_;

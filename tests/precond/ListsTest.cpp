@@ -78,6 +78,23 @@ TYPED_TEST(ListsOf, SmoothersRunOneAfterTheOther) {
     });
     EXPECT_EQ(together, apart);
     EXPECT_NE(together, this->start);
+    // a start from zero is the same as that from a vector of zeros, for single smoothers too
+    for (const json& each : {list, jacobi, sor, object("smoother", "SmootherSSOR"),
+                             object("smoother", "SmootherJacobi", {{"nsweeps", 0}}),
+                             object("smoother", "SmootherList", json::array())}) {
+      const auto fromZero = this->after(device, [&](auto& A, const auto& rhs, auto& x) {
+        const auto smoother = make<Smoother<T>>(each);
+        smoother->setup(A);
+        smoother->smoothFromZero(rhs, x);
+      });
+      const auto fromZeros = this->after(device, [&](auto& A, const auto& rhs, auto& x) {
+        const auto smoother = make<Smoother<T>>(each);
+        smoother->setup(A);
+        x.fill(T(0));
+        smoother->smooth(rhs, x);
+      });
+      EXPECT_EQ(fromZero, fromZeros) << each;
+    }
   }
 }
 
