@@ -41,6 +41,7 @@
 #include "mivo/ops/SpBlasOps.hpp"
 #include "mivo/ops/views.hpp"
 #include "mivo/precond/ParPrecondList.hpp"
+#include "mivo/precond/ParPreconditionerAMG.hpp"
 #include "mivo/precond/ParSmootherJacobi.hpp"
 #include "mivo/precond/ParSmootherJacobiLp.hpp"
 #include "mivo/precond/ParSmootherList.hpp"

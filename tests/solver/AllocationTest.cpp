@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "mivo/mivo.hpp"
+#include "tests/support/amg.hpp"
 
 namespace {
 long g_allocations = 0;
@@ -70,6 +71,33 @@ TEST(KrylovSolvers, AllocateNothingAfterTheirFirstIteration) {
         {{"preconditioner_type", "PrecondList"},
          {"PrecondList_params", json::array({{{"preconditioner_type", "PrecondJacobi"}}})}},
         algo);
+    test::registerPairs<double>();
+    expectNoAllocationAfterTheFirstIteration(
+        solver, {{"preconditioner_type", "PrecondAMG"}, {"PrecondAMG_params", test::pairsParams()}},
+        algo);
+  }
+}
+
+TEST(Multigrid, AllocatesNothingAfterItsFirstCycle) {
+  auto A = test::parSparseOf(Device(), test::laplacian<double>(12, 12));
+  const auto b = test::columnOf(Device(), A.getRowPartitioner(), std::vector<double>(144, 1));
+  for (const std::string name : {"Jacobi", "JacobiLp", "SOR", "SSOR"}) {
+    const json smoother = test::smootherOf("Smoother" + name);
+    const auto amg = test::makeAmg<double>(
+        test::pairsParams({{"pre_smoother", smoother}, {"post_smoother", smoother}}));
+    amg->setup(A);
+    amg->cycle_limit = 5;
+    amg->cycle_tolerance = 0;
+    auto x = b.deepCopy();
+    long counts[5] = {};
+    amg->observer = [&](int iter, double, double, double) { counts[iter] = g_allocations; };
+    int iter = 0;
+    double relres = 0;
+    amg->solve(A, b, x, iter, relres);
+    EXPECT_EQ(counts[4], counts[0]) << name;
+    const long before = g_allocations;
+    amg->precondition(b, x);
+    EXPECT_EQ(g_allocations, before) << name;
   }
 }
 

@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Configuration, set-up and statistics; the cycle is in ParPreconditionerAMGCycle.cpp.
+
+#include "mivo/precond/ParPreconditionerAMG.hpp"
+
+#include <iomanip>
+
+#include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/Factory.hpp"
+#include "mivo/utils/logging.hpp"
+#include "mivo/utils/strings.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+ParPreconditionerAMG_T<T, G, L>::~ParPreconditionerAMG_T() = default;
+
+template <class T, class G, class L>
+void ParPreconditionerAMG_T<T, G, L>::create(const json& params) {
+  Solver::create(params, "AMG");
+  readJsonKey(params, "max_levels", max_levels);
+  readJsonKey(params, "min_coarse_size", min_coarse_size);
+  readJsonKey(params, "verbose", verbose);
+  parameters = params;
+}
+
+template <class T, class G, class L>
+void ParPreconditionerAMG_T<T, G, L>::setup(const Operator& A) {
+  this->setupTime.start();
+  const auto* csr = dynamic_cast<const Matrix*>(&A);
+  MIVO_CHECK(csr != nullptr) << "AMG: setup should be given a ParCSRMatrix";
+  MIVO_CHECK(levels.empty()) << "AMG: setup should be called once";
+  fine = *csr;
+  MPI_Comm_size(fine.getComm(), &this->commSize);
+  MPI_Comm_rank(fine.getComm(), &this->rank);
+
+  for (int l = 0; l < max_levels; ++l) {
+    if (!buildLevel(l)) break;
+  }
+
+  setup_times.prepare.start();
+  for (Level& level : levels) {
+    level.A.prepareMatVec(false);
+    level.R.prepareMatVec(false);
+    level.P.prepareMatVec(false);
+  }
+  setup_times.prepare.stop();
+
+  if (verbose >= 2) logStatistics();
+  step = 0;
+  this->setupTime.stop();
+  // The label "preprare" is part of the output format.
+  MIVO_LOG(3, verbose >= 2 && this->rank == 0)
+      << "AMG setup timers: transfer " << setup_times.transfer.getTimeSec() << " smoother "
+      << setup_times.smoother.getTimeSec() << " rap " << setup_times.rap.getTimeSec()
+      << " preprare " << setup_times.prepare.getTimeSec() << " total "
+      << this->setupTime.getTimeSec();
+}
+
+template <class T, class G, class L>
+bool ParPreconditionerAMG_T<T, G, L>::buildLevel(int l) {
+  Level level;
+  level.A = l > 0 ? coarseOperator(levels.back()) : fine;
+  const auto node = std::make_shared<ParOperator>();
+  const auto append = [&] {
+    levels.push_back(level);
+    this->appendChild(node, string_printf("level_%d", l));
+  };
+  const auto appendCoarsest = [&] {
+    setup_times.coarse.start();
+    createCoarsestLevel(level, node, parameters);
+    setup_times.coarse.stop();
+    append();
+  };
+  if (min_coarse_size >= level.A.getCols() || l == max_levels - 1) {
+    appendCoarsest();
+    return false;
+  }
+
+  setup_times.transfer.start();
+  level.level_transfer =
+      Transfer::getFactory().createInstance(getJsonByKey(parameters, "level_transfer", l), this);
+  MIVO_CHECK(level.level_transfer != nullptr) << "AMG: unknown level_transfer_type";
+  level.level_transfer->setLevelId(l);
+  level.level_transfer->transfer_operators(level.A, level.P, level.R);
+  setup_times.transfer.stop();
+  if (l > 0 && level.P.getRows() == 0) {
+    appendCoarsest();
+    return false;
+  }
+
+  setup_times.smoother.start();
+  level.pre_smoother =
+      createSmoother(getJsonByKey(parameters, "pre_smoother", l), "pre_smoother", level.A);
+  level.post_smoother =
+      createSmoother(getJsonByKey(parameters, "post_smoother", l), "post_smoother", level.A);
+  setup_times.smoother.stop();
+
+  node->appendChild(level.pre_smoother, "pre_smoother");
+  node->appendChild(level.post_smoother, "post_smoother");
+  node->appendChild(level.level_transfer, "level_transfer");
+  append();
+  return true;
+}
+
+template <class T, class G, class L>
+typename ParPreconditionerAMG_T<T, G, L>::Matrix ParPreconditionerAMG_T<T, G, L>::coarseOperator(
+    const Level& level) {
+  setup_times.rap.start();
+  Matrix product;
+  if (level.P.getCols() == 0) {
+    // Without coarse unknowns R may be a default-built matrix, on a communicator and a device that
+    // are not those of A.
+    const auto& none = level.P.getColPartitioner();
+    product.create(none, none, {}, level.A.getDevice(), level.A.getComm());
+  } else {
+    // A_c = (R A) P
+    Matrix left;
+    level.R.multiply(level.A, left);
+    left.multiply(level.P, product);
+    product.sortRows();
+  }
+  setup_times.rap.stop();
+  return product;
+}
+
+template <class T, class G, class L>
+std::shared_ptr<ParSmootherT<T, G, L>> ParPreconditionerAMG_T<T, G, L>::createSmoother(
+    const json& params, const char* key, const Matrix& A) {
+  const auto smoother = Smoother::getFactory().createInstance(params, this);
+  MIVO_CHECK(smoother != nullptr) << "AMG: unknown smoother_type of " << key;
+  smoother->setup(A);
+  return smoother;
+}
+
+template <class T, class G, class L>
+void ParPreconditionerAMG_T<T, G, L>::createCoarsestLevel(Level& level,
+                                                          std::shared_ptr<ParOperator> levelNode,
+                                                          const json& params) {
+  json chosen;
+  if (readJsonKey(params, "coarse_solver", chosen)) {
+    level.coarse_solver = Solver::getFactory().createInstance(chosen, this);
+    MIVO_CHECK(level.coarse_solver != nullptr) << "AMG: unknown solver_type of coarse_solver";
+    if (level.coarse_solver->preconditioner != nullptr) {
+      level.coarse_solver->preconditioner->setup(level.A);
+    }
+    level.coarse_solver->setup(level.A);
+    levelNode->appendChild(level.coarse_solver, "coarse_solver");
+    return;
+  }
+  const auto plain = [&](const char* key) {
+    json value;
+    readJsonKey(params, key, value);
+    return createSmoother(value, key, level.A);
+  };
+  level.coarse_pre_smoother = plain("pre_smoother");
+  level.coarse_post_smoother = plain("post_smoother");
+  const auto node = std::make_shared<ParOperator>();
+  node->appendChild(level.coarse_pre_smoother, "coarse_pre_smoother");
+  node->appendChild(level.coarse_post_smoother, "coarse_post_smoother");
+  levelNode->appendChild(node, "coarse_solver");
+}
+
+template <class T, class G, class L>
+void ParPreconditionerAMG_T<T, G, L>::logStatistics() {
+  const bool print = this->rank == 0;
+  double entries = 0, finest = 0, rows = 0;
+  for (std::size_t l = 0; l < levels.size(); ++l) {
+    const auto meta = levels[l].A.computeMeta();
+    if (l == 0) {
+      MIVO_LOG(3, print) << std::setw(50) << "" << std::setw(18) << "row_entries" << std::setw(33)
+                         << "row_sums";
+      MIVO_LOG(3, print) << std::setw(8) << "level" << meta.getTableHead();
+      finest = static_cast<double>(meta.nnzs);
+      rows = static_cast<double>(meta.rows);
+    }
+    MIVO_LOG(3, print) << std::setw(8) << l << meta.getString();
+    entries += static_cast<double>(meta.nnzs);
+  }
+  MIVO_LOG(3, print) << "AMG DOF size " << rows << " operator complexity is "
+                     << (finest > 0 ? entries / finest : 1.0);
+}
+
+#define MIVO_INSTANCE(T) template class ParPreconditionerAMG_T<T, long, int>;
+MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
+#undef MIVO_INSTANCE
+
+#define MIVO_REGISTER_TYPE(T)                                   \
+  MIVO_REGISTER(ParPreconditionerT, "PrecondAMG", T, long, int, \
+                ParPreconditionerAMG_T<T, long, int>)           \
+  MIVO_REGISTER(ParSolverT, "SolverAMG", T, long, int, ParPreconditionerAMG_T<T, long, int>)
+MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
+#undef MIVO_REGISTER_TYPE
+
+}  // namespace mivo

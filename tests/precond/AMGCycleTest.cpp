@@ -1,0 +1,408 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a cycle computes and prints, and multigrid in its roles.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "mivo/precond/ParPreconditionerAMG.hpp"
+#include "tests/support/amg.hpp"
+#include "tests/support/krylov.hpp"
+
+namespace mivo::test {
+namespace {
+
+using Solver = ParSolverT<double, long, int>;
+using Vector = ParVector<double>;
+
+json solverOf(const std::string& name, const json& params = json::object()) {
+  return {{"solver_type", name}, {name + "_params", params}};
+}
+
+json precondOf(const std::string& name, const json& params = json::object()) {
+  return {{"preconditioner_type", name}, {name + "_params", params}};
+}
+
+json uncoupled(int level) {
+  return {{"level_transfer_type", "TestPairs"}, {"TestPairs_params", {{"uncoupled_from", level}}}};
+}
+
+/// x = x + relax D^-1 (b - A x) on host arrays.
+template <class T>
+void jacobi(const std::vector<T>& A, double relax, const std::vector<T>& b, std::vector<T>& x) {
+  const auto r = denseAxpby(A, T(-1), x, T(1), b);
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    x[i] += T(static_cast<RealType<T>>(relax)) * r[i] / A[i * x.size() + i];
+  }
+}
+
+/// The cycle of `pairsParams` from level l downward on host arrays.
+template <class T>
+std::vector<T> referenceCycle(const Amg<T>& amg, std::size_t l, const std::vector<T>& b,
+                              std::vector<T> x) {
+  const auto& level = amg.levels[l];
+  const auto A = plainOf(level.A.getLocalMatrix(-1)).dense();
+  jacobi(A, 0.5, b, x);
+  if (l + 1 < amg.levels.size()) {
+    const auto R = plainOf(level.R.getLocalMatrix(-1)).dense();
+    const auto P = plainOf(level.P.getLocalMatrix(-1)).dense();
+    const std::vector<T> zero(static_cast<std::size_t>(level.P.getCols()), T(0));
+    const auto restricted = denseAxpby(R, T(1), denseAxpby(A, T(-1), x, T(1), b), T(0), zero);
+    x = denseAxpby(P, T(1), referenceCycle(amg, l + 1, restricted, zero), T(1), x);
+  }
+  jacobi(A, 0.75, b, x);
+  return x;
+}
+
+template <class T>
+class AMGCycleOf : public testing::Test {};
+TYPED_TEST_SUITE(AMGCycleOf, ScalarTypes);
+
+TYPED_TEST(AMGCycleOf, SmoothsRestrictsCorrectsAndSmooths) {
+  using T = TypeParam;
+  const std::size_t n = 45;
+  const auto b = smallValues<T>(n, 1), start = smallValues<T>(n, 2);
+  for (const Device& device : testDevices()) {
+    const json params = pairsParams(
+        {{"min_coarse_size", 4},
+         {"level_transfer",
+          {{"level_transfer_type", "TestPairs"}, {"TestPairs_params", {{"factor", 0.5}}}}}});
+    const auto amg = makeAmg<T>(params);
+    amg->setup(parCsrOf(device, static_cast<int>(n), positiveDefinite<T>(n, 3)));
+    const auto rhs = parVectorOf(device, b);
+    auto x = parVectorOf(device, start);
+    EXPECT_EQ(amg->step, 0);
+    amg->amg_step(rhs, x);
+    expectNear(valuesOf(x), referenceCycle(*amg, 0, b, start));
+
+    // as a preconditioner from zero, whatever z holds, and also into an object without a size
+    const auto fromZero = referenceCycle(*amg, 0, b, std::vector<T>(n, T(0)));
+    auto z = parVectorOf(device, start);
+    amg->precondition(rhs, z);
+    expectNear(valuesOf(z), fromZero);
+    ParVector<T> fresh, stepped;
+    amg->precondition(rhs, fresh);
+    amg->amg_step(rhs, stepped);
+    expectSameBits(valuesOf(fresh), valuesOf(z));
+    expectSameBits(valuesOf(stepped), valuesOf(z));
+    EXPECT_EQ(fresh.getDevice().type, device.type);
+    EXPECT_EQ(fresh.getComm(), kCommSelf);
+    EXPECT_EQ(amg->step, 4);
+    EXPECT_EQ(amg->precondTime.getCount(), 2u);
+
+    // a part of a cycle, on the given x
+    const std::vector<T> below = smallValues<T>(23, 4), belowStart = smallValues<T>(23, 5);
+    auto y = parVectorOf(device, belowStart);
+    amg->vcycle_recursive(1, parVectorOf(device, below), y);
+    expectNear(valuesOf(y), referenceCycle(*amg, 1, below, belowStart));
+    // Watching a cycle leaves its bits alone.
+    amg->verbose = 3;
+    auto watched = parVectorOf(device, start);
+    amg->precondition(rhs, watched);
+    expectSameBits(valuesOf(watched), valuesOf(z));
+  }
+}
+
+/// A hierarchy on 5-point systems of 20 by 20 points, and a run of it as a solver.
+class AMGCycle : public testing::Test {
+ protected:
+  static constexpr int n = 400;
+
+  std::shared_ptr<Amg<double>> hierarchy(const json& params = json::object()) {
+    const auto amg = makeAmg<double>(pairsParams(params));
+    amg->setup(A);
+    return amg;
+  }
+
+  /// Solves from zero.
+  int solve(Solver& solver) {
+    history.clear();
+    solver.observer = [&](int iter, double r, double relR0, double relB) {
+      history.push_back({iter, r, relR0, relB});
+    };
+    if (solver.preconditioner != nullptr) solver.preconditioner->setup(A);
+    solver.setup(A);
+    return resolve(solver);
+  }
+  int resolve(Solver& solver) {
+    int iter = -1;
+    x.fill(0);
+    solver.solve(A, b, x, iter, relres);
+    EXPECT_EQ(relres, relres) << "a number";
+    return iter;
+  }
+  double trueResidual() { return Vector::residual(A, x, b) / Vector::normL2(b); }
+
+  ParSparse<double> A = parSparseOf(Device(), laplacian<double>(20, 20));
+  Vector b = columnOf(Device(), A.getRowPartitioner(), smallValues<double>(n, 7));
+  Vector x = columnOf(Device(), A.getRowPartitioner(), std::vector<double>(n, 0));
+  std::vector<Status<double>> history;
+  double relres = -1;
+};
+
+TEST_F(AMGCycle, ResidualFallsInEveryCycleOfASolve) {
+  const auto amg = makeAmg<double>(
+      pairsParams({{"max_its", 3}, {"rtol", 0.5}, {"preconditioner", precondOf("PrecondJacobi")}}));
+  const int iter = solve(*amg);
+  const double normb = Vector::normL2(b);
+  ASSERT_EQ(history.size(), static_cast<std::size_t>(iter) + 1)
+      << "the cycles count from 0, and \"max_its\" and \"rtol\" do not end them";
+  double last = normb;
+  for (std::size_t k = 0; k < history.size(); ++k) {
+    const auto& status = history[k];
+    EXPECT_LT(status.r, last);
+    EXPECT_EQ(status,
+              (Status<double>{static_cast<int>(k), status.r, status.r / normb, status.r / normb}));
+    EXPECT_EQ(status.r < 1e-8 * normb, k + 1 == history.size());
+    last = status.r;
+  }
+  EXPECT_EQ(amg->step, iter + 1);
+  EXPECT_EQ(relres, history.back().relB);
+  EXPECT_EQ(relres, trueResidual());
+  EXPECT_EQ(amg->preconditioner->precondTime.getCount(), 0u) << "is not applied";
+}
+
+TEST_F(AMGCycle, SolveCountsFromZeroAndUpToItsLimit) {
+  const auto exact =
+      makeAmg<double>({{"max_levels", 1}, {"coarse_solver", solverOf("SolverGaussElim")}});
+  EXPECT_EQ(solve(*exact), 0) << "one cycle was enough";
+  EXPECT_EQ(history.size(), 1u);
+  const auto amg = makeAmg<double>(pairsParams());
+  amg->cycle_limit = 4;
+  EXPECT_EQ(solve(*amg), 4);
+  EXPECT_EQ(history.size(), 4u);
+  // 0 is not below 0, so that b = 0 takes all cycles, as do numbers that are none.
+  b.fill(0);
+  int iter = -1;
+  x.fill(0);
+  history.clear();
+  amg->solve(A, b, x, iter, relres);
+  EXPECT_EQ(iter, 4);
+  EXPECT_EQ(history.back().r, 0);
+  EXPECT_NE(relres, relres);
+}
+
+TEST_F(AMGCycle, TheMatrixOfASolveIsThatOfTheSetup) {
+  const auto amg = hierarchy();
+  auto other = parSparseOf(Device(), laplacian<double>(400, 1));
+  int iter = -1;
+  amg->solve(other, b, x, iter, relres);
+  EXPECT_LT(trueResidual(), 1e-8);
+}
+
+double asymmetry(Amg<double>& amg, const Vector& u, const Vector& v) {
+  Vector Mu, Mv;
+  amg.precondition(u, Mu);
+  amg.precondition(v, Mv);
+  return std::abs(Vector::dot(Mu, v) / Vector::dot(u, Mv) - 1);
+}
+
+TEST_F(AMGCycle, IsSymmetricWhenThePostSmootherIsTheAdjointOfThePreSmoother) {
+  const auto u = columnOf(Device(), A.getRowPartitioner(), smallValues<double>(n, 8));
+  const auto smoother = [](bool forward) {
+    return smootherOf("SmootherSOR", {{"relax", 1.2}, {"forward", forward}});
+  };
+  const auto amg = [&](const json& down, const json& up) {
+    return hierarchy({{"pre_smoother", down}, {"post_smoother", up}});
+  };
+  const json jacobi = smootherOf("SmootherJacobi", {{"relax", 0.7}, {"nsweeps", 2}});
+  EXPECT_LT(asymmetry(*amg(smoother(true), smoother(false)), u, b), 1e-13);
+  EXPECT_LT(asymmetry(*amg(smootherOf("SmootherSSOR"), smootherOf("SmootherSSOR")), u, b), 1e-13);
+  EXPECT_LT(asymmetry(*amg(jacobi, jacobi), u, b), 1e-13);
+  EXPECT_GT(asymmetry(*amg(smoother(true), smoother(true)), u, b), 1e-6);
+
+  const auto iterations = [&](bool upForward) {
+    const auto pcg = Solver::getFactory().createInstance(solverOf(
+        "SolverPCG",
+        {{"preconditioner",
+          precondOf("PrecondAMG", pairsParams({{"pre_smoother", smoother(true)},
+                                               {"post_smoother", smoother(upForward)}}))}}));
+    return solve(*pcg);
+  };
+  EXPECT_LT(iterations(false), 30);
+  EXPECT_LT(trueResidual(), 1e-7);
+}
+
+TEST_F(AMGCycle, PreconditionsEveryKrylovMethodAndStandsInLists) {
+  registerPairs<double>();
+  const json symmetric =
+      precondOf("PrecondAMG", pairsParams({{"pre_smoother", smootherOf("SmootherSSOR")},
+                                           {"post_smoother", smootherOf("SmootherSSOR")}}));
+  const auto run = [&](const std::string& name, const json& precond) {
+    const auto solver =
+        Solver::getFactory().createInstance(solverOf(name, {{"preconditioner", precond}}));
+    const int iter = solve(*solver);
+    EXPECT_LT(trueResidual(), 1e-7) << name;
+    return iter;
+  };
+  for (const std::string name :
+       {"SolverPCG", "SolverBiCGSTAB", "SolverFLGMRES_R", "SolverMINRES", "SolverSYMMLQ"}) {
+    const int plain = run(name, precondOf("PrecondIdentity")), amg = run(name, symmetric);
+    EXPECT_LT(2 * amg, plain) << name;
+    EXPECT_EQ(run(name, precondOf("PrecondList", json::array({symmetric}))), amg) << name;
+  }
+  const auto amg = solverOf("SolverAMG", pairsParams());
+  const auto list = Solver::getFactory().createInstance(
+      solverOf("SolverList", json::array({solverOf("SolverPCG", {{"max_its", 2}}), amg})));
+  solve(*list);
+  EXPECT_LT(trueResidual(), 1e-8);
+}
+
+TEST_F(AMGCycle, TakesEverySmootherAndEveryCoarseSolver) {
+  const auto sor = [](bool forward) { return smootherOf("SmootherSOR", {{"forward", forward}}); };
+  const auto jacobi = smootherOf("SmootherJacobi", {{"relax", 0.7}});
+  const std::vector<std::pair<json, json>> smoothers = {
+      {jacobi, jacobi},
+      {smootherOf("SmootherJacobiLp"), smootherOf("SmootherJacobiLp")},
+      {sor(true), sor(false)},
+      {smootherOf("SmootherSSOR"), smootherOf("SmootherSSOR")},
+      {smootherOf("SmootherList", json::array({sor(true), jacobi})),
+       smootherOf("SmootherList", json::array({jacobi, sor(false)}))}};
+  for (const auto& [down, up] : smoothers) {
+    const json keys = {{"pre_smoother", down}, {"post_smoother", up}};
+    EXPECT_LT(solve(*makeAmg<double>(pairsParams(keys))), 300) << down;
+    EXPECT_LT(trueResidual(), 1e-8) << down;
+    // without coarse unknowns the cycle is smoothing alone
+    for (int level : {0, 1}) {
+      json alone = pairsParams(keys);
+      alone["level_transfer"] = uncoupled(level);
+      const auto amg = makeAmg<double>(alone);
+      amg->setup(A);
+      EXPECT_EQ(amg->levels.size(), static_cast<std::size_t>(level) + 2);
+      Vector z;
+      amg->precondition(b, z);
+      if (level == 0) {
+        x.fill(0);
+        amg->levels[0].pre_smoother->smooth(b, x);
+        amg->levels[0].post_smoother->smooth(b, x);
+        expectSameBits(valuesOf(z), valuesOf(x));
+      }
+    }
+  }
+
+  const auto withCoarse = [&](const json& coarse, const json& transfer) {
+    json params = pairsParams({{"max_levels", 2}, {"coarse_solver", coarse}});
+    if (!transfer.is_null()) params["level_transfer"] = transfer;
+    const auto solver = Solver::getFactory().createInstance(
+        solverOf("SolverFLGMRES_R", {{"preconditioner", precondOf("PrecondAMG", params)}}));
+    const int iter = solve(*solver);
+    EXPECT_LT(trueResidual(), 1e-7) << coarse;
+    return iter;
+  };
+  const int exact = withCoarse(solverOf("SolverGaussElim"), json());
+  const json ssor = {{"preconditioner", precondOf("PrecondSSOR")}};
+  const json others = json::array(
+      {solverOf("SolverPCG", ssor), solverOf("SolverBiCGSTAB", ssor),
+       solverOf("SolverFLGMRES_R", ssor), solverOf("SolverMINRES"), solverOf("SolverSYMMLQ", ssor),
+       solverOf("SolverJacobi"), solverOf("SolverJacobiLp"), solverOf("SolverSOR"),
+       solverOf("SolverSSOR"), solverOf("SolverList", json::array({solverOf("SolverPCG")})),
+       solverOf("SolverAMG", pairsParams())});
+  for (const json& coarse : others) {
+    EXPECT_NEAR(withCoarse(coarse, json()), exact, 1) << coarse;
+    withCoarse(coarse, uncoupled(0));
+  }
+  EXPECT_GT(withCoarse(solverOf("SolverPreOnly"), json()), exact);
+}
+
+TEST_F(AMGCycle, WithoutLevelsLeavesTheGivenVector) {
+  const auto amg = hierarchy({{"max_levels", 0}});
+  b.deepCopy(x);
+  amg->amg_step(b, x);
+  expectSameBits(valuesOf(x), valuesOf(b));
+  amg->precondition(b, x);
+  EXPECT_EQ(valuesOf(x), std::vector<double>(n, 0));
+  Vector z;
+  amg->precondition(b, z);
+  EXPECT_EQ(valuesOf(z), std::vector<double>(n, 0));
+  amg->cycle_limit = 2;
+  EXPECT_EQ(resolve(*amg), 2);
+  EXPECT_EQ(relres, 1);
+
+  ParSparse<double> nothing;
+  nothing.create(0, 0, Device());
+  const auto empty = makeAmg<double>(pairsParams());
+  empty->setup(nothing);
+  EXPECT_EQ(empty->levels.size(), 1u);
+  Vector no_b, no_x;
+  no_b.create(nothing.getRowPartitioner(), Device());
+  empty->precondition(no_b, no_x);
+}
+
+/// A cycle on 2, -1; -1, 2 with b = (4, 0) from zero, whose numbers are worked out by hand.
+std::string textOfSmallCycle(int verbose, int cycles = 1) {
+  const auto relaxed = [](double relax) {
+    return smootherOf("SmootherJacobi", {{"relax", relax}});
+  };
+  const auto amg = makeAmg<double>(pairsParams(
+      {{"min_coarse_size", 1}, {"pre_smoother", relaxed(1)}, {"post_smoother", relaxed(0.5)}}));
+  auto A = parSparseOf(Device(), laplacian<double>(2, 1));
+  amg->setup(A);
+  amg->verbose = verbose;
+  amg->cycle_limit = cycles;
+  const auto b = columnOf<double>(Device(), A.getRowPartitioner(), {4, 0});
+  auto x = columnOf<double>(Device(), A.getRowPartitioner(), {0, 0});
+  int iter = 0;
+  double relres = 0;
+  const std::string text = printed([&] { amg->solve(A, b, x, iter, relres); });
+  return std::regex_replace(text, std::regex("I 0/1 ParPreconditionerAMGCycle\\.cpp:[0-9]+\\] "),
+                            "| ");
+}
+
+TEST(AMGTrace, TellsEachStepOfACycle) {
+  EXPECT_EQ(textOfSmallCycle(2), "");
+  const std::string factors =
+      "| AccuError level  presmooth correction postsmooth\n"
+      "| AccuError 0 0.5 0.707107 0.25\n"
+      "| AccuError 1 1 1 1\n";
+  EXPECT_EQ(textOfSmallCycle(3), factors);
+  EXPECT_EQ(textOfSmallCycle(4),
+            "| STEP: 0 BEGIN level 0/2 residual 4\n"
+            "| STEP: 0 level 0 presmooth: residual from 4 to 2\n"
+            "| STEP: 0 level 0 restrict: norm from 2 to 2\n"
+            "| STEP: 0     BEGIN level 1/2 residual 2\n"
+            "| STEP: 0     level 1 coarse: residual from 2 to 0\n"
+            "| STEP: 0     END level 1/2 residual 0\n\n"
+            "| STEP: 0 level 0 prolongate: norm from 1 to 1.41421\n"
+            "| STEP: 0 level 0 correct: residual from 2 to 1.41421\n"
+            "| STEP: 0 level 0 postsmooth: residual from 1.41421 to 0.353553\n\n"
+            "| STEP: 0 END level 0/2 residual 0.353553\n\n" +
+                factors);
+  EXPECT_THAT(textOfSmallCycle(4, 2), testing::HasSubstr("STEP: 1     BEGIN level 1/2"));
+}
+
+TEST(AMGTrace, TheKeyVerboseAlsoTurnsOnTheTableOfTheSolver) {
+  const auto amg = makeAmg<double>(pairsParams({{"verbose", 1}}));
+  EXPECT_EQ(amg->verbose, 1);
+  EXPECT_EQ(amg->Solver::verbose, 1);
+  auto A = parSparseOf(Device(), laplacian<double>(2, 1));
+  amg->setup(A);
+  amg->cycle_limit = 1;
+  const auto b = columnOf<double>(Device(), A.getRowPartitioner(), {4, 0});
+  auto x = columnOf<double>(Device(), A.getRowPartitioner(), {0, 0});
+  int iter = 0;
+  double relres = 0;
+  const std::string text = withoutTimes(printed([&] { amg->solve(A, b, x, iter, relres); }));
+  EXPECT_THAT(text, testing::StartsWith("I 0/1 ParOperator:83] Begin solving equation: size 2 "
+                                        "solver AMG device cpu:0\n"));
+  EXPECT_THAT(text, testing::HasSubstr("Finish solving using AMG, iter/max_its 1/1, res_b"));
+}
+
+TEST_F(AMGCycle, MeasuresItsLevelsOnlyWhenAsked) {
+  const auto amg = hierarchy({{"max_levels", 3}});
+  amg->amg_step(b, x);
+  EXPECT_EQ(amg->levels[0].cycle_time.getCount(), 0u);
+  amg->profile = true;
+  const auto start = getTickCount();
+  amg->amg_step(b, x);
+  const auto all = getTickCount() - start;
+  std::uint64_t sum = 0;
+  for (const auto& level : amg->levels) {
+    EXPECT_GT(level.cycle_time.getTicks(), 0u);
+    sum += level.cycle_time.getTicks();
+  }
+  EXPECT_LE(sum, all) << "each level without those below it";
+}
+
+}  // namespace
+}  // namespace mivo::test
