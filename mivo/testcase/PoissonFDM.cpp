@@ -11,6 +11,7 @@
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/json.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/strings.hpp"
 
 namespace mivo {
 
@@ -136,14 +137,10 @@ void PoissonFDM_T<T, G, L>::generate(ParCSRMatrixT<T, G, L>& A, ParMatrixT<T, G,
   const DofMapND<T, G> map(dims);
   const G n = map.getSize();
   std::vector<double> h;
-  std::string dimsText;
-  for (const G points : dims) {
-    h.push_back(1.0 / static_cast<double>(points));
-    dimsText += (dimsText.empty() ? "" : ", ") + std::to_string(points);
-  }
+  for (const G points : dims) h.push_back(1.0 / static_cast<double>(points));
 
   MIVO_LOG_AT(3, trace, "TestCase", 45)
-      << "Begin assembling poission A and b, size [" << dimsText << "]";
+      << "Begin assembling poission A and b, size " << listText(dims);
   A.create(n, n, host, this->comm);
   b.create(n, host, this->comm);
   {

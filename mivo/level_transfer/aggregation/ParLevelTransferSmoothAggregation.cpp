@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "mivo/level_transfer/aggregation/ParLevelTransferSmoothAggregation.hpp"
+
+#include <iomanip>
+#include <ostream>
+
+#include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/Factory.hpp"
+#include "mivo/utils/logging.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+ParLevelTransferSmoothAggregation_T<T, G, L>::ParLevelTransferSmoothAggregation_T() {
+  this->default_aggregator = "AggregatorS2Greedy";
+}
+
+template <class T, class G, class L>
+ParLevelTransferSmoothAggregation_T<T, G, L>::~ParLevelTransferSmoothAggregation_T() = default;
+
+template <class T, class G, class L>
+void ParLevelTransferSmoothAggregation_T<T, G, L>::transfer_operators(const Matrix& A, Matrix& P,
+                                                                      Matrix& R) {
+  MIVO_CHECK(this->aggregator != nullptr)
+      << "LevelTransferSmoothAggregation: unknown aggregator_type";
+  Matrix a = A;
+  a.sortRows();
+  MIVO_LOG(3, true) << "Begin get the P for  Interpolator A: " << a.getRows() << "x" << a.getCols()
+                    << std::endl;
+  const auto diag = a.getDiag();
+  typename Ops::Strength S;
+  Ops::par_strength(a, diag, S, this->threshold());
+  if (this->verbose) {
+    int rank = 0;
+    MPI_Comm_rank(a.getComm(), &rank);
+    const auto meta = S.computeMeta();
+    MIVO_LOG(3, rank == 0) << std::setw(8) << "level" << meta.getTableHead();
+    MIVO_LOG(3, rank == 0) << std::setw(8) << this->levelId << meta.getString();
+  }
+  MIVO_LOG(3, true) << "finish strength: " << a.getRows() << " " << a.getCols() << " "
+                    << a.getNnzs() << std::endl;
+
+  typename Ops::Aggregates aggr;
+  G naggr = 0;
+  this->aggregator->aggregate(a, S, aggr, naggr);
+  Matrix tentative, smoothed;
+  Ops::par_tentative_prolongation(a.getRows(), naggr, aggr, tentative);
+  if (this->smooth) {
+    Ops::par_tentative_smooth(a, naggr, tentative, S, smoothed, this->damping());
+  } else {
+    smoothed = tentative;  // which nobody else holds
+  }
+  smoothed.sortRows();
+  P = smoothed;
+  R = P.transpose();
+}
+
+#define MIVO_INSTANCE(T) template class ParLevelTransferSmoothAggregation_T<T, long, int>;
+MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
+#undef MIVO_INSTANCE
+
+#define MIVO_REGISTER_TYPE(T)                                                      \
+  MIVO_REGISTER(ParLevelTransferT, "LevelTransferSmoothAggregation", T, long, int, \
+                ParLevelTransferSmoothAggregation_T<T, long, int>)
+MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
+#undef MIVO_REGISTER_TYPE
+
+}  // namespace mivo

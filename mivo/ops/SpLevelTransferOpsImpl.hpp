@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "mivo/ops/SpAggregationImpl.hpp"
+#include "mivo/ops/SpSmoothedAggregationImpl.hpp"
+
+namespace mivo {
+
+/// Bodies of `SpLevelTransferOps`, gathered from one class per theme.
+template <class T, class G, class L, class Space>
+class SpLevelTransferOpsImpl : public SpSmoothedAggregationImpl<T, G, L, Space>,
+                               public SpAggregationImpl<L, Space> {};
+
+}  // namespace mivo

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <type_traits>
+
+#include "mivo/ops/views.hpp"
+#include "mivo/spm/function.hpp"
+
+namespace mivo::sparse {
+
+// How kernels walk the rows of a distributed matrix, which are cut into column blocks.
+
+/// Calls f(block, k) for each entry k of row i in the block of part `own`.
+template <class L, class Block, class F>
+MIVO_FUNCTION void loopLocalCol(L i, int own, L nblocks, const Block* blocks, const F& f) {
+  for (L b = 0; b < nblocks; ++b) {
+    if (blocks[b].rank != own) continue;
+    for (L k = blocks[b].row_begin[i]; k < blocks[b].row_end[i]; ++k) f(blocks[b], k);
+  }
+}
+
+/// The same in the blocks of all other parts.
+template <class L, class Block, class F>
+MIVO_FUNCTION void loopRemoteCol(L i, int own, L nblocks, const Block* blocks, const F& f) {
+  for (L b = 0; b < nblocks; ++b) {
+    if (blocks[b].rank == own) continue;
+    for (L k = blocks[b].row_begin[i]; k < blocks[b].row_end[i]; ++k) f(blocks[b], k);
+  }
+}
+
+/// Calls f(a, s, k) for each entry k of row i of two matrices with the same pattern, block by
+/// block.
+template <class L, class BlockA, class BlockS, class F>
+MIVO_FUNCTION void rsLoopAllCol(L i, L nblocks, const BlockA* as, const BlockS* ss, const F& f) {
+  for (L b = 0; b < nblocks; ++b) {
+    for (L k = as[b].row_begin[i]; k < as[b].row_end[i]; ++k) f(as[b], ss[b], k);
+  }
+}
+
+/// The exchange view of a part's columns, null where there is none.
+template <class T, class L>
+MIVO_FUNCTION const COT_RawCommPattern<T, L>* findGhosts(int part, L count,
+                                                         const COT_RawCommPattern<T, L>* views) {
+  for (L v = 0; v < count; ++v) {
+    if (views[v].procId == part) return views + v;
+  }
+  return nullptr;
+}
+
+/// True for entries on the diagonal of the whole matrix. Views hold the low bits of global numbers.
+template <class Block, class L>
+MIVO_FUNCTION bool onDiagonal(const Block& block, L i, L col) {
+  using U = std::make_unsigned_t<L>;
+  return static_cast<U>(block.first_row) + static_cast<U>(i) ==
+         static_cast<U>(block.first_col) + static_cast<U>(col);
+}
+
+}  // namespace mivo::sparse
