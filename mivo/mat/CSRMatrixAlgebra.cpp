@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <cstddef>
 #include <limits>
 #include <utility>
@@ -113,6 +114,58 @@ void CSRMatrixT<T, I>::multiplySum(const std::vector<std::pair<CSRMatrixT, CSRMa
     SpBlasOps<T, I>::csr_matmul_vec(device, A.getRows(), B.getCols(), count, left.getData(),
                                     right.getData(), c, flags.getData(), marker.getData(), scratch);
   });
+}
+
+template <class T, class I>
+void CSRMatrixT<T, I>::multiplyTriple(const CSRMatrixT& R, const CSRMatrixT& A, const CSRMatrixT& P,
+                                      CSRMatrixT& C) {
+  if (R.getNnz() == 0 || A.getNnz() == 0 || P.getNnz() == 0) {
+    C = CSRMatrixT();
+    return;
+  }
+  checkFactors(R, A);
+  checkFactors(A, P);
+  const Device device = A.getDevice();
+  CSRMatrixT result, scratch, buffer;
+  result.resize(R.getRows(), P.getCols(), device);
+  scratch.create(0, A.getCols(), A.getCols(), device);
+  IndexVectorT marker_a, marker_p, reached;
+  marker_a.create(A.getCols(), 1, device);
+  marker_p.create(P.getCols(), 1, device);
+  reached.create(1, 1, device);
+  reached.fill(0);
+  const auto copyEntries = [&](I n, const CSRMatrixT& from, CSRMatrixT& to) {
+    if (n == 0) return;
+    const std::size_t count = static_cast<std::size_t>(n);
+    device.rawCopyTo(count * sizeof(I), from.getColIdx(), device, to.getColIdx());
+    device.rawCopyTo(count * sizeof(T), from.getValues(), device, to.getValues());
+  };
+
+  // The number of entries is not known before: rows go into a buffer, a larger one when it is full.
+  constexpr I kMost = std::numeric_limits<I>::max();
+  I capacity = std::max(A.getNnz(), P.getCols());
+  for (I done = 0;;) {
+    CSRMatrixT larger;
+    larger.create(0, P.getCols(), capacity, device);
+    I filled = 0;
+    if (done > 0) device.rawCopyTo(sizeof(I), result.getRowPtr() + done, Device(), &filled);
+    copyEntries(filled, buffer, larger);
+    buffer = larger;
+    View c = result.getRawMat();
+    c.col_idx = buffer.getColIdx();
+    c.values = buffer.getValues();
+    SpBlasOps<T, I>::csr_matmul_triple(device, R.getRawMat(), A.getRawMat(), P.getRawMat(), c,
+                                       capacity, reached.getData(), marker_a.getData(),
+                                       marker_p.getData(), scratch.getRawMat());
+    done = reached.toDevice(Device()).getData()[0];
+    if (done == R.getRows()) break;
+    MIVO_CHECK(capacity < kMost) << "CSRMatrix: the entries of a result exceed the index type";
+    capacity = capacity > kMost / 2 ? kMost : 2 * capacity;
+  }
+  const I nnz = result.evaluateNnzs();
+  result.resizeNnz(nnz, 0);
+  copyEntries(nnz, buffer, result);
+  C = result;
 }
 
 namespace {

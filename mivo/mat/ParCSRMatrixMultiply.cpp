@@ -88,6 +88,25 @@ ParCSRMatrixT<T, G, L> ParCSRMatrixT<T, G, L>::multiply(const ParCSRMatrixT& B) 
   return C;
 }
 
+template <class T, class G, class L>
+void ParCSRMatrixT<T, G, L>::multiplyTriple(const ParCSRMatrixT& R, const ParCSRMatrixT& A,
+                                            const ParCSRMatrixT& P, ParCSRMatrixT& C) {
+  const std::shared_ptr<ParCSRMatrixImpl> a = A.impl_;
+  if (a->size() > 1) {
+    ParCSRMatrixT left;
+    R.multiply(A, left);
+    left.multiply(P, C);
+    return;
+  }
+  for (const ParCSRMatrixT* factor : {&R, &P}) {
+    MIVO_CHECK(factor->impl_->comm == a->comm) << "A and B should have the same comm";
+    MIVO_CHECK(factor->impl_->device.type == a->device.type) << "A and B should on the same device";
+  }
+  Local result;
+  Local::multiplyTriple(R.getLocalMatrix(0), A.getLocalMatrix(0), P.getLocalMatrix(0), result);
+  C.create(R.getRowPartitioner(), P.getColPartitioner(), {result}, a->device, a->comm);
+}
+
 #define MIVO_INST(T)                         \
   template class ParCSRMatrixT<T, int, int>; \
   template class ParCSRMatrixT<T, long, int>;

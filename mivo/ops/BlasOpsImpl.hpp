@@ -8,18 +8,6 @@
 
 namespace mivo {
 
-/// a / x; a complex quotient goes through the reciprocal of the squared modulus.
-template <class T>
-MIVO_FUNCTION T quotient(const T& a, const T& x) {
-  if constexpr (kIsComplex<T>) {
-    const RealType<T> scale = RealType<T>(1) / (x.re * x.re + x.im * x.im);
-    const T product = a * conj(x);
-    return T(product.re * scale, product.im * scale);
-  } else {
-    return a / x;
-  }
-}
-
 /// x to the power a: |x|^a_re e^(-a_im t) at the angle a_re t + a_im log|x| for complex x with
 /// angle t.
 template <class T>

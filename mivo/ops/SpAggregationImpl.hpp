@@ -220,13 +220,16 @@ void SpAggregationImpl<L, Space>::csr_aggregate(Space& space, StrengthView s, in
 }
 
 template <class L, class Space>
-void SpAggregationImpl<L, Space>::par_csr_aggregate(
-    Space& space, AggregateStep step, int rank, L rows, L nblocks, const StrengthBlock* blocks,
-    L nblocks2, const StrengthBlock* blocks2, L nghosts, const Ghosts* ghosts, int* state,
-    int* owner, int* undone, int* next, int* nrecords, Record* records, L* stack) {
+void SpAggregationImpl<L, Space>::par_csr_aggregate(Space& space, AggregateStep step, int rank,
+                                                    L rows, L nblocks, const StrengthBlock* blocks,
+                                                    L nblocks2, const StrengthBlock* blocks2,
+                                                    L nghosts, const Ghosts* ghosts, int* state,
+                                                    int* owner, int* undone, int* next,
+                                                    int* nrecords, Record* records, L* stack) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
-    const sparse::AggregateNodes<L> nodes{rank,    rows,   nblocks, blocks, nblocks2, blocks2, nghosts,
-                                          ghosts,  state,  owner,   undone, next,     stack};
+    const sparse::AggregateNodes<L> nodes{rank,    rows,    nblocks, blocks, nblocks2,
+                                          blocks2, nghosts, ghosts,  state,  owner,
+                                          undone,  next,    stack};
     if (step == AGGREGATE_STEP_INIT) {
       sparse::beginAggregation(nodes);
     } else if (step == AGGREGATE_STEP_AGGREGATE) {
@@ -250,13 +253,14 @@ void SpAggregationImpl<L, Space>::par_csr_aggregate_comm_pattern(
     L nblocks2, const StrengthBlock* blocks2, L nghosts, const Ghosts* ghosts, int* state,
     int* owner, int* undone, int* next, L* stack) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
-    const sparse::AggregateNodes<L> nodes{rank,    rows,   nblocks, blocks, nblocks2, blocks2, nghosts,
-                                          ghosts,  state,  owner,   undone, next,     stack};
+    const sparse::AggregateNodes<L> nodes{rank,    rows,    nblocks, blocks, nblocks2,
+                                          blocks2, nghosts, ghosts,  state,  owner,
+                                          undone,  next,    stack};
     if (step == AGGREGATE_STEP_INIT) {
       sparse::beginAggregation(nodes);
     } else {
-      sparse::aggregateRound(
-          nodes, [](const Ghosts& view, L c, int) { view.recv_write_flag[c] = 1; });
+      sparse::aggregateRound(nodes,
+                             [](const Ghosts& view, L c, int) { view.recv_write_flag[c] = 1; });
     }
   });
 }

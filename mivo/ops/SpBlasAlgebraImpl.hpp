@@ -29,6 +29,8 @@ class SpBlasAlgebraImpl {
                                    const View* b, I* c_rowptr, I* used, I* marker);
   static void csr_matmul_vec_fill(Space& space, I rows, I cols, I count, const View* a,
                                   const View* b, View c, const I* used, I* marker, View scratch);
+  static void csr_matmul_triple(Space& space, View r, View a, View p, View c, I capacity,
+                                I* reached, I* marker_a, I* marker_p, View scratch);
   static void csr_matadd(Space& space, T alpha, View a, T beta, View b, View scratch, View c);
   static void csr_matadd_hash(Space& space, T alpha, View a, T beta, View b, View c, Slot* slots);
   static void csr_matadd_vec(Space& space, I rows, I cols, I count, const View* matrices, View c,
@@ -151,6 +153,40 @@ void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_vec_fill(Space& space, I rows, I
       }
       if (terms > 1) sparse::sortRow(start, next, c.col_idx, c.values);
     }
+  });
+}
+
+// A row of R A stays in scratch until it has been multiplied by P.
+template <class T, class I, class Space>
+void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_triple(Space& space, View r, View a, View p, View c,
+                                                       I capacity, I* reached, I* marker_a,
+                                                       I* marker_p, View scratch) {
+  spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(I) {
+    I i = *reached;
+    if (i == 0) {
+      c.row_begin[0] = 0;
+      for (I j = 0; j < a.cols; ++j) marker_a[j] = -1;
+      for (I j = 0; j < p.cols; ++j) marker_p[j] = -1;
+    }
+    for (; i < r.rows; ++i) {
+      I row[2] = {0, 0};
+      row[1] =
+          sparse::addProductRow(i, r.row_begin, r.col_idx, r.values, a.row_begin, a.col_idx,
+                                a.values, I(0), I(0), scratch.col_idx, scratch.values, marker_a);
+      std::int64_t bound = 0;
+      for (I k = 0; k < row[1]; ++k) {
+        const I j = scratch.col_idx[k];
+        marker_a[j] = -1;
+        bound += p.row_begin[j + 1] - p.row_begin[j];
+      }
+      const I start = c.row_begin[i];
+      if (bound > p.cols) bound = p.cols;
+      if (bound > capacity - start) break;
+      c.row_begin[i + 1] =
+          sparse::addProductRow(I(0), row, scratch.col_idx, scratch.values, p.row_begin, p.col_idx,
+                                p.values, start, start, c.col_idx, c.values, marker_p);
+    }
+    *reached = i;
   });
 }
 

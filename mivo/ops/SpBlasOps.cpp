@@ -114,6 +114,13 @@ void SpBlasOps<T, I>::csr_matmul_vec(const Device& device, I rows, I cols, I cou
 }
 
 template <class T, class I>
+void SpBlasOps<T, I>::csr_matmul_triple(const Device& device, View r, View a, View p, View c,
+                                        I capacity, I* reached, I* marker_a, I* marker_p,
+                                        View scratch) {
+  MIVO_DISPATCH(csr_matmul_triple, r, a, p, c, capacity, reached, marker_a, marker_p, scratch);
+}
+
+template <class T, class I>
 void SpBlasOps<T, I>::csr_matadd(const Device& device, T alpha, View a, T beta, View b,
                                  View scratch, View c) {
   MIVO_DISPATCH(csr_matadd, alpha, a, beta, b, scratch, c);

@@ -80,6 +80,12 @@ class MIVO_API SpBlasOps {
   /// second pass alone.
   static void csr_matmul_vec(const Device& device, I rows, I cols, I count, const View* a,
                              const View* b, View c, I* used, I* marker, View scratch);
+  /// C = (R A) P, to the bit what the two products give, from row *reached onward until all rows
+  /// are done or the next one may need more than `capacity` entries in all; *reached becomes that
+  /// row. The markers have A.cols and P.cols elements and keep their content between the calls, as
+  /// C does; `scratch` has A.cols columns and values.
+  static void csr_matmul_triple(const Device& device, View r, View a, View p, View c, I capacity,
+                                I* reached, I* marker_a, I* marker_p, View scratch);
   /// C = alpha A + beta B, two-pass, sorted. Sorts the rows of A and B in place; `scratch` has
   /// capacity A.nnz + B.nnz and keeps its content between the passes.
   static void csr_matadd(const Device& device, T alpha, View a, T beta, View b, View scratch,

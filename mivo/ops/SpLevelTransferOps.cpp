@@ -43,6 +43,13 @@ void SpLevelTransferOps<T, G, L>::csr_tentative_smooth(const Device& device, Vie
   MIVO_DISPATCH(csr_tentative_smooth, a, s, t, omega, p, marker);
 }
 
+template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::csr_tentative_filter_smooth(const Device& device, View a,
+                                                              StrengthView s, View t, R omega,
+                                                              View p, L* marker) {
+  MIVO_DISPATCH(csr_tentative_filter_smooth, a, s, t, omega, p, marker);
+}
+
 // Aggregation.
 
 template <class T, class G, class L>
@@ -53,11 +60,13 @@ void SpLevelTransferOps<T, G, L>::csr_aggregate(const Device& device, StrengthVi
 }
 
 template <class T, class G, class L>
-void SpLevelTransferOps<T, G, L>::par_csr_aggregate(
-    const Device& device, AggregateStep step, int rank, L rows, L nblocks,
-    const StrengthBlock* blocks, L nblocks2, const StrengthBlock* blocks2, L nghosts,
-    const Ghosts* ghosts, int* state, int* owner, int* undone, int* next, int* nrecords,
-    Record* records, L* stack) {
+void SpLevelTransferOps<T, G, L>::par_csr_aggregate(const Device& device, AggregateStep step,
+                                                    int rank, L rows, L nblocks,
+                                                    const StrengthBlock* blocks, L nblocks2,
+                                                    const StrengthBlock* blocks2, L nghosts,
+                                                    const Ghosts* ghosts, int* state, int* owner,
+                                                    int* undone, int* next, int* nrecords,
+                                                    Record* records, L* stack) {
   MIVO_DISPATCH(par_csr_aggregate, step, rank, rows, nblocks, blocks, nblocks2, blocks2, nghosts,
                 ghosts, state, owner, undone, next, nrecords, records, stack);
 }

@@ -51,6 +51,10 @@ class MIVO_API SpLevelTransferOps {
   /// has one element per column of T. Two passes, one task.
   static void csr_tentative_smooth(const Device& device, View a, StrengthView s, View t, R omega,
                                    View p, L* marker);
+  /// The same with Af from `csr_tentative_filter`, its zeros included: to the bit what filtering,
+  /// scaling by -omega Df^-1, adding I and the product with T one after the other give.
+  static void csr_tentative_filter_smooth(const Device& device, View a, StrengthView s, View t,
+                                          R omega, View p, L* marker);
 
   // Aggregation. States of nodes: -1 undone, -2 without strong connections, else the number of an
   // aggregate.

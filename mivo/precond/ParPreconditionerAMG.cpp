@@ -115,10 +115,7 @@ typename ParPreconditionerAMG_T<T, G, L>::Matrix ParPreconditionerAMG_T<T, G, L>
     const auto& none = level.P.getColPartitioner();
     product.create(none, none, {}, level.A.getDevice(), level.A.getComm());
   } else {
-    // A_c = (R A) P
-    Matrix left;
-    level.R.multiply(level.A, left);
-    left.multiply(level.P, product);
+    Matrix::multiplyTriple(level.R, level.A, level.P, product);
     product.sortRows();
   }
   setup_times.rap.stop();

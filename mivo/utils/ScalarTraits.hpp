@@ -90,6 +90,18 @@ MIVO_FUNCTION bool lessByReal(const T& a, const T& b) {
   return realPart(a) < realPart(b);
 }
 
+/// a / x; a complex quotient goes through the reciprocal of the squared modulus.
+template <class T>
+MIVO_FUNCTION T quotient(const T& a, const T& x) {
+  if constexpr (kIsComplex<T>) {
+    const RealType<T> scale = RealType<T>(1) / (x.re * x.re + x.im * x.im);
+    const T product = a * conj(x);
+    return T(product.re * scale, product.im * scale);
+  } else {
+    return a / x;
+  }
+}
+
 /// Standard library power; integers go through double and are truncated.
 template <class R>
 MIVO_FUNCTION R powReal(const R& base, const R& exponent) {

@@ -24,6 +24,15 @@ L narrowAggregateCount(G naggr) {
   return static_cast<L>(naggr);
 }
 
+/// Builds P with `cols` columns by a kernel that needs a marker for each.
+template <class T, class L, class Kernel>
+void smoothLocally(const CSRMatrixT<T, L>& A, L cols, CSRMatrixT<T, L>& P, const Kernel& kernel) {
+  IndexVector marker;
+  marker.create(cols, 1, A.getDevice());
+  buildTwoPass(P, A.getRows(), cols, A.getDevice(),
+               [&](auto view) { kernel(view, marker.getData()); });
+}
+
 }  // namespace
 
 template <class T, class G, class L>
@@ -51,9 +60,9 @@ void LevelTransferOps_SA<T, G, L>::par_strength(const Matrix& A, const Vector& d
     colPart.getOwnerShipRangeForPart(static_cast<L>(p), &firstCol, nullptr);
     blocks[p].copyStructure(strong[p]);
     if (blocks[p].getNnz() == 0) continue;
-    SpLevelTransferOps<T, G, L>::csr_strength(
-        A.getDevice(), blocks[p].getRawMat(), d.getData(), d.getSize(), static_cast<R>(eps * eps),
-        firstRow, firstCol, strong[p].getRawMat());
+    SpLevelTransferOps<T, G, L>::csr_strength(A.getDevice(), blocks[p].getRawMat(), d.getData(),
+                                              d.getSize(), static_cast<R>(eps * eps), firstRow,
+                                              firstCol, strong[p].getRawMat());
   }
   S.create(rowPart, colPart, strong, A.getDevice(), A.getComm());
 }
@@ -113,22 +122,33 @@ template <class T, class G, class L>
 void LevelTransferOps_SA<T, G, L>::seq_tentative_smooth(const Local& A, G naggr, const Local& T_,
                                                         const LocalStrength& S, Local& P,
                                                         double omega) {
-  const Device device = A.getDevice();
-  const L cols = narrowAggregateCount<L>(naggr);
-  IndexVector marker;
-  marker.create(cols, 1, device);
-  buildTwoPass(P, A.getRows(), cols, device, [&](auto p) {
-    SpLevelTransferOps<T, G, L>::csr_tentative_smooth(device, A.getRawMat(), S.getRawMat(),
+  smoothLocally(A, narrowAggregateCount<L>(naggr), P, [&](auto p, L* marker) {
+    SpLevelTransferOps<T, G, L>::csr_tentative_smooth(A.getDevice(), A.getRawMat(), S.getRawMat(),
                                                       T_.getRawMat(), static_cast<R>(omega), p,
-                                                      marker.getData());
+                                                      marker);
   });
   std::cout << "the P nnzs is " << P.getNnz() << std::endl;
 }
 
 template <class T, class G, class L>
-void LevelTransferOps_SA<T, G, L>::par_tentative_smooth(const Matrix& A, G /*naggr*/,
-                                                        const Matrix& T_, const Strength& S,
-                                                        Matrix& P, double omega) {
+void LevelTransferOps_SA<T, G, L>::par_tentative_smooth(const Matrix& A, G naggr, const Matrix& T_,
+                                                        const Strength& S, Matrix& P,
+                                                        double omega) {
+  int nprocs = 1;
+  MPI_Comm_size(A.getComm(), &nprocs);
+  if (nprocs == 1 && S.getNnzs() > 0 && T_.getNnzs() > 0) {
+    // The same without the intermediate matrices, which nobody sees.
+    const Local a = A.getLocalMatrix(0), t = T_.getLocalMatrix(0);
+    const LocalStrength s = S.getLocalMatrix(0);
+    Local p;
+    smoothLocally(a, narrowAggregateCount<L>(naggr), p, [&](auto view, L* marker) {
+      SpLevelTransferOps<T, G, L>::csr_tentative_filter_smooth(a.getDevice(), a.getRawMat(),
+                                                               s.getRawMat(), t.getRawMat(),
+                                                               static_cast<R>(omega), view, marker);
+    });
+    P.create(A.getRowPartitioner(), T_.getColPartitioner(), {p}, A.getDevice(), A.getComm());
+    return;
+  }
   Matrix smoother;
   if (S.getNnzs() > 0) {
     par_tentative_filter(A, S, smoother);

@@ -167,12 +167,11 @@ void LevelTransferOps_SA<T, G, L>::par_aggregate(const Strength& S, Aggregates& 
   records.create(g.ghostCount(), 1, g.device);
   CrossData<int> count(g.device, 0);
   const auto step = [&](AggregateStep what, CrossData<int>& n, AggregateRecords& list) {
-    Kernels::par_csr_aggregate(g.device, what, g.rank, g.state.getRows(), g.blocks.getSize(),
-                               g.blocks.getData(), g.blocks2.getSize(), g.blocks2.getData(),
-                               g.ghosts.getSize(), g.ghosts.getData(), g.state.getData(),
-                               g.owner.getLocalMatrix(-1).getData(), g.undone.device.getData(),
-                               g.next.device.getData(), n.device.getData(), list.getData(),
-                               g.stack.getData());
+    Kernels::par_csr_aggregate(
+        g.device, what, g.rank, g.state.getRows(), g.blocks.getSize(), g.blocks.getData(),
+        g.blocks2.getSize(), g.blocks2.getData(), g.ghosts.getSize(), g.ghosts.getData(),
+        g.state.getData(), g.owner.getLocalMatrix(-1).getData(), g.undone.device.getData(),
+        g.next.device.getData(), n.device.getData(), list.getData(), g.stack.getData());
   };
   const auto transport = [&] {
     for (const AggregateRecords& list : exchangeRecords(g, count, records)) {
@@ -185,7 +184,8 @@ void LevelTransferOps_SA<T, G, L>::par_aggregate(const Strength& S, Aggregates& 
     g.refreshGhosts(aggr);
     count = CrossData<int>(g.device, 0);
   };
-  g.run(aggr, [&](AggregateStep what) { step(what, count, records); }, transport);
+  g.run(
+      aggr, [&](AggregateStep what) { step(what, count, records); }, transport);
   Aggregates host = aggr.toDevice(Device());
   par_renumber(host, g.owner.toDevice(Device()), naggr);
   aggr = host.toDevice(g.device);

@@ -10,8 +10,8 @@ template <class T, class G, class L>
 ParAggregatorS2Greedy_T<T, G, L>::~ParAggregatorS2Greedy_T() = default;
 
 template <class T, class G, class L>
-void ParAggregatorS2Greedy_T<T, G, L>::aggregate(const Matrix& /*A*/, const Strength& S, Aggregates& aggr,
-                                         G& naggr) {
+void ParAggregatorS2Greedy_T<T, G, L>::aggregate(const Matrix& /*A*/, const Strength& S,
+                                                 Aggregates& aggr, G& naggr) {
   LevelTransferOps_SA<T, G, L>::par_aggregate_comm_pattern(S, aggr, naggr);
 }
 
@@ -19,8 +19,9 @@ void ParAggregatorS2Greedy_T<T, G, L>::aggregate(const Matrix& /*A*/, const Stre
 MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
 #undef MIVO_INSTANCE
 
-#define MIVO_REGISTER_TYPE(T) \
-  MIVO_REGISTER(ParAggregatorT, "AggregatorS2Greedy", T, long, int, ParAggregatorS2Greedy_T<T, long, int>)
+#define MIVO_REGISTER_TYPE(T)                                       \
+  MIVO_REGISTER(ParAggregatorT, "AggregatorS2Greedy", T, long, int, \
+                ParAggregatorS2Greedy_T<T, long, int>)
 MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
 #undef MIVO_REGISTER_TYPE
 

@@ -8,10 +8,11 @@
 
 namespace mivo {
 
-/// Greedy aggregation on all ranks at once: "AggregatorS2Greedy"; decisions about nodes of other ranks travel
-/// backwards through a halo exchange plan, see `LevelTransferOps_SA::par_aggregate_comm_pattern`. On
-/// several ranks aggregates of the same local number are one, so that they reach over ranks and
-/// the hierarchy converges more slowly than with "AggregatorVMBSeq". No keys.
+/// Greedy aggregation on all ranks at once: "AggregatorS2Greedy"; decisions about nodes of other
+/// ranks travel backwards through a halo exchange plan, see
+/// `LevelTransferOps_SA::par_aggregate_comm_pattern`. On several ranks aggregates of the same local
+/// number are one, so that they reach over ranks and the hierarchy converges more slowly than with
+/// "AggregatorVMBSeq". No keys.
 template <class T, class G, class L>
 class MIVO_API ParAggregatorS2Greedy_T : public ParAggregatorT<T, G, L> {
  public:

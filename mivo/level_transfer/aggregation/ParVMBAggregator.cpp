@@ -10,8 +10,8 @@ template <class T, class G, class L>
 ParVMBAggregator_T<T, G, L>::~ParVMBAggregator_T() = default;
 
 template <class T, class G, class L>
-void ParVMBAggregator_T<T, G, L>::aggregate(const Matrix& /*A*/, const Strength& S, Aggregates& aggr,
-                                         G& naggr) {
+void ParVMBAggregator_T<T, G, L>::aggregate(const Matrix& /*A*/, const Strength& S,
+                                            Aggregates& aggr, G& naggr) {
   LevelTransferOps_SA<T, G, L>::par_aggregate(S, aggr, naggr);
 }
 

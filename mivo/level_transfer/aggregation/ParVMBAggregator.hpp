@@ -8,10 +8,10 @@
 
 namespace mivo {
 
-/// Greedy aggregation on all ranks at once: "AggregatorVMB"; decisions about nodes of other ranks travel
-/// as records, see `LevelTransferOps_SA::par_aggregate`. On
-/// several ranks aggregates of the same local number are one, so that they reach over ranks and
-/// the hierarchy converges more slowly than with "AggregatorVMBSeq". No keys.
+/// Greedy aggregation on all ranks at once: "AggregatorVMB"; decisions about nodes of other ranks
+/// travel as records, see `LevelTransferOps_SA::par_aggregate`. On several ranks aggregates of the
+/// same local number are one, so that they reach over ranks and the hierarchy converges more slowly
+/// than with "AggregatorVMBSeq". No keys.
 template <class T, class G, class L>
 class MIVO_API ParVMBAggregator_T : public ParAggregatorT<T, G, L> {
  public:

@@ -146,7 +146,7 @@ void SeqFASPAggregator_T<T, G, L>::aggregate(const Matrix& /*A*/, const Strength
 MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
 #undef MIVO_INSTANCE
 
-#define MIVO_REGISTER_TYPE(T)                                        \
+#define MIVO_REGISTER_TYPE(T)                                      \
   MIVO_REGISTER(ParAggregatorT, "AggregatorFASPSeq", T, long, int, \
                 SeqFASPAggregator_T<T, long, int>)
 MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)

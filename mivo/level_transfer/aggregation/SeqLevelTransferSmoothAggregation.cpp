@@ -54,12 +54,12 @@ void SeqLevelTransferSmoothAggregation_T<T, G, L>::transfer_operators(const Matr
   if (a.getNnz() > 0) {
     work.D.create(a.getRows(), 1, a.getDevice());
     work.D.fill(T(0));
-    SpBlasOps<T, L>::csr_diag(a.getDevice(), a.getRows(), a.getCols(), a.getRowPtr(),
-                              a.getColIdx(), a.getValues(), work.D.getData(), 0, 0);
+    SpBlasOps<T, L>::csr_diag(a.getDevice(), a.getRows(), a.getCols(), a.getRowPtr(), a.getColIdx(),
+                              a.getValues(), work.D.getData(), 0, 0);
   }
   Ops::seq_strength(a, work.D, work.S, threshold());
-  MIVO_LOG(3, true) << "finish strength: " << a.getRows() << " " << a.getCols() << " "
-                    << a.getNnz() << std::endl;
+  MIVO_LOG(3, true) << "finish strength: " << a.getRows() << " " << a.getCols() << " " << a.getNnz()
+                    << std::endl;
   Ops::seq_aggregate(work.S, -1, work.aggregates, work.naggr);
   MIVO_LOG(3, true) << "finish aggregate: " << work.naggr;
   Ops::seq_tentative_prolongation(a.getRows(), work.naggr, work.aggregates, work.T_);
@@ -91,7 +91,7 @@ void SeqLevelTransferSmoothAggregation_T<T, G, L>::transfer_operators(const Matr
 MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
 #undef MIVO_INSTANCE
 
-#define MIVO_REGISTER_TYPE(T)                                                             \
+#define MIVO_REGISTER_TYPE(T)                                                         \
   MIVO_REGISTER(ParLevelTransferT, "LevelTransferSmoothAggregationSeq", T, long, int, \
                 SeqLevelTransferSmoothAggregation_T<T, long, int>)
 MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)

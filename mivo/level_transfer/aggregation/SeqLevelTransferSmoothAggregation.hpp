@@ -36,24 +36,24 @@ class MIVO_API SeqLevelTransferSmoothAggregation_T : public ParLevelTransferT<T,
   /// What a transfer is made of.
   struct MIVO_API Impl {
     typename Ops::Local A;
-    typename Ops::LocalVector D;            ///< diagonal of A
-    typename Ops::LocalStrength S;          ///< strength of connection
+    typename Ops::LocalVector D;    ///< diagonal of A
+    typename Ops::LocalStrength S;  ///< strength of connection
     typename Ops::LocalAggregates aggregates;
     G naggr = 0;
-    typename Ops::Local T_;                 ///< piecewise constant prolongation
+    typename Ops::Local T_;  ///< piecewise constant prolongation
     typename Ops::Local P;
-    typename Ops::Local Ac;                 ///< P^T A P, when it is kept
+    typename Ops::Local Ac;  ///< P^T A P, when it is kept
   };
 
-  std::shared_ptr<Impl> impl;     ///< of the last call, when it is kept
-  bool keep = false;              ///< keep `impl` and form the coarse operator in it
-  double eps_strong = 0.08;       ///< "eps_strong"
-  double relax = 1.0;             ///< "relax"
-  std::int32_t block_size = 1;    ///< "block_size"
-  bool smooth = true;             ///< "smooth"
-  bool verbose = false;           ///< "verbose"
+  std::shared_ptr<Impl> impl;   ///< of the last call, when it is kept
+  bool keep = false;            ///< keep `impl` and form the coarse operator in it
+  double eps_strong = 0.08;     ///< "eps_strong"
+  double relax = 1.0;           ///< "relax"
+  std::int32_t block_size = 1;  ///< "block_size"
+  bool smooth = true;           ///< "smooth"
+  bool verbose = false;         ///< "verbose"
   std::shared_ptr<Aggregator> aggregator;
-  json aggregator_parameters;     ///< "aggregator"
+  json aggregator_parameters;  ///< "aggregator"
   std::string default_aggregator = "AggregatorVMBSeq";
 
   ~SeqLevelTransferSmoothAggregation_T() override;

@@ -10,10 +10,10 @@
 
 namespace mivo {
 
-/// Greedy aggregation on rank 0, which is given the whole strength matrix: "AggregatorVMBSeq" (Vanek,
-/// Mandel and Brezina 1996). A node and its strong neighbours form an aggregate, which then takes
-/// the free neighbours of these. The best aggregates of the library, as long as rank 0 has room and
-/// time for them.
+/// Greedy aggregation on rank 0, which is given the whole strength matrix: "AggregatorVMBSeq"
+/// (Vanek, Mandel and Brezina 1996). A node and its strong neighbours form an aggregate, which then
+/// takes the free neighbours of these. The best aggregates of the library, as long as rank 0 has
+/// room and time for them.
 ///
 /// Key: "max_aggregation" (int, 0), nodes from which an aggregate takes no neighbours of
 /// neighbours; no limit below 1.
