@@ -16,6 +16,7 @@ const char* const kExamples = R"(Examples:
   mivo-solve poisson2d-jacobi.json --set testcase.PoissonFDM_params.N=200
   mivo-solve poisson3d-ssor.json --json --history residuals.csv
   mivo-solve matrix-market.json --solution x.mtx
+  mivo-solve poisson3d-amg.json --profile
 
 A configuration:
   {
@@ -57,6 +58,8 @@ std::optional<Options> parseOptions(int argc, char** argv, int rank, int& status
       ->type_name("FILE.mtx");
   app.add_flag("--json", options.json, "print the report as one JSON line and nothing else");
   app.add_flag("--quiet", options.quiet, "do not turn on the solver's table");
+  app.add_flag("--profile", options.profile,
+               "measure the phases and levels of a multigrid hierarchy");
   app.add_flag("--check", options.checkOnly, "check configuration and files, and stop");
   app.add_flag("--schema", schema, "print the JSON Schema of configurations");
   app.add_flag("--list", list, "print the registered names and their keys");

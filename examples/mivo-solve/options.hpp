@@ -17,6 +17,7 @@ struct Options {
   bool startFromTestcase = false;
   bool json = false;
   bool quiet = false;
+  bool profile = false;
   bool checkOnly = false;
 };
 

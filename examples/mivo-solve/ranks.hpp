@@ -20,6 +20,9 @@ void onRoot(const std::function<void()>& action);
 /// Largest value over the ranks. Collective.
 double slowest(double seconds);
 
+/// Sum over the ranks. Collective.
+double sumOverRanks(double value);
+
 /// Least and greatest value over the ranks.
 struct Extent {
   long min = 0;

@@ -50,6 +50,10 @@ std::string rankLine(const Report& report) {
 }
 
 void printReport(const Report& report, std::ostream& out) {
+  for (const Hierarchy& hierarchy : report.hierarchies) {
+    printHierarchy(hierarchy, out);
+    if (report.profile) printProfile(hierarchy, out);
+  }
   const std::string unit = report.ranks > 1 ? " s on the slowest rank" : " s";
   out << "\n";
   printLine(out, "set-up time", scientific(report.setupTime) + unit);
@@ -82,6 +86,12 @@ std::string jsonLine(const Report& report) {
   line["entries_per_rank"] = {{"min", report.entriesPerRank.min},
                               {"max", report.entriesPerRank.max}};
   line["operators"] = report.operators;
+  if (!report.hierarchies.empty()) {
+    line["hierarchies"] = json::array();
+    for (const Hierarchy& hierarchy : report.hierarchies) {
+      line["hierarchies"].push_back(hierarchy.toJson(report.profile));
+    }
+  }
   line["setup_time"] = report.setupTime;
   line["solve_time"] = report.solveTime;
   line["iterations"] = report.iterations < 0 ? json() : json(report.iterations);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "configuration.hpp"
+#include "hierarchy.hpp"
 #include "ranks.hpp"
 
 namespace mivo_solve {
@@ -24,6 +25,8 @@ struct Report {
   json matrix;            ///< statistics of A
   std::string operators;  ///< the operator tree
   std::vector<std::string> notes;
+  std::vector<Hierarchy> hierarchies;
+  bool profile = false;           ///< tell what was measured in the hierarchies
   double setupTime = 0;           ///< seconds, of the slowest rank
   double solveTime = 0;           ///< seconds, of the slowest rank
   int iterations = -1;            ///< -1 where the solver reports none

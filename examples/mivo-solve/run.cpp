@@ -8,6 +8,7 @@
 #include <memory>
 #include <sstream>
 
+#include "hierarchy.hpp"
 #include "history.hpp"
 #include "input_error.hpp"
 #include "matrix_file.hpp"
@@ -49,6 +50,7 @@ class Run {
       : problem_(problem), options_(options), isRoot_(worldRank() == 0) {
     report_.ranks = worldSize();
     report_.notes = problem.notes;
+    report_.profile = options.profile;
   }
 
   Report go() {
@@ -187,6 +189,7 @@ class Run {
 
   void solve() {
     report_.normR0 = residual();
+    if (options_.profile) profileHierarchies<T>(*solver_);
     const Stopwatch setup;
     if (solver_->preconditioner != nullptr) {
       solver_->preconditioner->setup(A_);
@@ -202,6 +205,7 @@ class Run {
     solver_->solve(A_, b_, x_, report_.iterations, report_.reportedRelres);
     report_.solveTime = slowest(watch.seconds());
     solver_->observer = nullptr;
+    report_.hierarchies = hierarchiesOf<T>(*solver_);
     if (history.rows() == 0 && !options_.history.empty()) {
       const double r = residual();
       history.row(0, report_.normR0, 1, report_.normR0 / report_.normB);

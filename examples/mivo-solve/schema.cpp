@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <iomanip>
 #include <map>
+#include <regex>
 #include <sstream>
 #include <valijson/adapters/nlohmann_json_adapter.hpp>
 #include <valijson/schema.hpp>
@@ -98,6 +99,19 @@ std::string explainUnknownName(const json& value, const json& schema) {
   return text + (text.back() == '?' ? " Allowed: " : "; allowed: ") + listInQuotes(allowed);
 }
 
+/// The schema of a member of an object, null when it has none: by its name, or by a pattern of
+/// names.
+const json* memberSchema(const json& schema, const std::string& key) {
+  const auto properties = schema.find("properties");
+  if (properties != schema.end() && properties->contains(key)) return &properties->at(key);
+  const auto patterns = schema.find("patternProperties");
+  if (patterns == schema.end()) return nullptr;
+  for (const auto& pattern : patterns->items()) {
+    if (std::regex_search(key, std::regex(pattern.key()))) return &pattern.value();
+  }
+  return nullptr;
+}
+
 /// What is wrong with this value itself; its members are the matter of other faults.
 std::vector<SchemaFault> explain(const json& value, const json& schema,
                                  const json::json_pointer& pointer) {
@@ -127,7 +141,7 @@ std::vector<SchemaFault> explain(const json& value, const json& schema,
     const json properties = schema.value("properties", json::object());
     const std::vector<std::string> allowed = keysOf(properties);
     for (const auto& item : value.items()) {
-      if (!properties.contains(item.key())) {
+      if (memberSchema(schema, item.key()) == nullptr) {
         const std::string hint = suggestion(item.key(), allowed);
         faults.push_back({(pointer / item.key()).to_string(),
                           "the key " + inQuotes(item.key()) + " is not known" + hint +
@@ -164,7 +178,7 @@ std::vector<SchemaFault> explainAt(const std::vector<std::string>& context,
       schema = &resolve(schema->at("items"));
     } else {
       value = &value->at(word);
-      schema = &resolve(schema->at("properties").at(word));
+      schema = &resolve(*memberSchema(*schema, word));
     }
   }
   return explain(*value, *schema, pointer);

@@ -57,6 +57,8 @@ std::map<std::string, std::vector<Row>> readDocument() {
 std::string familyOf(const std::string& name) {
   if (name.compare(0, 6, "Solver") == 0) return "solver";
   if (name.compare(0, 7, "Precond") == 0) return "preconditioner";
+  if (name.compare(0, 13, "LevelTransfer") == 0) return "level_transfer";
+  if (name.compare(0, 10, "Aggregator") == 0) return "aggregator";
   return "testcase";
 }
 
@@ -95,7 +97,8 @@ TEST(ConfigurationDocument, AgreesWithTheSchemaInNamesKeysTypesAndDefaults) {
     EXPECT_EQ(listed.size(), keys.size()) << name;
   }
   std::set<std::string> registered;
-  for (const std::string family : {"testcase", "solver", "preconditioner"}) {
+  for (const std::string family :
+       {"testcase", "solver", "preconditioner", "level_transfer", "aggregator"}) {
     for (const std::string name : mivo_solve::schemaDocument()["definitions"][family]["properties"]
                                                               [family + "_type"]["enum"]) {
       registered.insert(name);
@@ -140,8 +143,35 @@ const std::map<std::string, json>& otherValues() {
       {"norm_type", 2},
       {"monitor", 1},
       {"radius", 1e-3},
-      {"forward", false}};
+      {"forward", false},
+      {"max_levels", 1},
+      {"min_coarse_size", 300},
+      {"level_transfer", {{"level_transfer_type", "LevelTransferSmoothAggregationSeq"}}},
+      {"pre_smoother", {{"smoother_type", "SmootherSSOR"}}},
+      {"post_smoother", {{"smoother_type", "SmootherSSOR"}}},
+      {"coarse_solver", {{"solver_type", "SolverGaussElim"}}},
+      {"eps_strong", 0.6},
+      {"block_size", 2},
+      {"smooth", false},
+      {"aggregator", {{"aggregator_type", "AggregatorVMBSeq"}}},
+      {"max_aggregation", 2}};
   return values;
+}
+
+json otherValue(const Row& row) {
+  return row.key == "verbose" && row.type == "boolean" ? json(true) : otherValues().at(row.key);
+}
+
+json withType(const std::string& name, const json& params) {
+  return {{familyOf(name) + "_type", name}, {name + "_params", params}};
+}
+
+/// Whether a key of this role should be seen to have an effect in `name`.
+bool hasEffect(const std::string& name, const std::string& role) {
+  const bool sequential = name.size() > 3 && name.compare(name.size() - 3, 3, "Seq") == 0;
+  if (role == "parallel") return !sequential;
+  if (role == "sequential") return sequential;
+  return role == "any" || role == familyOf(name);
 }
 
 /// Outcome of a run with everything that varies by chance taken out.
@@ -170,9 +200,16 @@ class DocumentedKeys : public ::testing::Test {
   /// A run in which `name` plays a part, with these parameters and keys beside its type key.
   Trace run(const std::string& name, const json& params, const json& beside = json::object()) {
     json object = beside;
-    const std::string family = familyOf(name);
-    object[family + "_type"] = name;
-    object[name + "_params"] = params;
+    std::string family = familyOf(name);
+    object.update(withType(name, params));
+    if (family == "aggregator") {
+      object = withType("LevelTransferSmoothAggregation", {{"aggregator", object}});
+      family = "level_transfer";
+    }
+    if (family == "level_transfer") {
+      object = withType("PrecondAMG", multigridParams(object));
+      family = "preconditioner";
+    }
     json configuration = poissonConfiguration("SolverPCG", json::object(), 10);
     std::vector<std::string> arguments = {"c.json", "--json", "--solution", "out.mtx"};
     if (family == "preconditioner") {
@@ -213,12 +250,15 @@ TEST_F(DocumentedKeys, HaveTheirDefaultsAndTheirEffects) {
       if (name == "MatrixMarket") {
         params["filename_A"] = "A.mtx";
       }
+      if (name == "SolverAMG" || name == "PrecondAMG") {
+        params = multigridParams();
+      }
       if (row.key == "augk") {
         params["restart"] = 2;  // several cycles
       }
       const Trace base = run(name, params);
       EXPECT_TRUE(base.report.value("converged", false) || name == "PrecondSOR" ||
-                  name == "SolverAdamW")
+                  name == "SolverAdamW" || name == "AggregatorFASPSeq")
           << base.texts;
       if (row.initial != "none") {
         json same = params;
@@ -226,9 +266,8 @@ TEST_F(DocumentedKeys, HaveTheirDefaultsAndTheirEffects) {
         EXPECT_TRUE(run(name, same) == base) << "the default is not " << row.initial;
       }
       json other = params;
-      other[row.key] = otherValues().at(row.key);
-      const bool effective = row.role == "any" || row.role == familyOf(name);
-      EXPECT_EQ(!(run(name, other) == base), effective);
+      other[row.key] = otherValue(row);
+      EXPECT_EQ(!(run(name, other) == base), hasEffect(name, row.role));
       ++tried;
     }
   }

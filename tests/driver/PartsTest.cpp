@@ -10,7 +10,10 @@
 #include "examples/mivo-solve/report.hpp"
 #include "examples/mivo-solve/schema.hpp"
 #include "examples/mivo-solve/words.hpp"
+#include "mivo/operators/ParAggregator.hpp"
+#include "mivo/operators/ParLevelTransfer.hpp"
 #include "mivo/operators/ParPreconditioner.hpp"
+#include "mivo/operators/ParSmoother.hpp"
 #include "mivo/solver/ParSolver.hpp"
 #include "mivo/testcase/TestCase.hpp"
 #include "mivo/utils/Factory.hpp"
@@ -84,6 +87,9 @@ void expectNames(const std::string& family) {
 TEST(Schema, AllowsTheRegisteredNames) {
   expectNames<mivo::ParSolverT<double, long, int>>("solver");
   expectNames<mivo::ParPreconditionerT<double, long, int>>("preconditioner");
+  expectNames<mivo::ParSmootherT<double, long, int>>("smoother");
+  expectNames<mivo::ParLevelTransferT<double, long, int>>("level_transfer");
+  expectNames<mivo::ParAggregatorT<double, long, int>>("aggregator");
   expectNames<mivo::TestCaseT<double, long, int>>("testcase");
   expectNames<mivo::TestCaseT<mivo::Complex<double>, long, int>>("testcase");
 }

@@ -59,6 +59,19 @@ TEST_F(DriverOnRanks, ReportOnceWhatOneRankFinds) {
   }
 }
 
+TEST_F(DriverOnRanks, ShowHierarchiesOfAllRanks) {
+  json params;
+  params["preconditioner"] = {{"preconditioner_type", "PrecondAMG"},
+                              {"PrecondAMG_params", multigridParams()}};
+  folder_.write("c.json", poissonConfiguration("SolverPCG", params, 21).dump());
+  const Outcome outcome = run(2, {"c.json", "--json", "--profile"});
+  const json levels = reportOf(outcome)["hierarchies"][0]["levels"];
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(levels[0]["rows_per_rank"], (json{{"min", 220}, {"max", 221}}));
+  const long coarse = levels[1]["rows"];
+  EXPECT_EQ(levels[1]["rows_per_rank"], (json{{"min", coarse / 2}, {"max", (coarse + 1) / 2}}));
+}
+
 TEST_F(DriverOnRanks, PrintEachLineOnce) {
   folder_.write("c.json", poissonConfiguration("SolverPCG", {{"verbose", 2}}, 9).dump());
   const Outcome outcome = run(3, {"c.json"});

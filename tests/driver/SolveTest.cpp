@@ -206,6 +206,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 /// Parameters for a run of a name: an empty list of preconditioners would precondition nothing.
 json parametersOf(const std::string& preconditioner) {
+  if (preconditioner == "PrecondAMG") return multigridParams();
   if (preconditioner != "PrecondList") return json::object();
   return {
       {{"preconditioner_type", "PrecondJacobi"}},
@@ -445,13 +446,59 @@ TEST(Solve, HelpVersionSchemaAndListNeedNoConfiguration) {
 
 TEST(Solve, ReadyConfigurationsConverge) {
   const Folder folder;
-  for (const char* name : {"poisson2d-jacobi", "poisson3d-ssor", "matrix-market"}) {
+  for (const char* name :
+       {"poisson2d-jacobi", "poisson3d-ssor", "poisson3d-amg", "matrix-market"}) {
     const std::string file =
         std::string(MIVO_PROJECT_FOLDER) + "/examples/configs/" + name + ".json";
     const Outcome outcome = folder.run({file, "--json"});
     EXPECT_EQ(outcome.status, 0) << name << outcome.err;
     EXPECT_EQ(reportOf(outcome)["rtol"], 1e-8);
   }
+}
+
+// The table tells what the hierarchy is: the product of a level's share in all is 1, rows shrink,
+// and what is printed agrees with the report for machines.
+TEST(Solve, HierarchiesAreShownAndMeasuredOnRequest) {
+  const Folder folder;
+  folder.write("c.json", poissonConfiguration("SolverPCG",
+                                              preconditioned("PrecondAMG", multigridParams()), 40)
+                             .dump());
+  const json plain = reportOf(folder.run({"c.json", "--json"}))["hierarchies"][0];
+  EXPECT_FALSE(plain.contains("setup"));
+  const json one = reportOf(folder.run({"c.json", "--json", "--profile"}))["hierarchies"][0];
+  const json& levels = one["levels"];
+  ASSERT_GE(levels.size(), 3u);
+  double entries = 0, rows = 0, bytes = 0, seconds = 0;
+  for (std::size_t l = 0; l < levels.size(); ++l) {
+    const double here = levels[l]["nnzs"], r = levels[l]["rows"],
+                 p = levels[l]["prolongation_nnzs"];
+    entries += here;
+    rows += r;
+    bytes += 12 * ((l > 0 ? here : 0) + 2 * p);
+    bytes +=
+        4 * ((l > 0 ? r + 1 : 0) + (p > 0 ? r + 1 + levels[l + 1]["rows"].get<double>() + 1 : 0));
+    seconds += levels[l]["cycle_time"].get<double>();
+    EXPECT_LT(r, l > 0 ? levels[l - 1]["rows"].get<double>() : 1e9);
+    EXPECT_EQ(levels[l]["smoother"], "SmootherJacobi");
+    EXPECT_EQ(levels[l]["rows_per_rank"]["max"], levels[l]["rows"]);
+  }
+  EXPECT_EQ(levels[0]["rows"], 1600);
+  EXPECT_DOUBLE_EQ(one["operator_complexity"], entries / levels[0]["nnzs"].get<double>());
+  EXPECT_DOUBLE_EQ(one["grid_complexity"], rows / 1600);
+  EXPECT_EQ(one["bytes"], bytes);
+  EXPECT_GT(one["cycles"], 3);
+  EXPECT_GT(seconds, 0);
+  double phases = 0;
+  for (const auto& phase : one["setup"].items()) phases += phase.value().get<double>();
+  const double total = one["setup"]["total"];
+  EXPECT_GT(phases, total);
+  EXPECT_LE(phases, 2 * total * 1.001);
+
+  const std::string out = folder.run({"c.json", "--profile"}).out;
+  EXPECT_THAT(out, testing::ContainsRegex(
+                       "\n +0 +1600 +7376 +4[.]6 +[0-9]+ +1600 +1600  SmootherJacobi\n"));
+  EXPECT_THAT(out, HasSubstr("\nset-up of the hierarchy\n"));
+  EXPECT_THAT(out, HasSubstr(" cycles\n  level 0 "));
 }
 
 TEST(Solve, CommittedDataIsWhatTheGeneratorWrites) {

@@ -116,6 +116,14 @@ inline json poissonConfiguration(const std::string& solver = "SolverPCG",
           {"solver", {{"solver_type", solver}, {solver + "_params", params}}}};
 }
 
+/// Parameters of a hierarchy with this level transfer.
+inline json multigridParams(const json& transfer = {
+                                {"level_transfer_type", "LevelTransferSmoothAggregation"}}) {
+  const json jacobi = {{"smoother_type", "SmootherJacobi"},
+                       {"SmootherJacobi_params", {{"relax", 0.6}}}};
+  return {{"level_transfer", transfer}, {"pre_smoother", jacobi}, {"post_smoother", jacobi}};
+}
+
 inline json fileConfiguration() {
   return {{"testcase",
            {{"testcase_type", "MatrixMarket"},

@@ -60,6 +60,11 @@ TYPED_TEST(Families, HoldTheirNames) {
   }
   expectNames(namesOf<ParSmootherT<T, long, int>>("ParSmootherT"), smoothers);
   expectNames(namesOf<ParSolverT<T, long, int>>("ParSolverT"), solvers);
+  expectNames(namesOf<ParLevelTransferT<T, long, int>>("ParLevelTransferT"),
+              {"LevelTransferSmoothAggregation", "LevelTransferSmoothAggregationSeq"},
+              {"LevelTransferRugeStuben", "LevelTransferRugeStubenSeq", "LevelTransferBoomerAMG"});
+  expectNames(namesOf<ParAggregatorT<T, long, int>>("ParAggregatorT"),
+              {"AggregatorVMBSeq", "AggregatorFASPSeq", "AggregatorVMB", "AggregatorS2Greedy"});
   if (std::is_same_v<T, double> || std::is_same_v<T, Complex<double>>) {
     expectNames(namesOf<TestCaseT<T, long, int>>("TestCaseT"), {"PoissonFDM", "MatrixMarket"});
     expectNames(namesOf<TestCaseT<T, int, int>>("TestCaseT"), {"PoissonFDM"});
@@ -103,6 +108,8 @@ TYPED_TEST(Families, MakeEveryNameWithoutParameters) {
   makeAll(ParPreconditionerT<T, long, int>::getFactory());
   makeAll(ParSmootherT<T, long, int>::getFactory());
   makeAll(ParSolverT<T, long, int>::getFactory());
+  makeAll(ParLevelTransferT<T, long, int>::getFactory());
+  makeAll(ParAggregatorT<T, long, int>::getFactory());
   makeAll(TestCaseT<T, long, int>::getFactory());
 }
 
