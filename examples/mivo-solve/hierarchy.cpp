@@ -51,12 +51,10 @@ Hierarchy describeHierarchy(const Amg<T>& amg) {
     row.rows = level.A.getRows();
     row.entries = level.A.getNnzs();
     row.prolongation = level.P.getRows() > 0 ? level.P.getNnzs() : 0;
-    row.smoother = level.coarse_solver != nullptr
-                       ? nameOf(level.coarse_solver.get(), nullptr)
-                       : level.pre_smoother != nullptr
-                             ? nameOf(level.pre_smoother.get(), level.post_smoother.get())
-                             : nameOf(level.coarse_pre_smoother.get(),
-                                      level.coarse_post_smoother.get());
+    row.smoother = level.coarse_solver != nullptr ? nameOf(level.coarse_solver.get(), nullptr)
+                   : level.pre_smoother != nullptr
+                       ? nameOf(level.pre_smoother.get(), level.post_smoother.get())
+                       : nameOf(level.coarse_pre_smoother.get(), level.coarse_post_smoother.get());
     row.rowsPerRank = extentOverRanks(level.A.getLocalRows());
     row.cycleTime = slowest(level.cycle_time.getTimeSec());
     out.levels.push_back(row);
@@ -110,12 +108,12 @@ json Hierarchy::toJson(bool profile) const {
               {"bytes", bytes},
               {"levels", json::array()}};
   for (const Level& level : levels) {
-    out["levels"].push_back({{"rows", level.rows},
-                             {"nnzs", level.entries},
-                             {"prolongation_nnzs", level.prolongation},
-                             {"smoother", level.smoother},
-                             {"rows_per_rank",
-                              {{"min", level.rowsPerRank.min}, {"max", level.rowsPerRank.max}}}});
+    out["levels"].push_back(
+        {{"rows", level.rows},
+         {"nnzs", level.entries},
+         {"prolongation_nnzs", level.prolongation},
+         {"smoother", level.smoother},
+         {"rows_per_rank", {{"min", level.rowsPerRank.min}, {"max", level.rowsPerRank.max}}}});
     if (profile) out["levels"].back()["cycle_time"] = level.cycleTime;
   }
   if (profile) {
@@ -142,8 +140,8 @@ void profileHierarchies(mivo::ParOperator& root) {
 
 void printHierarchy(const Hierarchy& hierarchy, std::ostream& out) {
   out << "\nhierarchy\n";
-  printRow(out, {"level", "rows", "entries", "a row", "entries P", "least a rank", "most",
-                 "smoother"});
+  printRow(out,
+           {"level", "rows", "entries", "a row", "entries P", "least a rank", "most", "smoother"});
   for (std::size_t l = 0; l < hierarchy.levels.size(); ++l) {
     const Hierarchy::Level& level = hierarchy.levels[l];
     printRow(out,
@@ -181,7 +179,7 @@ void printProfile(const Hierarchy& hierarchy, std::ostream& out) {
   out.flush();
 }
 
-#define MIVO_INSTANCE(T)                                                            \
+#define MIVO_INSTANCE(T)                                                      \
   template std::vector<Hierarchy> hierarchiesOf<T>(const mivo::ParOperator&); \
   template void profileHierarchies<T>(mivo::ParOperator&);
 MIVO_INSTANCE(double)
