@@ -200,8 +200,8 @@ TEST(SmoothAggregationSolves, WithEachSmootherCoarseSolverAndKrylovMethod) {
   const json amg = precond(hierarchy(jacobi, jacobi));
   for (const std::string solver :
        {"SolverPCG", "SolverBiCGSTAB", "SolverFLGMRES_R", "SolverMINRES", "SolverSYMMLQ"}) {
-    for (const json& used : {amg, json{{"preconditioner_type", "PrecondList"},
-                                       {"PrecondList_params", {amg}}}}) {
+    for (const json& used :
+         {amg, json{{"preconditioner_type", "PrecondList"}, {"PrecondList_params", {amg}}}}) {
       const int n = iterations(poisson(2, 24), solver, used, 60);
       EXPECT_TRUE(n >= 0 || solver == "SolverSYMMLQ" || solver == "SolverMINRES") << solver << n;
     }
