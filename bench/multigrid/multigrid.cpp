@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Set-up, cycle and solve of multigrid hierarchies on the 7-point problem of N^3 points, each in the
-// time of a V-cycle; the cycle against its parts measured alone; memory. On one rank, or on several
-// under mpiexec. Called by bench/multigrid/run.
+// Set-up, cycle and solve of multigrid hierarchies on the 7-point problem of N^3 points, each in
+// the time of a V-cycle; the cycle against its parts measured alone; memory. On one rank, or on
+// several under mpiexec. Called by bench/multigrid/run.
 //
 //   bench_multigrid NAME SMOOTHING N REPETITIONS
 //
@@ -114,10 +114,9 @@ void measure(const std::string& name, const std::string& smoothing, int n, int r
   x.fill(0);
   const double memoryBefore = peakMegabytes();
 
-  const json config =
-      withParams("solver", "SolverPCG",
-                 {{"preconditioner",
-                   withParams("preconditioner", "PrecondAMG", hierarchy(name, smoothing))}});
+  const json config = withParams(
+      "solver", "SolverPCG",
+      {{"preconditioner", withParams("preconditioner", "PrecondAMG", hierarchy(name, smoothing))}});
   std::shared_ptr<Solver> solver;
   std::shared_ptr<Amg> amg;
   std::vector<double> setups, transfers, raps;
@@ -156,15 +155,14 @@ void measure(const std::string& name, const std::string& smoothing, int n, int r
   MPI_Comm_rank(MPI_COMM_WORLD, &rank);
   if (rank > 0) return;
   const double setup = mivo::bench::median(setups);
-  std::cerr << std::fixed << std::setprecision(3) << "| " << name << " | " << smoothing << " | " << ranks
-            << " | " << amg->levels.size() << " | "
-            << complexity << " | " << iterations
+  std::cerr << std::fixed << std::setprecision(3) << "| " << name << " | " << smoothing << " | "
+            << ranks << " | " << amg->levels.size() << " | " << complexity << " | " << iterations
             << " | " << setup << " | " << mivo::bench::median(transfers) << " | "
             << mivo::bench::median(raps) << " | " << std::setprecision(4) << cycle << " | "
             << std::setprecision(1) << setup / cycle << " | " << std::setprecision(2)
             << cycle / parts << " | " << std::setprecision(3) << solve << " | " << setup + solve
-            << " | " << std::setprecision(0) << needed << " | " << memory << " | " << peakMegabytes()
-            << " |\n";
+            << " | " << std::setprecision(0) << needed << " | " << memory << " | "
+            << peakMegabytes() << " |\n";
 }
 
 }  // namespace

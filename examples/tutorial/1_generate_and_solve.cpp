@@ -30,9 +30,9 @@ int main(int argc, char** argv) {
   mivo::TestCaseT<double, long, int>::getFactory().createInstance(problem)->generate(A, x, b);
   x.fill(0.0);  // the test case leaves the exact solution there
 
-  const json solver = {
-      {"solver_type", "SolverPCG"},
-      {"SolverPCG_params", {{"rtol", 1e-8}, {"preconditioner", {{"preconditioner_type", argv[3]}}}}}};
+  const json solver = {{"solver_type", "SolverPCG"},
+                       {"SolverPCG_params",
+                        {{"rtol", 1e-8}, {"preconditioner", {{"preconditioner_type", argv[3]}}}}}};
   tutorial::solveAndReport(A, b, x, solver);
   mivo::Device::finalize();
 }

@@ -2,9 +2,9 @@
 
 // Step 2: a matrix of your own, entry by entry.
 //
-// Heat conduction in a square plate of N x N cells with a highly conducting inclusion in its middle:
-// each pair of neighbours exchanges heat, the edge is kept at temperature 0, and the plate is heated
-// evenly. Contributions to an entry add up, as in the assembly of finite elements.
+// Heat conduction in a square plate of N x N cells with a highly conducting inclusion in its
+// middle: each pair of neighbours exchanges heat, the edge is kept at temperature 0, and the plate
+// is heated evenly. Contributions to an entry add up, as in the assembly of finite elements.
 //
 // Sample runs:
 //   $ 2_assemble 50
@@ -52,9 +52,9 @@ int main(int argc, char** argv) {
   tutorial::Vector b(n * n, mivo::Device()), x(n * n, mivo::Device());
   b.fill(1.0);
   x.fill(0.0);
-  tutorial::solveAndReport(A, b, x,
-                           {{"solver_type", "SolverPCG"},
-                            {"SolverPCG_params",
-                             {{"preconditioner", {{"preconditioner_type", "PrecondSSOR"}}}}}});
+  tutorial::solveAndReport(
+      A, b, x,
+      {{"solver_type", "SolverPCG"},
+       {"SolverPCG_params", {{"preconditioner", {{"preconditioner_type", "PrecondSSOR"}}}}}});
   mivo::Device::finalize();
 }

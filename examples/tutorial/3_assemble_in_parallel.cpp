@@ -52,9 +52,9 @@ int main(int argc, char** argv) {
   tutorial::Vector b(n * n, mivo::Device()), x(n * n, mivo::Device());
   b.fill(1.0);
   x.fill(0.0);
-  tutorial::solveAndReport(A, b, x,
-                           {{"solver_type", "SolverPCG"},
-                            {"SolverPCG_params",
-                             {{"preconditioner", {{"preconditioner_type", "PrecondSSOR"}}}}}});
+  tutorial::solveAndReport(
+      A, b, x,
+      {{"solver_type", "SolverPCG"},
+       {"SolverPCG_params", {{"preconditioner", {{"preconditioner_type", "PrecondSSOR"}}}}}});
   mivo::Device::finalize();
 }

@@ -32,7 +32,8 @@ int main(int argc, char** argv) {
   tutorial::Vector x, b;
   mivo::TestCaseT<double, long, int>::getFactory().createInstance(problem)->generate(A, x, b);
   x.fill(0.0);
-  const json preconditioner = {{"preconditioner_type", name}, {name + "_params", {{"width", points}}}};
+  const json preconditioner = {{"preconditioner_type", name},
+                               {name + "_params", {{"width", points}}}};
   tutorial::solveAndReport(
       A, b, x,
       {{"solver_type", "SolverPCG"}, {"SolverPCG_params", {{"preconditioner", preconditioner}}}});

@@ -6,7 +6,6 @@
 #include <chrono>
 #include <iomanip>
 #include <iostream>
-
 #include <mivo/mivo.hpp>
 
 // What all steps of the tutorial share: set-up, solve, and one line about them.
@@ -41,9 +40,10 @@ inline void solveAndReport(Operator& A, const Vector& b, Vector& x, const mivo::
   long firstRow = 0;
   x.getOwnerShipRange(&firstRow, nullptr);
   if (firstRow > 0) return;  // one rank speaks for all
-  std::cout << (error < 1.1e-8 ? "converged" : "NOT converged") << ": " << A.getRows() << " unknowns, "
-            << iterations << " iterations; set-up " << std::setprecision(2) << setup << " s, solve "
-            << solve << " s, memory " << usage.ru_maxrss / 1024 << " MB" << std::endl;
+  std::cout << (error < 1.1e-8 ? "converged" : "NOT converged") << ": " << A.getRows()
+            << " unknowns, " << iterations << " iterations; set-up " << std::setprecision(2)
+            << setup << " s, solve " << solve << " s, memory " << usage.ru_maxrss / 1024 << " MB"
+            << std::endl;
 }
 
 }  // namespace tutorial

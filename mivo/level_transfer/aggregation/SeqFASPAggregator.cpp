@@ -137,7 +137,6 @@ void SeqFASPAggregator_T<T, G, L>::aggregate(const Matrix& /*A*/, const Strength
     MIVO_LOG(3, true) << "naggr " << naggr << ", aggr " << listText(passes.states());
     whole.create(static_cast<L>(passes.states().size()), 1, Device());
     std::copy(passes.states().begin(), passes.states().end(), whole.getData());
-    whole = whole.toDevice(S.getDevice());
   }
   scatterAggregates(S, whole, aggr, naggr);
 }

@@ -31,7 +31,10 @@ template <class G, class L>
 void scatterAggregates(const ParCSRMatrixT<int, G, L>& S,
                        const MatrixT<int, L, MatrixLayoutRowMajor>& whole,
                        ParMatrixT<int, G, L>& aggr, G& naggr) {
-  aggr.scatter(S.getComm(), 0, whole, S.getRowPartitioner());
+  // By way of the host: each rank has a device of its own.
+  ParMatrixT<int, G, L> onHost;
+  onHost.scatter(S.getComm(), 0, whole.toDevice(Device()), S.getRowPartitioner());
+  aggr = onHost.toDevice(S.getDevice());
   long count = static_cast<long>(naggr);
   MPI_Bcast(&count, 1, MPI_LONG, 0, S.getComm());
   naggr = static_cast<G>(count);
