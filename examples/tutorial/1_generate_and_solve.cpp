@@ -3,16 +3,20 @@
 // Step 1: a system from the library and a solver from JSON.
 //
 // Sample runs:
-//   $ 1_generate_and_solve 2 50 PrecondJacobi
+//   $ ./1_generate_and_solve 2 50 PrecondJacobi
 //   converged: 2500 unknowns, 121 iterations
-//   $ 1_generate_and_solve 2 50 PrecondSSOR
+//   $ ./1_generate_and_solve 2 50 PrecondSSOR
 //   converged: 2500 unknowns, 46 iterations
-//   $ 1_generate_and_solve 3 30 PrecondSSOR
+//   $ ./1_generate_and_solve 3 30 PrecondSSOR
 //   converged: 27000 unknowns, 33 iterations
 
 #include "report.hpp"
 
 using mivo::json;
+using Matrix = mivo::ParCSRMatrixT<double, long, int>;
+using Vector = mivo::ParMatrixT<double, long, int>;
+using Solver = mivo::ParSolverT<double, long, int>;
+using TestCase = mivo::TestCaseT<double, long, int>;
 
 int main(int argc, char** argv) {
   if (argc != 4) {
@@ -25,14 +29,30 @@ int main(int argc, char** argv) {
   const json problem = {
       {"testcase_type", "PoissonFDM"},
       {"PoissonFDM_params", {{"dim", std::stoi(argv[1])}, {"N", std::stoi(argv[2])}}}};
-  tutorial::Matrix A;
-  tutorial::Vector x, b;
-  mivo::TestCaseT<double, long, int>::getFactory().createInstance(problem)->generate(A, x, b);
-  x.fill(0.0);  // the test case leaves the exact solution there
+  Matrix A;
+  Vector x, b;
+  TestCase::getFactory().createInstance(problem)->generate(A, x, b);
+  x.fill(0.0);  // the start; the test case leaves the exact solution there
 
-  const json solver = {{"solver_type", "SolverPCG"},
-                       {"SolverPCG_params",
-                        {{"rtol", 1e-8}, {"preconditioner", {{"preconditioner_type", argv[3]}}}}}};
-  tutorial::solveAndReport(A, b, x, solver);
+  json config = json::parse(R"({
+    "solver_type": "SolverPCG",
+    "SolverPCG_params": {"rtol": 1e-8, "preconditioner": {"preconditioner_type": ""}}
+  })");
+  config["SolverPCG_params"]["preconditioner"]["preconditioner_type"] = argv[3];
+  const auto solver = Solver::getFactory().createInstance(config);
+  if (solver->preconditioner == nullptr) {
+    std::cerr << "no preconditioner is called " << argv[3] << "\n";
+    return 1;
+  }
+
+  // No solver sets up its preconditioner: that is the caller's duty.
+  solver->preconditioner->setup(A);
+  solver->setup(A);
+  int iterations = 0;
+  double residual = 0;
+  solver->solve(A, b, x, iterations, residual);
+
+  const bool converged = tutorial::report(*solver, A, b, x, iterations);
   mivo::Device::finalize();
+  return converged ? 0 : 1;
 }

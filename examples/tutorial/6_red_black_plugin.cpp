@@ -17,7 +17,9 @@ class PrecondRedBlack : public mivo::ParPreconditionerT<T, G, L> {
 
   void create(const mivo::json& params) { mivo::readJsonKey(params, "width", width); }
   void setup(const mivo::ParMatrixFreeT<T, G, L>& A) override {
+    this->setupTime.start();
     matrix = dynamic_cast<const mivo::ParCSRMatrixT<T, G, L>&>(A).getLocalMatrix(-1);
+    this->setupTime.stop();
   }
   /// z = M^-1 r
   void precondition(const Vector& r, Vector& z) override {

@@ -3,14 +3,19 @@
 // Step 6, the program: it learns the name "PrecondRedBlack" when it runs.
 //
 // Sample runs:
-//   $ 6_use_plugin ./6_red_black_plugin.so PrecondRedBlack 50
+//   $ ./6_use_plugin ./6_red_black_plugin.so PrecondRedBlack 50
 //   converged: 2500 unknowns, 61 iterations
-//   $ 6_use_plugin ./6_red_black_plugin.so PrecondJacobi 50
+//   $ ./6_use_plugin ./6_red_black_plugin.so PrecondJacobi 50
 //   converged: 2500 unknowns, 121 iterations
 
 #include "report.hpp"
 
 using mivo::json;
+using Matrix = mivo::ParCSRMatrixT<double, long, int>;
+using Preconditioner = mivo::ParPreconditionerT<double, long, int>;
+using Vector = mivo::ParMatrixT<double, long, int>;
+using Solver = mivo::ParSolverT<double, long, int>;
+using TestCase = mivo::TestCaseT<double, long, int>;
 
 int main(int argc, char** argv) {
   if (argc != 4) {
@@ -21,21 +26,29 @@ int main(int argc, char** argv) {
   mivo::Utils::loadPlugin(argv[1]);
   const std::string name = argv[2];
   const int points = std::stoi(argv[3]);
-  if (mivo::ParPreconditionerT<double, long, int>::getFactory().getMap().count(name) == 0) {
+  if (Preconditioner::getFactory().getMap().count(name) == 0) {
     std::cerr << "no preconditioner " << name << ": is " << argv[1] << " the right plugin?\n";
     return 1;
   }
 
   const json problem = {{"testcase_type", "PoissonFDM"},
                         {"PoissonFDM_params", {{"dim", 2}, {"N", points}}}};
-  tutorial::Matrix A;
-  tutorial::Vector x, b;
-  mivo::TestCaseT<double, long, int>::getFactory().createInstance(problem)->generate(A, x, b);
+  Matrix A;
+  Vector x, b;
+  TestCase::getFactory().createInstance(problem)->generate(A, x, b);
   x.fill(0.0);
+
   const json preconditioner = {{"preconditioner_type", name},
                                {name + "_params", {{"width", points}}}};
-  tutorial::solveAndReport(
-      A, b, x,
+  const auto solver = Solver::getFactory().createInstance(
       {{"solver_type", "SolverPCG"}, {"SolverPCG_params", {{"preconditioner", preconditioner}}}});
+  solver->preconditioner->setup(A);
+  solver->setup(A);
+  int iterations = 0;
+  double residual = 0;
+  solver->solve(A, b, x, iterations, residual);
+
+  const bool converged = tutorial::report(*solver, A, b, x, iterations);
   mivo::Device::finalize();
+  return converged ? 0 : 1;
 }
