@@ -7,7 +7,11 @@
 namespace mivo {
 
 #ifdef MIVO_WITH_CUDA
-#define MIVO_EXTERN(T) extern template class SpSmoothedAggregationImpl<T, long, int, spm::Cuda>;
+#define MIVO_EXTERN(T)                                                      \
+  extern template class SpSmoothedAggregationImpl<T, long, int, spm::Cuda>; \
+  extern template class SpBoomerAMGImpl<T, int, spm::Cuda>;                 \
+  extern template class SpExtendedInterpolationImpl<T, int, spm::Cuda>;     \
+  extern template class SpRugeStubenImpl<T, int, spm::Cuda>;
 MIVO_INSTANTIATE_SCALARS(MIVO_EXTERN)
 #undef MIVO_EXTERN
 extern template class SpAggregationImpl<int, spm::Cuda>;
@@ -86,6 +90,101 @@ void SpLevelTransferOps<T, G, L>::par_csr_aggregate_select(const Device& device,
                                                            const Record* records, int part,
                                                            int* count, Record* selected) {
   MIVO_DISPATCH(par_csr_aggregate_select, nrecords, records, part, count, selected);
+}
+
+// Classical strength and splitting by independent sets.
+
+template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::par_boomeramg_strength(
+    const Device& device, int rank, L rows, L nblocks, const Block* a, const StrengthBlock* s,
+    const T* d, R strong_threshold, R max_row_sum, const int* dof, L nviews, const Ghosts* views) {
+  MIVO_DISPATCH(par_boomeramg_strength, rank, rows, nblocks, a, s, d, strong_threshold, max_row_sum,
+                dof, nviews, views);
+}
+
+template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::par_boomeramg_coarsen_pmis(
+    const Device& device, CoarsenPMISStep step, int mode, int rank, L rows, L nblocks,
+    const StrengthBlock* s, L nviews, const Ghosts* cf_ghosts, const MeasureGhosts* measure_ghosts,
+    const Ghosts* graph_ghosts, int* cf, double* measure, int* graph, int* size) {
+  MIVO_DISPATCH(par_boomeramg_coarsen_pmis, step, mode, rank, rows, nblocks, s, nviews, cf_ghosts,
+                measure_ghosts, graph_ghosts, cf, measure, graph, size);
+}
+
+// Extended+i interpolation and truncation.
+
+template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::par_boomeramg_interpolation_extended_pi(
+    const Device& device, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
+    const int* dof, int* coarse, View p, L* marker) {
+  MIVO_DISPATCH(par_boomeramg_interpolation_extended_pi, a, s, first, rows, cf, diagonal, dof,
+                coarse, p, marker);
+}
+
+template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::par_boomeramg_interpolation_add_rank_bias(const Device& device,
+                                                                            L n, int bias,
+                                                                            int* coarse) {
+  MIVO_DISPATCH(par_boomeramg_interpolation_add_rank_bias, n, bias, coarse);
+}
+
+template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::boomeramg_csr_truncate(const Device& device, View p,
+                                                         R trunc_factor, int max_elmts,
+                                                         bool rescale, int nrm_type, L* begin,
+                                                         L* end) {
+  MIVO_DISPATCH(boomeramg_csr_truncate, p, trunc_factor, max_elmts, rescale, nrm_type, begin, end);
+}
+
+template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::hypre_qsort2_abs(const Device& device, L* col_idx, T* values,
+                                                   L left, L right) {
+  MIVO_DISPATCH(hypre_qsort2_abs, col_idx, values, left, right);
+}
+
+// Ruge-Stueben splitting and direct interpolation. Marks C, F and U are characters.
+
+template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::rs_connect(const Device& device, View a, R eps_strong,
+                                             StrengthView s, int* cf) {
+  MIVO_DISPATCH(rs_connect, a, eps_strong, s, cf);
+}
+
+template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::par_rs_connect(const Device& device, L rows, L nblocks,
+                                                 const Block* a, R eps_strong,
+                                                 const StrengthBlock* s, int* cf) {
+  MIVO_DISPATCH(par_rs_connect, rows, nblocks, a, eps_strong, s, cf);
+}
+
+template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::rs_cfsplit(const Device& device, StrengthView s, StrengthView st,
+                                             int* cf, L* lambda, L* ptr, L* cnt, L* i2n, L* n2i) {
+  MIVO_DISPATCH(rs_cfsplit, s, st, cf, lambda, ptr, cnt, i2n, n2i);
+}
+
+template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::par_rs_cfsplit(const Device& device, StrengthView s,
+                                                 StrengthView st, int* cf, L* lambda, L* ptr,
+                                                 L* cnt, L* i2n, L* n2i) {
+  MIVO_DISPATCH(par_rs_cfsplit, s, st, cf, lambda, ptr, cnt, i2n, n2i);
+}
+
+template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::rs_interpolation(const Device& device, View a, StrengthView s,
+                                                   const int* cf, bool do_trunc, R eps_trunc,
+                                                   int cmark, int* cidx, int* ncoarse, R* bounds,
+                                                   View p) {
+  MIVO_DISPATCH(rs_interpolation, a, s, cf, do_trunc, eps_trunc, cmark, cidx, ncoarse, bounds, p);
+}
+
+template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::par_rs_interpolation(
+    const Device& device, bool counts, int rank, L rows, L nblocks, const Block* a, L nstrong,
+    const StrengthBlock* s, L nviews, const Ghosts* cf_ghosts, const Ghosts* cidx_ghosts, int* cf,
+    bool do_trunc, R eps_trunc, int cmark, int* cidx, int* ncoarse, R* bounds, View p) {
+  MIVO_DISPATCH(par_rs_interpolation, counts, rank, rows, nblocks, a, nstrong, s, nviews, cf_ghosts,
+                cidx_ghosts, cf, do_trunc, eps_trunc, cmark, cidx, ncoarse, bounds, p);
 }
 
 #define MIVO_INSTANCE(T) template class SpLevelTransferOps<T, long, int>;

@@ -30,6 +30,7 @@ class MIVO_API SpLevelTransferOps {
   using Block = COT_SpMVCSRRawMat<T, L>;
   using StrengthBlock = COT_SpMVCSRRawMat<int, L>;
   using Ghosts = COT_RawCommPattern<int, L>;
+  using MeasureGhosts = COT_RawCommPattern<double, L>;
   using Record = AggregateData<int>;
 
   // Smoothed aggregation.
@@ -83,6 +84,89 @@ class MIVO_API SpLevelTransferOps {
   static void par_csr_aggregate_select(const Device& device, const int* nrecords,
                                        const Record* records, int part, int* count,
                                        Record* selected);
+
+  // Classical strength and splitting by independent sets.
+
+  /// Strength of the rows of A, of the same pattern, in blocks: 1 for entries off the diagonal
+  /// whose real part lies beyond strong_threshold times the extreme one on the other side of zero
+  /// than d_i; 0 in rows with |sum of the row| > max_row_sum |d_i| when max_row_sum is below 1.
+  /// With functions `dof` of the own points, and of ghosts in `views`, only entries within a
+  /// function count.
+  static void par_boomeramg_strength(const Device& device, int rank, L rows, L nblocks,
+                                     const Block* a, const StrengthBlock* s, const T* d,
+                                     R strong_threshold, R max_row_sum, const int* dof, L nviews,
+                                     const Ghosts* views);
+
+  /// A step of the coarsening by parallel modified independent sets on the strong graph S, with the
+  /// ghosts of marks, measures and membership: MEASURE adds dependants, INITIAL sets marks by
+  /// `mode`, INDEPENDENT_SET, MARK and UPDATE_GRAPH make a round. INITIAL and UPDATE_GRAPH give the
+  /// number of own points in the graph. One task.
+  static void par_boomeramg_coarsen_pmis(const Device& device, CoarsenPMISStep step, int mode,
+                                         int rank, L rows, L nblocks, const StrengthBlock* s,
+                                         L nviews, const Ghosts* cf_ghosts,
+                                         const MeasureGhosts* measure_ghosts,
+                                         const Ghosts* graph_ghosts, int* cf, double* measure,
+                                         int* graph, int* size);
+
+  // Extended+i interpolation and truncation.
+
+  /// Interpolation of rows [first, first + rows) of a matrix that has all the rows and columns that
+  /// they reach, see `LevelTransferOps_RS`. Two passes: the first numbers the C points of these
+  /// rows in `coarse` and counts, the second reads `coarse` of all columns. The marker has one
+  /// element per column. One task.
+  static void par_boomeramg_interpolation_extended_pi(const Device& device, View a, StrengthView s,
+                                                      L first, L rows, const int* cf,
+                                                      const T* diagonal, const int* dof,
+                                                      int* coarse, View p, L* marker);
+
+  /// coarse_i += bias for numbers that are not negative
+  static void par_boomeramg_interpolation_add_rank_bias(const Device& device, L n, int bias,
+                                                        int* coarse);
+
+  /// Drops from each row what is below trunc_factor times its norm (`nrm_type` 0 largest modulus, 1
+  /// sum, 2 Euclidean), then all but the max_elmts entries of largest modulus; `rescale` keeps the
+  /// sum. Entries that stay are packed at the row's start, which with the new end comes to begin
+  /// and end.
+  static void boomeramg_csr_truncate(const Device& device, View p, R trunc_factor, int max_elmts,
+                                     bool rescale, int nrm_type, L* begin, L* end);
+
+  /// Sorts the entries [left, right] from the largest modulus down by quicksort with the middle
+  /// element as pivot. One task.
+  static void hypre_qsort2_abs(const Device& device, L* col_idx, T* values, L left, L right);
+
+  // Ruge-Stueben splitting and direct interpolation. Marks C, F and U are characters.
+
+  /// s_ij = 1 where the real part of a_ij is below eps_strong times the least one of the row, i !=
+  /// j. Rows without such entries become F; cf keeps the other marks.
+  static void rs_connect(const Device& device, View a, R eps_strong, StrengthView s, int* cf);
+
+  /// The same on column blocks.
+  static void par_rs_connect(const Device& device, L rows, L nblocks, const Block* a, R eps_strong,
+                             const StrengthBlock* s, int* cf);
+
+  /// First pass of the classical splitting. St is the transpose of the strong part of S; lambda,
+  /// i2n and n2i have one element per row, ptr and cnt twice as many and two more. One task.
+  static void rs_cfsplit(const Device& device, StrengthView s, StrengthView st, int* cf, L* lambda,
+                         L* ptr, L* cnt, L* i2n, L* n2i);
+
+  /// The same for the merged matrix of a rank.
+  static void par_rs_cfsplit(const Device& device, StrengthView s, StrengthView st, int* cf,
+                             L* lambda, L* ptr, L* cnt, L* i2n, L* n2i);
+
+  /// Direct interpolation, S of the pattern of A. Two passes: the first numbers the points with
+  /// mark `cmark` in `cidx`, gives their number and the bounds of truncation, two a row.
+  static void rs_interpolation(const Device& device, View a, StrengthView s, const int* cf,
+                               bool do_trunc, R eps_trunc, int cmark, int* cidx, int* ncoarse,
+                               R* bounds, View p);
+
+  /// The same on sorted column blocks, of which S may lack entries; marks and coarse numbers of
+  /// ghosts come through exchange views. `counts` tells the first pass, which does not read coarse
+  /// numbers.
+  static void par_rs_interpolation(const Device& device, bool counts, int rank, L rows, L nblocks,
+                                   const Block* a, L nstrong, const StrengthBlock* s, L nviews,
+                                   const Ghosts* cf_ghosts, const Ghosts* cidx_ghosts, int* cf,
+                                   bool do_trunc, R eps_trunc, int cmark, int* cidx, int* ncoarse,
+                                   R* bounds, View p);
 
  private:
   template <class Space>

@@ -2,6 +2,9 @@
 #pragma once
 
 #include "mivo/ops/SpAggregationImpl.hpp"
+#include "mivo/ops/SpBoomerAMGImpl.hpp"
+#include "mivo/ops/SpExtendedInterpolationImpl.hpp"
+#include "mivo/ops/SpRugeStubenImpl.hpp"
 #include "mivo/ops/SpSmoothedAggregationImpl.hpp"
 
 namespace mivo {
@@ -9,6 +12,9 @@ namespace mivo {
 /// Bodies of `SpLevelTransferOps`, gathered from one class per theme.
 template <class T, class G, class L, class Space>
 class SpLevelTransferOpsImpl : public SpSmoothedAggregationImpl<T, G, L, Space>,
-                               public SpAggregationImpl<L, Space> {};
+                               public SpAggregationImpl<L, Space>,
+                               public SpBoomerAMGImpl<T, L, Space>,
+                               public SpExtendedInterpolationImpl<T, L, Space>,
+                               public SpRugeStubenImpl<T, L, Space> {};
 
 }  // namespace mivo

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "mivo/level_transfer/fasp_wrapper/ParSplitterBoomerAMGPMIS.hpp"
+
+#include "mivo/level_transfer/ruge_stuben/LevelTransferOps_RS.hpp"
+#include "mivo/utils/Factory.hpp"
+#include "mivo/utils/json.hpp"
+
+namespace mivo {
+
+template <class T, class G, class L>
+ParSplitterBoomerAMGPMIS<T, G, L>::~ParSplitterBoomerAMGPMIS() = default;
+
+template <class T, class G, class L>
+void ParSplitterBoomerAMGPMIS<T, G, L>::create(const json& /*params*/) {
+}
+
+template <class T, class G, class L>
+void ParSplitterBoomerAMGPMIS<T, G, L>::split(const Matrix& A, Strength& S, Marks& cf) {
+  LevelTransferOps_RS<T, G, L>::par_BoomerAMGCoarsenPMIS(A, S, cf, cf_init);
+}
+
+#define MIVO_INSTANCE(T) template class ParSplitterBoomerAMGPMIS<T, long, int>;
+MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
+#undef MIVO_INSTANCE
+
+#define MIVO_REGISTER_TYPE(T) MIVO_REGISTER(ParSplitterT, "SplitterBoomerAMGPMIS", T, long, int, ParSplitterBoomerAMGPMIS<T, long, int>)
+MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
+#undef MIVO_REGISTER_TYPE
+
+}  // namespace mivo

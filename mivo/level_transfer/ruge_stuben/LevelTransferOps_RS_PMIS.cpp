@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Classical strength and the splitting by parallel modified independent sets.
+
+#include <vector>
+
+#include "mivo/level_transfer/ruge_stuben/HYPRERandom.hpp"
+#include "mivo/level_transfer/ruge_stuben/LevelTransferOps_RS.hpp"
+#include "mivo/mat/CrossData.hpp"
+#include "mivo/mpi_stub/mpi.h"
+#include "mivo/ops/BlasOps.hpp"
+#include "mivo/ops/SpLevelTransferOps.hpp"
+
+namespace mivo {
+namespace {
+
+int worldSizeOf(int comm) {
+  int nprocs = 1;
+  MPI_Comm_size(comm, &nprocs);
+  return nprocs;
+}
+
+/// Random numbers for the rows of this rank: with `asOnOneRank` those that the rows have there.
+template <class L>
+MatrixT<double, L, MatrixLayoutRowMajor> randomWeights(int rank, long firstRow, L rows,
+                                                       bool asOnOneRank) {
+  if (asOnOneRank) {
+    HYPRERandom::SeedRand(2747);
+    HYPRERandom::skip(firstRow);
+  } else {
+    HYPRERandom::SeedRand(rank + 2747);
+  }
+  MatrixT<double, L, MatrixLayoutRowMajor> weights;
+  weights.create(rows, 1, Device());
+  for (L i = 0; i < rows; ++i) weights.getData()[i] = HYPRERandom::Rand();
+  return weights;
+}
+
+}  // namespace
+
+template <class T, class G, class L>
+void LevelTransferOps_RS<T, G, L>::par_BoomerAMGStrength(const Matrix& A, const Vector& diag,
+                                                         double strong_threshold,
+                                                         double max_row_sum, int num_functions,
+                                                         Strength& S) {
+  const Device device = A.getDevice();
+  int rank = 0;
+  MPI_Comm_rank(A.getComm(), &rank);
+  A.copyStructure(S);
+
+  Marks dof;
+  typename Strength::Plan plan;
+  MatrixT<COT_RawCommPattern<int, L>, L, MatrixLayoutRowMajor> views;
+  if (num_functions > 1) {
+    G begin = 0;
+    A.getOwnerShipRange(&begin, nullptr);
+    MatrixT<int, L, MatrixLayoutRowMajor> functions;
+    functions.create(A.getLocalRows(), 1, Device());
+    for (L i = 0; i < functions.getRows(); ++i) {
+      functions.getData()[i] = static_cast<int>((begin + i) % num_functions);
+    }
+    dof.create(A.getRowPartitioner(), device, A.getComm());
+    dof.setLocalMatrix({functions.toDevice(device)});
+    A.prepareMatVec(false);
+    A.getSpMVCommPattern().copyStructure(plan, true);
+    plan.exchange(dof, nullptr, nullptr, nullptr, nullptr);
+    views = plan.getRawMatOnDev();
+  }
+  const auto a = A.getRawMatOnDev();
+  const auto s = S.getRawMatOnDev();
+  SpLevelTransferOps<T, G, L>::par_boomeramg_strength(
+      device, rank, A.getLocalRows(), a.getSize(), a.getData(), s.getData(),
+      diag.getLocalMatrix(-1).getData(), static_cast<R>(strong_threshold),
+      static_cast<R>(max_row_sum), num_functions > 1 ? dof.getLocalMatrix(-1).getData() : nullptr,
+      views.getSize(), views.getData());
+}
+
+template <class T, class G, class L>
+void LevelTransferOps_RS<T, G, L>::par_BoomerAMGCoarsenPMIS(const Matrix& A, const Strength& S,
+                                                            Marks& cf, int CF_init) {
+  const Device device = A.getDevice();
+  const int comm = A.getComm();
+  const L rows = A.getLocalRows();
+  const auto& part = A.getRowPartitioner();
+  int rank = 0;
+  MPI_Comm_rank(comm, &rank);
+  const bool alone = worldSizeOf(comm) == 1;
+  const Strength strong = S.sparsify(0);
+  if (CF_init != 1) cf.create(part, device, comm);
+  ParMatrixT<double, G, L> measure;
+  Marks graph;
+  measure.create(part, device, comm);
+  graph.create(part, device, comm);
+  measure.fill(0.0);
+  graph.fill(0);
+
+  // Plans for the ghosts; on one rank there are none, and nothing to exchange.
+  typename Strength::Plan cfPlan, graphPlan;
+  SpMVCommPatternT<double, G, L> measurePlan;
+  MatrixT<COT_RawCommPattern<int, L>, L, MatrixLayoutRowMajor> cfViews, graphViews;
+  MatrixT<COT_RawCommPattern<double, L>, L, MatrixLayoutRowMajor> measureViews;
+  if (!alone) {
+    strong.prepareMatVec(false);
+    const auto& plan = strong.getSpMVCommPattern();
+    plan.copyStructure(cfPlan, true);
+    plan.copyStructure(graphPlan, true);
+    plan.copyStructure(measurePlan, true);
+    cfPlan.initReverseExchange();
+    measurePlan.initReverseExchange();
+    cfPlan.fill(-200);
+    graphPlan.fill(-2);
+    measurePlan.fill(0.0);
+    cfViews = cfPlan.getRawMatOnDev();
+    graphViews = graphPlan.getRawMatOnDev();
+    measureViews = measurePlan.getRawMatOnDev();
+  }
+  const auto exchange = [alone](auto& plan, const auto& x) {
+    if (!alone) plan.exchange(x, nullptr, nullptr, nullptr, nullptr);
+  };
+  const auto blocks = strong.getRawMatOnDev();
+  CrossData<int> size(device, 0);
+  const auto step = [&](CoarsenPMISStep what) {
+    SpLevelTransferOps<T, G, L>::par_boomeramg_coarsen_pmis(
+        device, what, CF_init, rank, rows, blocks.getSize(), blocks.getData(), cfViews.getSize(),
+        cfViews.getData(), measureViews.getData(), graphViews.getData(),
+        cf.getLocalMatrix(-1).getData(), measure.getLocalMatrix(-1).getData(),
+        graph.getLocalMatrix(-1).getData(), size.device.getData());
+  };
+
+  step(COARSEN_PMIS_STEP_MEASURE);
+  if (!alone) {
+    measurePlan.reverseExchange(measure, [](const double& a, const double& b) { return a + b; });
+  }
+  G firstRow = 0;
+  A.getOwnerShipRange(&firstRow, nullptr);
+  const auto weights =
+      randomWeights(rank, static_cast<long>(firstRow), rows, CF_init == 2 || CF_init == 4)
+          .toDevice(device);
+  BlasOps<double, L>::axpy(device, rows, 1.0, weights.getData(),
+                           measure.getLocalMatrix(-1).getData());
+  step(COARSEN_PMIS_STEP_INITIAL);
+  exchange(cfPlan, cf);
+  exchange(measurePlan, measure);
+  exchange(graphPlan, graph);
+
+  for (int iter = 0;; ++iter) {
+    size.toHost();
+    long total = *size.host.getData();
+    MPI_Allreduce(MPI_IN_PLACE, &total, 1, MPI_LONG, MPI_SUM, comm);
+    if (total == 0) break;
+    if (CF_init != 1 || iter > 0) {
+      if (!alone) cfPlan.initReverseExchange();
+      step(COARSEN_PMIS_STEP_INDEPENDENT_SET);
+      if (!alone) {
+        cfPlan.reverseExchange(cf, [](const int&, const int& b) { return b; });
+      }
+      exchange(cfPlan, cf);
+    }
+    step(COARSEN_PMIS_STEP_MARK);
+    exchange(cfPlan, cf);
+    step(COARSEN_PMIS_STEP_UPDATE_GRAPH);
+    exchange(graphPlan, graph);
+  }
+}
+
+#define MIVO_INSTANCE(T) template class LevelTransferOps_RS<T, long, int>;
+MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
+#undef MIVO_INSTANCE
+
+}  // namespace mivo

@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Extended+i interpolation and truncation.
+
+#include <algorithm>
+
+#include "mivo/level_transfer/ruge_stuben/LevelTransferOps_RS.hpp"
+#include "mivo/level_transfer/ruge_stuben/coarse_columns.hpp"
+#include "mivo/level_transfer/ruge_stuben/extended_rows.hpp"
+#include "mivo/ops/SpLevelTransferOps.hpp"
+#include "mivo/utils/TickMeter.hpp"
+
+namespace mivo {
+namespace {
+
+/// Truncates `work`, whose entries are rearranged, into Pout.
+template <class T, class G, class L>
+void truncateInto(const CSRMatrixT<T, L>& work, double trunc_factor, int max_elmts, bool rescale,
+                  int nrm_type, CSRMatrixT<T, L>& Pout) {
+  if (work.getNnz() == 0) {
+    Pout = work;
+    return;
+  }
+  IndexVector begin, end;
+  begin.create(work.getRows(), 1, work.getDevice());
+  end.create(work.getRows(), 1, work.getDevice());
+  SpLevelTransferOps<T, G, L>::boomeramg_csr_truncate(
+      work.getDevice(), work.getRawMat(), static_cast<RealType<T>>(trunc_factor), max_elmts,
+      rescale, nrm_type, begin.getData(), end.getData());
+  CSRMatrixT<T, L> kept;
+  work.getSelectedCols(begin, end, kept, work.getCols());
+  Pout = kept;
+}
+
+}  // namespace
+
+template <class T, class G, class L>
+void LevelTransferOps_RS<T, G, L>::par_BoomerAMGCSRMatrixTruncate(const Local& P,
+                                                                  double trunc_factor,
+                                                                  int max_elmts, bool rescale,
+                                                                  int nrm_type, Local& Pout) {
+  Local work;
+  P.deepCopy(work);
+  truncateInto<T, G, L>(work, trunc_factor, max_elmts, rescale, nrm_type, Pout);
+}
+
+template <class T, class G, class L>
+void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
+    const Matrix& A, const Strength& S, const Marks& cf, int num_functions, const LocalMarks& dof,
+    double trunc_factor, int p_max_elmts, G& ncoarse, bool /*debug*/, Matrix& P) {
+  using Kernels = SpLevelTransferOps<T, G, L>;
+  const Device device = A.getDevice();
+  TickMeter whole, patterns, ghosts, counting, filling, truncating;
+  whole.start();
+
+  patterns.start();
+  const ExtendedRows<T, G, L> extended(A, S);
+  patterns.stop();
+
+  ghosts.start();
+  const auto marks = extended.exchange(cf);
+  const auto diagonal = extended.exchange(A.getDiag());
+  LocalMarks functions;
+  if (num_functions > 1 && dof.getSize() > 0) {
+    Marks own;
+    own.create(A.getRowPartitioner(), device, A.getComm());
+    own.setLocalMatrix({dof});
+    functions = extended.exchange(own);
+  }
+  ghosts.stop();
+
+  counting.start();
+  const L size = extended.a.getCols();
+  LocalMarks coarse;
+  IndexVector marker;
+  coarse.create(size, 1, device);
+  marker.create(size, 1, device);
+  const auto kernel = [&](const LocalMarks& numbers, auto view) {
+    Kernels::par_boomeramg_interpolation_extended_pi(
+        device, extended.a.getRawMat(), extended.s.getRawMat(), extended.first, extended.rows,
+        marks.getData(), diagonal.getData(),
+        functions.getSize() > 0 ? functions.getData() : nullptr, numbers.getData(), view,
+        marker.getData());
+  };
+  Local local;
+  local.resize(extended.rows, 0, device);
+  if (extended.rows > 0) kernel(coarse, local.getRawMat());
+  const auto ownMarks = cf.getLocalMatrix(-1).toDevice(Device());
+  const CoarseCount count(
+      A.getComm(), static_cast<int>(std::count_if(ownMarks.getData(),
+                                                  ownMarks.getData() + ownMarks.getSize(),
+                                                  [](int mark) { return mark >= 0; })));
+  ncoarse = static_cast<G>(count.all);
+  if (extended.isDistributed()) {
+    Marks numbers;
+    numbers.create(A.getRowPartitioner(), device, A.getComm());
+    const auto own = numbers.getLocalMatrix(-1);
+    if (extended.rows > 0) {
+      device.rawCopyTo(static_cast<std::size_t>(extended.rows) * sizeof(int),
+                       coarse.getData() + extended.first, device, own.getData());
+    }
+    Kernels::par_boomeramg_interpolation_add_rank_bias(device, extended.rows, count.before,
+                                                       own.getData());
+    coarse = extended.exchange(numbers);
+  }
+  counting.stop();
+
+  filling.start();
+  local.resizeNnz(local.evaluateNnzs(), static_cast<L>(ncoarse));
+  if (local.getNnz() > 0) kernel(coarse, local.getRawMat());
+  local.sortRows();
+  filling.stop();
+
+  truncating.start();
+  truncateInto<T, G, L>(local, trunc_factor, p_max_elmts, true, 0, local);
+  truncating.stop();
+  createProlongation(A, local, ncoarse, P);
+  whole.stop();
+  MIVO_LOG(3, true) << "par_BoomerAMGInterpolationExtendedPI time " << whole.getTimeSec()
+                    << " ghost_and_comm_pat_time " << patterns.getTimeSec() << " ghost_time "
+                    << ghosts.getTimeSec() << " get_non_zero_time " << counting.getTimeSec()
+                    << " fill_elem_time " << filling.getTimeSec() << " truncate_time "
+                    << truncating.getTimeSec();
+}
+
+#define MIVO_INSTANCE(T) template class LevelTransferOps_RS<T, long, int>;
+MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
+#undef MIVO_INSTANCE
+
+}  // namespace mivo

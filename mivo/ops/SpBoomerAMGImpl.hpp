@@ -1,0 +1,284 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "mivo/ops/block_rows.hpp"
+#include "mivo/ops/level_transfer_records.hpp"
+#include "mivo/ops/sparse_rows.hpp"
+
+namespace mivo {
+
+namespace sparse {
+
+/// What the strength of row i is measured by: the largest off-diagonal entry on the other side of
+/// zero than the diagonal d, and the sum of the row. Complex entries are ordered by their real part.
+template <class T>
+struct RowScale {
+  using R = RealType<T>;
+  T sum;
+  R scale = R(0);
+  bool negative;
+
+  MIVO_FUNCTION explicit RowScale(const T& d) : sum(d), negative(realPart(d) < R(0)) {}
+  MIVO_FUNCTION void add(const T& a) {
+    const R re = realPart(a);
+    if (negative ? re > scale : re < scale) scale = re;
+    sum += a;
+  }
+  MIVO_FUNCTION bool isStrong(const T& a, R threshold) const {
+    return negative ? realPart(a) > threshold : realPart(a) < threshold;
+  }
+};
+
+/// The value that belongs to a column of a block: one of this rank's own, or of its ghosts.
+template <class U, class L>
+MIVO_FUNCTION U* valueOfColumn(int part, L col, int own, U* values, L nviews,
+                               const COT_RawCommPattern<U, L>* views) {
+  if (part == own) return values + col;
+  const COT_RawCommPattern<U, L>* view = findGhosts(part, nviews, views);
+  return view != nullptr ? view->recv_x + col : nullptr;
+}
+
+/// The graph on which C points are chosen: this rank's points and its ghosts, whose values come
+/// through the halo exchange plans of marks, measures and membership.
+template <class L>
+struct PMISGraph {
+  int rank;
+  L rows;
+  L nblocks;
+  const COT_SpMVCSRRawMat<int, L>* blocks;  ///< strong entries alone
+  L nviews;
+  const COT_RawCommPattern<int, L>* cf_ghosts;
+  const COT_RawCommPattern<double, L>* measure_ghosts;
+  const COT_RawCommPattern<int, L>* graph_ghosts;
+  int* cf;
+  double* measure;
+  int* graph;  ///< 1 for points that are undecided
+
+  MIVO_FUNCTION bool hasRemoteEntry(L i) const {
+    for (L b = 0; b < nblocks; ++b) {
+      if (blocks[b].rank != rank && blocks[b].row_begin[i] < blocks[b].row_end[i]) return true;
+    }
+    return false;
+  }
+  MIVO_FUNCTION bool hasEntry(L i) const {
+    for (L b = 0; b < nblocks; ++b) {
+      if (blocks[b].row_begin[i] < blocks[b].row_end[i]) return true;
+    }
+    return false;
+  }
+};
+
+/// Each point counts for those that it depends on.
+template <class L>
+MIVO_FUNCTION void addMeasures(const PMISGraph<L>& g) {
+  using Block = COT_SpMVCSRRawMat<int, L>;
+  for (L i = 0; i < g.rows; ++i) {
+    loopLocalCol(i, g.rank, g.nblocks, g.blocks,
+                 [&](const Block& block, L k) { g.measure[block.col_idx[k]] += 1.0; });
+    loopRemoteCol(i, g.rank, g.nblocks, g.blocks, [&](const Block& block, L k) {
+      const auto* view = findGhosts(block.rank, g.nviews, g.measure_ghosts);
+      view->recv_x[block.col_idx[k]] += 1.0;
+      view->recv_write_flag[block.col_idx[k]] = 1;
+    });
+  }
+}
+
+/// Marks and membership at the start; returns the number of points in the graph. The measures have
+/// their random parts. Modes: 1 starts from the marks given, 3 and 4 make points without strong
+/// entries C points.
+template <class L>
+MIVO_FUNCTION L markInitially(const PMISGraph<L>& g, int mode) {
+  L size = 0;
+  for (L i = 0; i < g.rows; ++i) {
+    bool in = true;
+    int& mark = g.cf[i];
+    if (mode != 1) {
+      in = g.hasEntry(i);
+      mark = in ? 0 : mode == 3 || mode == 4 ? 1 : -3;
+      if (!in) g.measure[i] = 0.0;
+    } else if (mark == -3) {
+      in = false;
+      g.measure[i] = 0.0;
+    } else if (mark == -1) {
+      mark = 0;
+    } else if (mark == -2) {
+      in = g.measure[i] >= 1.0 || g.hasRemoteEntry(i);
+      mark = in ? 0 : -1;
+    }
+    g.graph[i] = in ? 1 : 0;
+    if (in) ++size;
+  }
+  return size;
+}
+
+/// Points that can be C points are marked 1, and of two strong neighbours the one of smaller measure
+/// 0 again. Equal measures leave both.
+template <class L>
+MIVO_FUNCTION void chooseIndependentSet(const PMISGraph<L>& g) {
+  using Block = COT_SpMVCSRRawMat<int, L>;
+  for (L i = 0; i < g.rows; ++i) {
+    if (g.graph[i] == 1 && g.measure[i] > 1.0) g.cf[i] = 1;
+  }
+  for (L v = 0; v < g.nviews; ++v) {
+    if (g.cf_ghosts[v].procId == g.rank) continue;
+    for (L k = 0; k < g.cf_ghosts[v].nzc_recv_size; ++k) {
+      const L c = g.cf_ghosts[v].nzc_recv_indices[k];
+      if (g.graph_ghosts[v].recv_x[c] == 1 && g.measure_ghosts[v].recv_x[c] > 1.0) {
+        g.cf_ghosts[v].recv_x[c] = 1;
+      }
+    }
+  }
+  for (L i = 0; i < g.rows; ++i) {
+    if (g.graph[i] != 1 || !(g.measure[i] > 1.0)) continue;
+    loopLocalCol(i, g.rank, g.nblocks, g.blocks, [&](const Block& block, L k) {
+      const L j = block.col_idx[k];
+      if (!(g.measure[j] > 1.0)) return;
+      if (g.measure[i] > g.measure[j]) {
+        g.cf[j] = 0;
+      } else if (g.measure[j] > g.measure[i]) {
+        g.cf[i] = 0;
+      }
+    });
+    loopRemoteCol(i, g.rank, g.nblocks, g.blocks, [&](const Block& block, L k) {
+      const L c = block.col_idx[k];
+      const auto* measures = findGhosts(block.rank, g.nviews, g.measure_ghosts);
+      if (!(measures->recv_x[c] > 1.0)) return;
+      if (g.measure[i] > measures->recv_x[c]) {
+        const auto* marks = findGhosts(block.rank, g.nviews, g.cf_ghosts);
+        marks->recv_x[c] = 0;
+        marks->recv_write_flag[c] = 1;
+      } else if (measures->recv_x[c] > g.measure[i]) {
+        g.cf[i] = 0;
+      }
+    });
+  }
+}
+
+/// Candidates that are left become C points, their neighbours F points.
+template <class L>
+MIVO_FUNCTION void markPoints(const PMISGraph<L>& g) {
+  using Block = COT_SpMVCSRRawMat<int, L>;
+  for (L i = 0; i < g.rows; ++i) {
+    if (g.graph[i] != 1) continue;
+    if (g.measure[i] < 1.0) g.cf[i] = -1;
+    if (g.cf[i] >= 1) {
+      g.cf[i] = 1;
+      continue;
+    }
+    for (L b = 0; b < g.nblocks; ++b) {
+      const Block& block = g.blocks[b];
+      for (L k = block.row_begin[i]; k < block.row_end[i]; ++k) {
+        const int* mark = valueOfColumn(block.rank, block.col_idx[k], g.rank, g.cf, g.nviews,
+                                        g.cf_ghosts);
+        if (*mark > 0) g.cf[i] = -1;
+      }
+    }
+  }
+}
+
+/// Decided points leave the graph, ghosts too; returns the number of own points that stay.
+template <class L>
+MIVO_FUNCTION L updateGraph(const PMISGraph<L>& g) {
+  L size = 0;
+  for (L i = 0; i < g.rows; ++i) {
+    if (g.graph[i] != 1) continue;
+    if (g.cf[i] == 0) {
+      ++size;
+    } else {
+      g.graph[i] = 0;
+      g.measure[i] = 0.0;
+    }
+  }
+  for (L v = 0; v < g.nviews; ++v) {
+    if (g.cf_ghosts[v].procId == g.rank) continue;
+    for (L k = 0; k < g.cf_ghosts[v].nzc_recv_size; ++k) {
+      const L c = g.cf_ghosts[v].nzc_recv_indices[k];
+      if (g.graph_ghosts[v].recv_x[c] != 1 || g.cf_ghosts[v].recv_x[c] == 0) continue;
+      g.graph_ghosts[v].recv_x[c] = 0;
+      g.measure_ghosts[v].recv_x[c] = 0.0;
+    }
+  }
+  return size;
+}
+
+}  // namespace sparse
+
+/// Bodies of the kernels of classical strength and of coarsening by parallel modified independent
+/// sets (De Sterck, Yang and Heys 2006).
+template <class T, class L, class Space>
+class SpBoomerAMGImpl {
+ public:
+  using R = RealType<T>;
+  using Block = COT_SpMVCSRRawMat<T, L>;
+  using StrengthBlock = COT_SpMVCSRRawMat<int, L>;
+  using Ghosts = COT_RawCommPattern<int, L>;
+  using MeasureGhosts = COT_RawCommPattern<double, L>;
+  using Policy = spm::RangePolicy<Space>;
+
+  static void par_boomeramg_strength(Space& space, int rank, L rows, L nblocks, const Block* a,
+                                     const StrengthBlock* s, const T* d, R strong_threshold,
+                                     R max_row_sum, const int* dof, L nviews, const Ghosts* views);
+  static void par_boomeramg_coarsen_pmis(Space& space, CoarsenPMISStep step, int mode, int rank,
+                                         L rows, L nblocks, const StrengthBlock* s, L nviews,
+                                         const Ghosts* cf_ghosts,
+                                         const MeasureGhosts* measure_ghosts,
+                                         const Ghosts* graph_ghosts, int* cf, double* measure,
+                                         int* graph, int* size);
+};
+
+template <class T, class L, class Space>
+void SpBoomerAMGImpl<T, L, Space>::par_boomeramg_strength(
+    Space& space, int rank, L rows, L nblocks, const Block* a, const StrengthBlock* s, const T* d,
+    R strong_threshold, R max_row_sum, const int* dof, L nviews, const Ghosts* views) {
+  spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(L i) {
+    // Entries that take part: off the diagonal, and of the same function.
+    const auto counts = [&](const Block& block, L k) {
+      const L c = block.col_idx[k];
+      if (sparse::onDiagonal(block, i, c)) return false;
+      return dof == nullptr ||
+             *sparse::valueOfColumn(block.rank, c, rank, const_cast<int*>(dof), nviews, views) ==
+                 dof[i];
+    };
+    sparse::RowScale<T> row(d[i]);
+    sparse::rsLoopAllCol(i, nblocks, a, s, [&](const Block& block, const StrengthBlock& out, L k) {
+      out.values[k] = 0;
+      if (counts(block, k)) row.add(block.values[k]);
+    });
+    if (max_row_sum < R(1) && abs(row.sum) > abs(d[i]) * max_row_sum) return;
+    const R threshold = row.scale * strong_threshold;
+    sparse::rsLoopAllCol(i, nblocks, a, s, [&](const Block& block, const StrengthBlock& out, L k) {
+      if (counts(block, k) && row.isStrong(block.values[k], threshold)) out.values[k] = 1;
+    });
+  });
+}
+
+template <class T, class L, class Space>
+void SpBoomerAMGImpl<T, L, Space>::par_boomeramg_coarsen_pmis(
+    Space& space, CoarsenPMISStep step, int mode, int rank, L rows, L nblocks,
+    const StrengthBlock* s, L nviews, const Ghosts* cf_ghosts, const MeasureGhosts* measure_ghosts,
+    const Ghosts* graph_ghosts, int* cf, double* measure, int* graph, int* size) {
+  spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
+    const sparse::PMISGraph<L> g{rank,      rows,           nblocks,      s,  nviews,
+                                 cf_ghosts, measure_ghosts, graph_ghosts, cf, measure,
+                                 graph};
+    switch (step) {
+      case COARSEN_PMIS_STEP_MEASURE:
+        sparse::addMeasures(g);
+        break;
+      case COARSEN_PMIS_STEP_INITIAL:
+        *size = sparse::markInitially(g, mode);
+        break;
+      case COARSEN_PMIS_STEP_INDEPENDENT_SET:
+        sparse::chooseIndependentSet(g);
+        break;
+      case COARSEN_PMIS_STEP_MARK:
+        sparse::markPoints(g);
+        break;
+      case COARSEN_PMIS_STEP_UPDATE_GRAPH:
+        *size = sparse::updateGraph(g);
+        break;
+    }
+  });
+}
+
+}  // namespace mivo

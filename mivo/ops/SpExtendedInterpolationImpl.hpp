@@ -1,0 +1,296 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "mivo/ops/sparse_rows.hpp"
+
+namespace mivo {
+
+namespace sparse {
+
+/// A matrix and its splitting, with the neighbourhood that the interpolation of this rank's rows
+/// needs: rows and columns have the same numbers, ascending like the global ones, of which this
+/// rank's own are [first, first + rows). Rows that are not needed are empty.
+template <class T, class L>
+struct ExtendedMatrix {
+  COT_CSRRawMat<T, L> a;
+  COT_CSRRawMat<int, L> s;  ///< nonzero values are strong
+  L first;
+  L rows;
+  const int* cf;      ///< C points at least 0, -3 without strong entries, F points otherwise
+  const T* diagonal;  ///< of A
+  const int* dof;     ///< function of each point, null when there is one
+};
+
+/// Visits the interpolatory set of row i: its strong C neighbours and those of its strong F
+/// neighbours. `onC(point)`, `onF(point)` before the neighbours of that.
+template <class T, class L, class OnC, class OnF>
+MIVO_FUNCTION void visitExtendedSet(const ExtendedMatrix<T, L>& m, L i, const OnC& onC,
+                                    const OnF& onF) {
+  for (L k = m.s.row_begin[i]; k < m.s.row_end[i]; ++k) {
+    if (m.s.values[k] == 0) continue;
+    const L j = m.s.col_idx[k];
+    if (m.cf[j] >= 0) {
+      onC(j);
+    } else if (m.cf[j] != -3) {
+      onF(j);
+      for (L q = m.s.row_begin[j]; q < m.s.row_end[j]; ++q) {
+        if (m.s.values[q] != 0 && m.cf[m.s.col_idx[q]] >= 0) onC(m.s.col_idx[q]);
+      }
+    }
+  }
+}
+
+/// Gives the share a of the strong F neighbour j of row i to those neighbours of j that are in the
+/// interpolatory set, and to i itself, on whose diagonal it counts.
+template <class T, class L>
+MIVO_FUNCTION void distribute(const ExtendedMatrix<T, L>& m, L i, L j, const T& a, L begin,
+                              const L* marker, T* values, T& diagonal) {
+  using R = RealType<T>;
+  const bool negative = realPart(m.diagonal[j]) < R(0);
+  const auto counts = [&](L k) {
+    const L c = m.a.col_idx[k];
+    const R re = realPart(m.a.values[k]);
+    return c != j && (negative ? -re < R(0) : re < R(0)) && (marker[c] >= begin || c == i);
+  };
+  T sum(0);
+  for (L k = m.a.row_begin[j]; k < m.a.row_end[j]; ++k) {
+    if (counts(k)) sum += m.a.values[k];
+  }
+  if (isZero(sum)) {
+    diagonal += a;
+    return;
+  }
+  const T share = a / sum;
+  for (L k = m.a.row_begin[j]; k < m.a.row_end[j]; ++k) {
+    if (!counts(k)) continue;
+    const L c = m.a.col_idx[k];
+    // The row itself is no C point, so that it is not in the set.
+    if (c == i) {
+      diagonal += share * m.a.values[k];
+    } else {
+      values[marker[c]] += share * m.a.values[k];
+    }
+  }
+}
+
+/// Sorts the n pairs from the largest modulus down: the middle element is the pivot, and greater
+/// ones move before it. Parts do not depend on each other, so that the longer one waits.
+template <class T, class L>
+MIVO_FUNCTION void quicksortByAbs(L* col_idx, T* values, L left, L right) {
+  const auto swap = [&](L x, L y) {
+    const L c = col_idx[x];
+    const T v = values[x];
+    col_idx[x] = col_idx[y];
+    values[x] = values[y];
+    col_idx[y] = c;
+    values[y] = v;
+  };
+  L waiting[2 * 64];
+  int depth = 0;
+  for (;;) {
+    if (left >= right) {
+      if (depth == 0) return;
+      --depth;
+      left = waiting[2 * depth];
+      right = waiting[2 * depth + 1];
+      continue;
+    }
+    swap(left, left + (right - left) / 2);
+    const RealType<T> pivot = abs(values[left]);
+    L last = left;
+    for (L k = left + 1; k <= right; ++k) {
+      if (abs(values[k]) > pivot) swap(++last, k);
+    }
+    swap(left, last);
+    const bool leftIsLonger = last - left > right - last;
+    waiting[2 * depth] = leftIsLonger ? left : last + 1;
+    waiting[2 * depth + 1] = leftIsLonger ? last - 1 : right;
+    ++depth;
+    if (leftIsLonger) {
+      left = last + 1;
+    } else {
+      right = last - 1;
+    }
+  }
+}
+
+/// Scales the first n entries of a row so that they sum up to `whole`, when their sum is another
+/// one and not 0.
+template <class T, class L>
+MIVO_FUNCTION void rescaleTo(const T& whole, const T& kept, L n, T* values) {
+  if (isZero(kept) || whole == kept) return;
+  const T factor = whole / kept;
+  for (L k = 0; k < n; ++k) values[k] *= factor;
+}
+
+}  // namespace sparse
+
+/// Bodies of the kernels of extended+i interpolation (De Sterck, Falgout, Nolting and Yang 2008) and
+/// of truncation.
+template <class T, class L, class Space>
+class SpExtendedInterpolationImpl {
+ public:
+  using R = RealType<T>;
+  using View = COT_CSRRawMat<T, L>;
+  using StrengthView = COT_CSRRawMat<int, L>;
+  using Policy = spm::RangePolicy<Space>;
+
+  static void par_boomeramg_interpolation_extended_pi(Space& space, View a, StrengthView s, L first,
+                                                      L rows, const int* cf, const T* diagonal,
+                                                      const int* dof, int* coarse, View p,
+                                                      L* marker);
+  static void par_boomeramg_interpolation_add_rank_bias(Space& space, L n, int bias, int* coarse);
+  static void boomeramg_csr_truncate(Space& space, View p, R trunc_factor, int max_elmts,
+                                     bool rescale, int nrm_type, L* begin, L* end);
+  static void hypre_qsort2_abs(Space& space, L* col_idx, T* values, L left, L right);
+  static void extendedCount(Space& space, sparse::ExtendedMatrix<T, L> m, int* coarse, View p,
+                            L* marker);
+  static void extendedFill(Space& space, sparse::ExtendedMatrix<T, L> m, const int* coarse, View p,
+                           L* marker);
+};
+
+template <class T, class L, class Space>
+void SpExtendedInterpolationImpl<T, L, Space>::par_boomeramg_interpolation_extended_pi(
+    Space& space, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
+    const int* dof, int* coarse, View p, L* marker) {
+  const sparse::ExtendedMatrix<T, L> m{a, s, first, rows, cf, diagonal, dof};
+  if (sparse::counting(p.col_idx, p.values)) {
+    extendedCount(space, m, coarse, p, marker);
+  } else {
+    extendedFill(space, m, coarse, p, marker);
+  }
+}
+
+template <class T, class L, class Space>
+void SpExtendedInterpolationImpl<T, L, Space>::extendedCount(Space& space,
+                                                             sparse::ExtendedMatrix<T, L> m,
+                                                             int* coarse, View p, L* marker) {
+  spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
+    for (L c = 0; c < m.a.cols; ++c) marker[c] = -1;
+    int ncoarse = 0;
+    for (L row = 0; row < m.rows; ++row) {
+      const L i = m.first + row;
+      coarse[i] = m.cf[i] >= 0 ? ncoarse++ : -1;
+      L n = m.cf[i] >= 0 ? 1 : 0;
+      if (m.cf[i] < 0 && m.cf[i] != -3) {
+        sparse::visitExtendedSet(
+            m, i,
+            [&](L c) {
+              if (marker[c] == row) return;
+              marker[c] = row;
+              ++n;
+            },
+            [](L) {});
+      }
+      p.row_begin[row + 1] = n;
+    }
+  });
+  sparse::prefixSum(space, m.rows, p.row_begin);
+}
+
+template <class T, class L, class Space>
+void SpExtendedInterpolationImpl<T, L, Space>::extendedFill(Space& space,
+                                                            sparse::ExtendedMatrix<T, L> m,
+                                                            const int* coarse, View p, L* marker) {
+  spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
+    for (L c = 0; c < m.a.cols; ++c) marker[c] = -1;
+    L strongF = -2;  // the mark of this row's strong F neighbours
+    for (L row = 0; row < m.rows; ++row, --strongF) {
+      const L i = m.first + row;
+      const L begin = p.row_begin[row];
+      L next = begin;
+      if (m.cf[i] >= 0) {
+        p.col_idx[next] = coarse[i];
+        p.values[next] = T(1);
+        continue;
+      }
+      if (m.cf[i] == -3) continue;
+      sparse::visitExtendedSet(
+          m, i,
+          [&](L c) {
+            if (marker[c] >= begin) return;
+            marker[c] = next;
+            p.col_idx[next] = coarse[c];
+            p.values[next] = T(0);
+            ++next;
+          },
+          [&](L f) { marker[f] = strongF; });
+
+      T diagonal = m.diagonal[i];
+      for (L k = m.a.row_begin[i]; k < m.a.row_end[i]; ++k) {
+        const L j = m.a.col_idx[k];
+        if (j == i) continue;
+        if (marker[j] >= begin) {
+          p.values[marker[j]] += m.a.values[k];
+        } else if (marker[j] == strongF) {
+          sparse::distribute(m, i, j, m.a.values[k], begin, marker, p.values, diagonal);
+        } else if (m.cf[j] != -3 && (m.dof == nullptr || m.dof[i] == m.dof[j])) {
+          diagonal += m.a.values[k];
+        }
+      }
+      for (L k = begin; k < next; ++k) p.values[k] = -p.values[k] / diagonal;
+    }
+  });
+}
+
+template <class T, class L, class Space>
+void SpExtendedInterpolationImpl<T, L, Space>::par_boomeramg_interpolation_add_rank_bias(
+    Space& space, L n, int bias, int* coarse) {
+  spm::parallel_for(Policy(space, 0, n), [=] MIVO_FUNCTION(L i) {
+    if (coarse[i] >= 0) coarse[i] += bias;
+  });
+}
+
+template <class T, class L, class Space>
+void SpExtendedInterpolationImpl<T, L, Space>::boomeramg_csr_truncate(Space& space, View p,
+                                                                      R trunc_factor, int max_elmts,
+                                                                      bool rescale, int nrm_type,
+                                                                      L* begin, L* end) {
+  spm::parallel_for(Policy(space, 0, p.rows), [=] MIVO_FUNCTION(L i) {
+    L* const col_idx = p.col_idx + p.row_begin[i];
+    T* const values = p.values + p.row_begin[i];
+    L n = p.row_end[i] - p.row_begin[i];
+    if (trunc_factor > R(0)) {
+      R norm(0);
+      T whole(0), kept(0);
+      for (L k = 0; k < n; ++k) {
+        const R v = abs(values[k]);
+        norm = nrm_type == 0 ? (v > norm ? v : norm) : norm + (nrm_type == 1 ? v : v * v);
+        whole += values[k];
+      }
+      if (nrm_type == 2) norm = std::sqrt(norm);
+      L used = 0;
+      for (L k = 0; k < n; ++k) {
+        if (!(abs(values[k]) >= norm * trunc_factor)) continue;
+        kept += values[k];
+        col_idx[used] = col_idx[k];
+        values[used] = values[k];
+        ++used;
+      }
+      n = used;
+      if (rescale) sparse::rescaleTo(whole, kept, n, values);
+    }
+    if (max_elmts >= 1 && n > max_elmts) {
+      T whole(0), kept(0);
+      sparse::quicksortByAbs(col_idx, values, L(0), n - 1);
+      for (L k = 0; k < n; ++k) {
+        whole += values[k];
+        if (k < max_elmts) kept += values[k];
+      }
+      n = max_elmts;
+      if (rescale) sparse::rescaleTo(whole, kept, n, values);
+    }
+    begin[i] = p.row_begin[i];
+    end[i] = p.row_begin[i] + n;
+  });
+}
+
+template <class T, class L, class Space>
+void SpExtendedInterpolationImpl<T, L, Space>::hypre_qsort2_abs(Space& space, L* col_idx, T* values,
+                                                                L left, L right) {
+  spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
+    sparse::quicksortByAbs(col_idx, values, left, right);
+  });
+}
+
+}  // namespace mivo

@@ -1,0 +1,403 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <limits>
+
+#include "mivo/ops/SpBoomerAMGImpl.hpp"
+#include "mivo/ops/sparse_rows.hpp"
+
+namespace mivo {
+
+namespace sparse {
+
+/// One row of direct interpolation (Ruge and Stueben 1987). `visit(f)` calls f(value, isDiagonal,
+/// isStrongC, coarse) for the entries of the row. Entries are ordered by their real part.
+template <class T>
+struct DirectRow {
+  using R = RealType<T>;
+  bool truncates;
+  R low = R(0);   ///< eps_trunc times the least strong C entry, at most 0
+  R high = R(0);  ///< eps_trunc times the greatest one, at least 0
+
+  /// Whether a strong C entry stays.
+  MIVO_FUNCTION bool keeps(const T& v) const {
+    return !truncates || realPart(v) < low || realPart(v) > high;
+  }
+
+  template <class Visit>
+  MIVO_FUNCTION void findBounds(const Visit& visit, R eps_trunc) {
+    if (!truncates) return;
+    R least(0), greatest(0);
+    visit([&](const T& v, bool, bool strongC, int) {
+      if (!strongC) return;
+      if (realPart(v) < least) least = realPart(v);
+      if (realPart(v) > greatest) greatest = realPart(v);
+    });
+    low = eps_trunc * least;
+    high = eps_trunc * greatest;
+  }
+
+  /// Factors of the negative and of the positive entries.
+  template <class Visit>
+  MIVO_FUNCTION void findFactors(const Visit& visit, T* alpha, T* beta) const {
+    constexpr R eps = static_cast<R>(1.0 / (1LL << 26) / (1LL << 26));  // 2^-52
+    T dia(0), a_num(0), a_den(0), b_num(0), b_den(0), d_neg(0), d_pos(0);
+    visit([&](const T& v, bool isDiagonal, bool strongC, int) {
+      if (isDiagonal) {
+        dia += v;
+      } else if (realPart(v) < R(0)) {
+        a_num += v;
+        if (strongC) a_den += v;
+        if (strongC && truncates && realPart(v) > low) d_neg += v;
+      } else {
+        b_num += v;
+        if (strongC) b_den += v;
+        if (strongC && truncates && realPart(v) < high) d_pos += v;
+      }
+    });
+    R cf_neg(1), cf_pos(1);
+    if (truncates) {
+      if (abs(a_den - d_neg) > eps) cf_neg = abs(a_den) / abs(a_den - d_neg);
+      if (abs(b_den - d_pos) > eps) cf_pos = abs(b_den) / abs(b_den - d_pos);
+    }
+    if (realPart(b_num) > R(0) && abs(b_den) < eps) dia += b_num;
+    *alpha = abs(a_den) > eps ? T(-cf_neg * abs(a_num)) / (dia * T(abs(a_den))) : T(0);
+    *beta = abs(b_den) > eps ? T(-cf_pos * abs(b_num)) / (dia * T(abs(b_den))) : T(0);
+  }
+
+  /// Entries of a row of P.
+  template <class Visit>
+  MIVO_FUNCTION int count(const Visit& visit) const {
+    int n = 0;
+    visit([&](const T& v, bool, bool strongC, int) { n += strongC && keeps(v) ? 1 : 0; });
+    return n;
+  }
+  template <class Visit, class L>
+  MIVO_FUNCTION void fill(const Visit& visit, L at, L* col_idx, T* values) const {
+    T alpha, beta;
+    findFactors(visit, &alpha, &beta);
+    visit([&](const T& v, bool, bool strongC, int coarse) {
+      if (!strongC || !keeps(v)) return;
+      col_idx[at] = coarse;
+      values[at] = (realPart(v) < R(0) ? alpha : beta) * v;
+      ++at;
+    });
+  }
+};
+
+/// The rows of a local matrix and its strength, which has the same pattern.
+template <class T, class L>
+struct LocalRows {
+  COT_CSRRawMat<T, L> a;
+  COT_CSRRawMat<int, L> s;
+  const int* cf;
+  const int* cidx;
+  int cmark;
+
+  template <class F>
+  MIVO_FUNCTION void operator()(L i, const F& f) const {
+    for (L k = a.row_begin[i]; k < a.row_end[i]; ++k) {
+      const L j = a.col_idx[k];
+      f(a.values[k], j == i, j != i && s.values[k] != 0 && cf[j] == cmark, cidx[j]);
+    }
+  }
+};
+
+/// The rows of a distributed matrix. S is sorted by column as A is, and may lack entries and blocks:
+/// an entry is strong where S has a nonzero in its column.
+template <class T, class L>
+struct BlockRows {
+  int rank;
+  L nblocks;
+  const COT_SpMVCSRRawMat<T, L>* a;
+  L nstrong;
+  const COT_SpMVCSRRawMat<int, L>* s;
+  L nviews;
+  const COT_RawCommPattern<int, L>* cf_ghosts;
+  const COT_RawCommPattern<int, L>* cidx_ghosts;
+  int* cf;
+  int* cidx;
+  int cmark;
+
+  template <class F>
+  MIVO_FUNCTION void operator()(L i, const F& f) const {
+    for (L b = 0; b < nblocks; ++b) {
+      const COT_SpMVCSRRawMat<T, L>& block = a[b];
+      const COT_SpMVCSRRawMat<int, L>* strong = nullptr;
+      for (L q = 0; q < nstrong; ++q) {
+        if (s[q].rank == block.rank) strong = s + q;
+      }
+      L at = strong != nullptr ? strong->row_begin[i] : L(0);
+      const L end = strong != nullptr ? strong->row_end[i] : L(0);
+      for (L k = block.row_begin[i]; k < block.row_end[i]; ++k) {
+        const L j = block.col_idx[k];
+        while (at < end && strong->col_idx[at] < j) ++at;
+        const bool isStrong = at < end && strong->col_idx[at] == j && strong->values[at] != 0;
+        const bool diagonal = onDiagonal(block, i, j);
+        bool strongC = false;
+        int coarse = -1;
+        if (isStrong && !diagonal) {
+          strongC = *valueOfColumn(block.rank, j, rank, cf, nviews, cf_ghosts) == cmark;
+          if (strongC) coarse = *valueOfColumn(block.rank, j, rank, cidx, nviews, cidx_ghosts);
+        }
+        f(block.values[k], diagonal, strongC, coarse);
+      }
+    }
+  }
+};
+
+/// The nodes of the classical splitting in buckets by their weight: those of bucket l have the ranks
+/// [ptr[l], ptr[l] + cnt[l]).
+template <class L>
+struct WeightBuckets {
+  L* lambda;
+  L* ptr;
+  L* cnt;
+  L* i2n;  ///< node of a rank
+  L* n2i;  ///< rank of a node
+
+  MIVO_FUNCTION void exchange(L node, L place) const {
+    const L from = n2i[node];
+    const L other = i2n[place];
+    i2n[from] = other;
+    n2i[other] = from;
+    i2n[place] = node;
+    n2i[node] = place;
+  }
+  MIVO_FUNCTION void moveUp(L j) const {
+    const L l = lambda[j];
+    exchange(j, ptr[l] + cnt[l] - 1);
+    --cnt[l];
+    ++cnt[l + 1];
+    ptr[l + 1] = ptr[l] + cnt[l];
+    lambda[j] = l + 1;
+  }
+  MIVO_FUNCTION void moveDown(L j) const {
+    const L l = lambda[j];
+    exchange(j, ptr[l]);
+    --cnt[l];
+    ++cnt[l - 1];
+    ++ptr[l];
+    lambda[j] = l - 1;
+  }
+};
+
+}  // namespace sparse
+
+/// Bodies of the kernels of classical coarsening (Ruge and Stueben 1987): marks 'C', 'F' and 'U' for
+/// undecided.
+template <class T, class L, class Space>
+class SpRugeStubenImpl {
+ public:
+  using R = RealType<T>;
+  using View = COT_CSRRawMat<T, L>;
+  using StrengthView = COT_CSRRawMat<int, L>;
+  using Block = COT_SpMVCSRRawMat<T, L>;
+  using StrengthBlock = COT_SpMVCSRRawMat<int, L>;
+  using Ghosts = COT_RawCommPattern<int, L>;
+  using Policy = spm::RangePolicy<Space>;
+
+  static void rs_connect(Space& space, View a, R eps_strong, StrengthView s, int* cf);
+  static void par_rs_connect(Space& space, L rows, L nblocks, const Block* a, R eps_strong,
+                             const StrengthBlock* s, int* cf);
+  static void rs_cfsplit(Space& space, StrengthView s, StrengthView st, int* cf, L* lambda, L* ptr,
+                         L* cnt, L* i2n, L* n2i);
+  static void par_rs_cfsplit(Space& space, StrengthView s, StrengthView st, int* cf, L* lambda,
+                             L* ptr, L* cnt, L* i2n, L* n2i);
+  static void rs_interpolation(Space& space, View a, StrengthView s, const int* cf, bool do_trunc,
+                               R eps_trunc, int cmark, int* cidx, int* ncoarse, R* bounds, View p);
+  static void par_rs_interpolation(Space& space, bool counts, int rank, L rows, L nblocks,
+                                   const Block* a, L nstrong, const StrengthBlock* s, L nviews,
+                                   const Ghosts* cf_ghosts, const Ghosts* cidx_ghosts, int* cf,
+                                   bool do_trunc, R eps_trunc, int cmark, int* cidx, int* ncoarse,
+                                   R* bounds, View p);
+  static void numberCoarse(Space& space, L rows, const int* cf, int cmark, int* cidx, int* ncoarse);
+  template <class Rows>
+  static void directCount(Space& space, L rows, Rows visitRow, const int* cf, int cmark,
+                          bool do_trunc, R eps_trunc, R* bounds, L* rowptr);
+  template <class Rows>
+  static void directFill(Space& space, L rows, Rows visitRow, const int* cf, int cmark,
+                         const int* cidx, bool do_trunc, const R* bounds, View p);
+};
+
+template <class T, class L, class Space>
+void SpRugeStubenImpl<T, L, Space>::par_rs_connect(Space& space, L rows, L nblocks, const Block* a,
+                                                   R eps_strong, const StrengthBlock* s, int* cf) {
+  spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(L i) {
+    constexpr R tiny = static_cast<R>(1.0 / (1LL << 26) / (1LL << 25));  // 2^-51
+    bool empty = true;
+    R least(0);
+    sparse::rsLoopAllCol(i, nblocks, a, s, [&](const Block& block, const StrengthBlock& out, L k) {
+      empty = false;
+      out.values[k] = 0;
+      const R v = realPart(block.values[k]);
+      if (!sparse::onDiagonal(block, i, block.col_idx[k]) && v < least) least = v;
+    });
+    if (empty || abs(least) < tiny) {
+      cf[i] = 'F';
+      return;
+    }
+    least = least * eps_strong;
+    sparse::rsLoopAllCol(i, nblocks, a, s, [&](const Block& block, const StrengthBlock& out, L k) {
+      const bool diagonal = sparse::onDiagonal(block, i, block.col_idx[k]);
+      if (!diagonal && realPart(block.values[k]) < least) out.values[k] = 1;
+    });
+  });
+}
+
+template <class T, class L, class Space>
+void SpRugeStubenImpl<T, L, Space>::rs_connect(Space& space, View a, R eps_strong, StrengthView s,
+                                               int* cf) {
+  spm::parallel_for(Policy(space, 0, a.rows), [=] MIVO_FUNCTION(L i) {
+    constexpr R tiny = static_cast<R>(1.0 / (1LL << 26) / (1LL << 25));  // 2^-51
+    R least(0);
+    for (L k = a.row_begin[i]; k < a.row_end[i]; ++k) {
+      s.values[k] = 0;
+      const R v = realPart(a.values[k]);
+      if (a.col_idx[k] != i && v < least) least = v;
+    }
+    if (a.row_begin[i] == a.row_end[i] || abs(least) < tiny) {
+      cf[i] = 'F';
+      return;
+    }
+    least = least * eps_strong;
+    for (L k = a.row_begin[i]; k < a.row_end[i]; ++k) {
+      if (a.col_idx[k] != i && realPart(a.values[k]) < least) s.values[k] = 1;
+    }
+  });
+}
+
+template <class T, class L, class Space>
+void SpRugeStubenImpl<T, L, Space>::rs_cfsplit(Space& space, StrengthView s, StrengthView st,
+                                               int* cf, L* lambda, L* ptr, L* cnt, L* i2n, L* n2i) {
+  spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
+    const sparse::WeightBuckets<L> buckets{lambda, ptr, cnt, i2n, n2i};
+    const L n = s.rows;
+    const L most = 2 * n;  // an undecided dependant weighs 1, another one 2
+    for (L l = 0; l <= most + 1; ++l) ptr[l] = cnt[l] = 0;
+    for (L i = 0; i < n; ++i) {
+      L weight = 0;
+      for (L k = st.row_begin[i]; k < st.row_end[i]; ++k) {
+        weight += cf[st.col_idx[k]] == 'U' ? 1 : 2;
+      }
+      lambda[i] = weight;
+      ++ptr[weight + 1];
+    }
+    for (L l = 0; l <= most; ++l) ptr[l + 1] += ptr[l];
+    for (L i = 0; i < n; ++i) {
+      const L place = ptr[lambda[i]] + cnt[lambda[i]]++;
+      i2n[place] = i;
+      n2i[i] = place;
+    }
+    for (L top = n - 1; top >= 0; --top) {
+      const L i = i2n[top];
+      if (lambda[i] == 0) {
+        for (L j = 0; j < n; ++j) {
+          if (cf[j] == 'U') cf[j] = 'C';
+        }
+        break;
+      }
+      --cnt[lambda[i]];
+      if (cf[i] == 'F') continue;
+      cf[i] = 'C';
+      for (L k = st.row_begin[i]; k < st.row_end[i]; ++k) {
+        const L c = st.col_idx[k];
+        if (cf[c] != 'U') continue;
+        cf[c] = 'F';
+        for (L q = s.row_begin[c]; q < s.row_end[c]; ++q) {
+          const L j = s.col_idx[q];
+          if (s.values[q] != 0 && cf[j] == 'U' && lambda[j] + 1 < n) buckets.moveUp(j);
+        }
+      }
+      for (L k = s.row_begin[i]; k < s.row_end[i]; ++k) {
+        const L c = s.col_idx[k];
+        if (s.values[k] != 0 && cf[c] == 'U' && lambda[c] > 0) buckets.moveDown(c);
+      }
+    }
+  });
+}
+
+template <class T, class L, class Space>
+void SpRugeStubenImpl<T, L, Space>::par_rs_cfsplit(Space& space, StrengthView s, StrengthView st,
+                                                   int* cf, L* lambda, L* ptr, L* cnt, L* i2n,
+                                                   L* n2i) {
+  rs_cfsplit(space, s, st, cf, lambda, ptr, cnt, i2n, n2i);
+}
+
+template <class T, class L, class Space>
+void SpRugeStubenImpl<T, L, Space>::numberCoarse(Space& space, L rows, const int* cf, int cmark,
+                                                 int* cidx, int* ncoarse) {
+  spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
+    int n = 0;
+    for (L i = 0; i < rows; ++i) cidx[i] = cf[i] == cmark ? n++ : -1;
+    *ncoarse = n;
+  });
+}
+
+template <class T, class L, class Space>
+template <class Rows>
+void SpRugeStubenImpl<T, L, Space>::directCount(Space& space, L rows, Rows visitRow, const int* cf,
+                                                int cmark, bool do_trunc, R eps_trunc, R* bounds,
+                                                L* rowptr) {
+  spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(L i) {
+    if (cf[i] == cmark) {
+      rowptr[i + 1] = 1;
+      return;
+    }
+    const auto visit = [&](const auto& f) { visitRow(i, f); };
+    sparse::DirectRow<T> row{do_trunc};
+    row.findBounds(visit, eps_trunc);
+    bounds[2 * i] = row.low;
+    bounds[2 * i + 1] = row.high;
+    rowptr[i + 1] = row.count(visit);
+  });
+  sparse::prefixSum(space, rows, rowptr);
+}
+
+template <class T, class L, class Space>
+template <class Rows>
+void SpRugeStubenImpl<T, L, Space>::directFill(Space& space, L rows, Rows visitRow, const int* cf,
+                                               int cmark, const int* cidx, bool do_trunc,
+                                               const R* bounds, View p) {
+  spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(L i) {
+    const L at = p.row_begin[i];
+    if (cf[i] == cmark) {
+      p.col_idx[at] = cidx[i];
+      p.values[at] = T(1);
+      return;
+    }
+    const sparse::DirectRow<T> row{do_trunc, bounds[2 * i], bounds[2 * i + 1]};
+    row.fill([&](const auto& f) { visitRow(i, f); }, at, p.col_idx, p.values);
+  });
+}
+
+template <class T, class L, class Space>
+void SpRugeStubenImpl<T, L, Space>::rs_interpolation(Space& space, View a, StrengthView s,
+                                                     const int* cf, bool do_trunc, R eps_trunc,
+                                                     int cmark, int* cidx, int* ncoarse, R* bounds,
+                                                     View p) {
+  const sparse::LocalRows<T, L> rows{a, s, cf, cidx, cmark};
+  if (sparse::counting(p.col_idx, p.values)) {
+    numberCoarse(space, a.rows, cf, cmark, cidx, ncoarse);
+    directCount(space, a.rows, rows, cf, cmark, do_trunc, eps_trunc, bounds, p.row_begin);
+  } else {
+    directFill(space, a.rows, rows, cf, cmark, cidx, do_trunc, bounds, p);
+  }
+}
+
+template <class T, class L, class Space>
+void SpRugeStubenImpl<T, L, Space>::par_rs_interpolation(
+    Space& space, bool counts, int rank, L rows, L nblocks, const Block* a, L nstrong,
+    const StrengthBlock* s, L nviews, const Ghosts* cf_ghosts, const Ghosts* cidx_ghosts, int* cf,
+    bool do_trunc, R eps_trunc, int cmark, int* cidx, int* ncoarse, R* bounds, View p) {
+  const sparse::BlockRows<T, L> all{rank,      nblocks,     a,  nstrong, s,    nviews,
+                                    cf_ghosts, cidx_ghosts, cf, cidx,    cmark};
+  if (counts) {
+    numberCoarse(space, rows, cf, cmark, cidx, ncoarse);
+    directCount(space, rows, all, cf, cmark, do_trunc, eps_trunc, bounds, p.row_begin);
+  } else {
+    directFill(space, rows, all, cf, cmark, cidx, do_trunc, bounds, p);
+  }
+}
+
+}  // namespace mivo
