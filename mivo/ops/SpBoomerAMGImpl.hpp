@@ -10,7 +10,8 @@ namespace mivo {
 namespace sparse {
 
 /// What the strength of row i is measured by: the largest off-diagonal entry on the other side of
-/// zero than the diagonal d, and the sum of the row. Complex entries are ordered by their real part.
+/// zero than the diagonal d, and the sum of the row. Complex entries are ordered by their real
+/// part.
 template <class T>
 struct RowScale {
   using R = RealType<T>;
@@ -111,8 +112,8 @@ MIVO_FUNCTION L markInitially(const PMISGraph<L>& g, int mode) {
   return size;
 }
 
-/// Points that can be C points are marked 1, and of two strong neighbours the one of smaller measure
-/// 0 again. Equal measures leave both.
+/// Points that can be C points are marked 1, and of two strong neighbours the one of smaller
+/// measure 0 again. Equal measures leave both.
 template <class L>
 MIVO_FUNCTION void chooseIndependentSet(const PMISGraph<L>& g) {
   using Block = COT_SpMVCSRRawMat<int, L>;
@@ -168,8 +169,8 @@ MIVO_FUNCTION void markPoints(const PMISGraph<L>& g) {
     for (L b = 0; b < g.nblocks; ++b) {
       const Block& block = g.blocks[b];
       for (L k = block.row_begin[i]; k < block.row_end[i]; ++k) {
-        const int* mark = valueOfColumn(block.rank, block.col_idx[k], g.rank, g.cf, g.nviews,
-                                        g.cf_ghosts);
+        const int* mark =
+            valueOfColumn(block.rank, block.col_idx[k], g.rank, g.cf, g.nviews, g.cf_ghosts);
         if (*mark > 0) g.cf[i] = -1;
       }
     }
@@ -227,17 +228,18 @@ class SpBoomerAMGImpl {
 };
 
 template <class T, class L, class Space>
-void SpBoomerAMGImpl<T, L, Space>::par_boomeramg_strength(
-    Space& space, int rank, L rows, L nblocks, const Block* a, const StrengthBlock* s, const T* d,
-    R strong_threshold, R max_row_sum, const int* dof, L nviews, const Ghosts* views) {
+void SpBoomerAMGImpl<T, L, Space>::par_boomeramg_strength(Space& space, int rank, L rows, L nblocks,
+                                                          const Block* a, const StrengthBlock* s,
+                                                          const T* d, R strong_threshold,
+                                                          R max_row_sum, const int* dof, L nviews,
+                                                          const Ghosts* views) {
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(L i) {
     // Entries that take part: off the diagonal, and of the same function.
     const auto counts = [&](const Block& block, L k) {
       const L c = block.col_idx[k];
       if (sparse::onDiagonal(block, i, c)) return false;
-      return dof == nullptr ||
-             *sparse::valueOfColumn(block.rank, c, rank, const_cast<int*>(dof), nviews, views) ==
-                 dof[i];
+      return dof == nullptr || *sparse::valueOfColumn(block.rank, c, rank, const_cast<int*>(dof),
+                                                      nviews, views) == dof[i];
     };
     sparse::RowScale<T> row(d[i]);
     sparse::rsLoopAllCol(i, nblocks, a, s, [&](const Block& block, const StrengthBlock& out, L k) {
@@ -258,9 +260,8 @@ void SpBoomerAMGImpl<T, L, Space>::par_boomeramg_coarsen_pmis(
     const StrengthBlock* s, L nviews, const Ghosts* cf_ghosts, const MeasureGhosts* measure_ghosts,
     const Ghosts* graph_ghosts, int* cf, double* measure, int* graph, int* size) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
-    const sparse::PMISGraph<L> g{rank,      rows,           nblocks,      s,  nviews,
-                                 cf_ghosts, measure_ghosts, graph_ghosts, cf, measure,
-                                 graph};
+    const sparse::PMISGraph<L> g{rank,           rows,         nblocks, s,       nviews, cf_ghosts,
+                                 measure_ghosts, graph_ghosts, cf,      measure, graph};
     switch (step) {
       case COARSEN_PMIS_STEP_MEASURE:
         sparse::addMeasures(g);

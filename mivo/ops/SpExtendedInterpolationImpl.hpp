@@ -125,8 +125,8 @@ MIVO_FUNCTION void rescaleTo(const T& whole, const T& kept, L n, T* values) {
 
 }  // namespace sparse
 
-/// Bodies of the kernels of extended+i interpolation (De Sterck, Falgout, Nolting and Yang 2008) and
-/// of truncation.
+/// Bodies of the kernels of extended+i interpolation (De Sterck, Falgout, Nolting and Yang 2008)
+/// and of truncation.
 template <class T, class L, class Space>
 class SpExtendedInterpolationImpl {
  public:
@@ -288,9 +288,8 @@ void SpExtendedInterpolationImpl<T, L, Space>::boomeramg_csr_truncate(Space& spa
 template <class T, class L, class Space>
 void SpExtendedInterpolationImpl<T, L, Space>::hypre_qsort2_abs(Space& space, L* col_idx, T* values,
                                                                 L left, L right) {
-  spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
-    sparse::quicksortByAbs(col_idx, values, left, right);
-  });
+  spm::parallel_for(Policy(space, 0, 1),
+                    [=] MIVO_FUNCTION(L) { sparse::quicksortByAbs(col_idx, values, left, right); });
 }
 
 }  // namespace mivo

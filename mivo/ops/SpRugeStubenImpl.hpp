@@ -103,8 +103,8 @@ struct LocalRows {
   }
 };
 
-/// The rows of a distributed matrix. S is sorted by column as A is, and may lack entries and blocks:
-/// an entry is strong where S has a nonzero in its column.
+/// The rows of a distributed matrix. S is sorted by column as A is, and may lack entries and
+/// blocks: an entry is strong where S has a nonzero in its column.
 template <class T, class L>
 struct BlockRows {
   int rank;
@@ -146,8 +146,8 @@ struct BlockRows {
   }
 };
 
-/// The nodes of the classical splitting in buckets by their weight: those of bucket l have the ranks
-/// [ptr[l], ptr[l] + cnt[l]).
+/// The nodes of the classical splitting in buckets by their weight: those of bucket l have the
+/// ranks [ptr[l], ptr[l] + cnt[l]).
 template <class L>
 struct WeightBuckets {
   L* lambda;
@@ -184,8 +184,8 @@ struct WeightBuckets {
 
 }  // namespace sparse
 
-/// Bodies of the kernels of classical coarsening (Ruge and Stueben 1987): marks 'C', 'F' and 'U' for
-/// undecided.
+/// Bodies of the kernels of classical coarsening (Ruge and Stueben 1987): marks 'C', 'F' and 'U'
+/// for undecided.
 template <class T, class L, class Space>
 class SpRugeStubenImpl {
  public:

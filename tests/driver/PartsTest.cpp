@@ -11,9 +11,12 @@
 #include "examples/mivo-solve/schema.hpp"
 #include "examples/mivo-solve/words.hpp"
 #include "mivo/operators/ParAggregator.hpp"
+#include "mivo/operators/ParInterpolator.hpp"
 #include "mivo/operators/ParLevelTransfer.hpp"
 #include "mivo/operators/ParPreconditioner.hpp"
 #include "mivo/operators/ParSmoother.hpp"
+#include "mivo/operators/ParSplitter.hpp"
+#include "mivo/operators/ParStrengther.hpp"
 #include "mivo/solver/ParSolver.hpp"
 #include "mivo/testcase/TestCase.hpp"
 #include "mivo/utils/Factory.hpp"
@@ -90,6 +93,9 @@ TEST(Schema, AllowsTheRegisteredNames) {
   expectNames<mivo::ParSmootherT<double, long, int>>("smoother");
   expectNames<mivo::ParLevelTransferT<double, long, int>>("level_transfer");
   expectNames<mivo::ParAggregatorT<double, long, int>>("aggregator");
+  expectNames<mivo::ParStrengtherT<double, long, int>>("strengther");
+  expectNames<mivo::ParSplitterT<double, long, int>>("splitter");
+  expectNames<mivo::ParInterpolatorT<double, long, int>>("interpolator");
   expectNames<mivo::TestCaseT<double, long, int>>("testcase");
   expectNames<mivo::TestCaseT<mivo::Complex<double>, long, int>>("testcase");
 }

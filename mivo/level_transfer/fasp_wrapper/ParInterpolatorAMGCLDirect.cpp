@@ -26,7 +26,9 @@ void ParInterpolatorAMGCLDirect<T, G, L>::interpolate(const Matrix& A, const Str
 MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
 #undef MIVO_INSTANCE
 
-#define MIVO_REGISTER_TYPE(T) MIVO_REGISTER(ParInterpolatorT, "InterpolatorAMGCLDirect", T, long, int, ParInterpolatorAMGCLDirect<T, long, int>)
+#define MIVO_REGISTER_TYPE(T)                                              \
+  MIVO_REGISTER(ParInterpolatorT, "InterpolatorAMGCLDirect", T, long, int, \
+                ParInterpolatorAMGCLDirect<T, long, int>)
 MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
 #undef MIVO_REGISTER_TYPE
 

@@ -31,7 +31,8 @@ class MIVO_API ParInterpolatorAMGCLDirect : public ParInterpolatorT<T, G, L> {
   ~ParInterpolatorAMGCLDirect() override;
 
   void create(const json& params);
-  void interpolate(const Matrix& A, const Strength& S, const Marks& cf, G& ncoarse, Matrix& P) override;
+  void interpolate(const Matrix& A, const Strength& S, const Marks& cf, G& ncoarse,
+                   Matrix& P) override;
 };
 
 #define MIVO_EXTERN(T) extern template class ParInterpolatorAMGCLDirect<T, long, int>;

@@ -30,7 +30,9 @@ void ParInterpolatorBoomerAMGExtendedPI<T, G, L>::interpolate(const Matrix& A, c
 MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
 #undef MIVO_INSTANCE
 
-#define MIVO_REGISTER_TYPE(T) MIVO_REGISTER(ParInterpolatorT, "InterpolatorBoomerAMGExtendedPI", T, long, int, ParInterpolatorBoomerAMGExtendedPI<T, long, int>)
+#define MIVO_REGISTER_TYPE(T)                                                      \
+  MIVO_REGISTER(ParInterpolatorT, "InterpolatorBoomerAMGExtendedPI", T, long, int, \
+                ParInterpolatorBoomerAMGExtendedPI<T, long, int>)
 MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
 #undef MIVO_REGISTER_TYPE
 

@@ -16,8 +16,8 @@ namespace mivo {
 /// `LevelTransferOps_RS::par_BoomerAMGInterpolationExtendedPI`.
 ///
 /// Keys: "trunc_factor" (0), share of a row's greatest modulus below which entries are dropped;
-/// "p_max_elmts" (int, 4), most entries of a row, no limit below 1; "num_functions" (int, 1), has no
-/// effect, since nothing tells the function of a point here.
+/// "p_max_elmts" (int, 4), most entries of a row, no limit below 1; "num_functions" (int, 1), has
+/// no effect, since nothing tells the function of a point here.
 template <class T, class G, class L>
 class MIVO_API ParInterpolatorBoomerAMGExtendedPI : public ParInterpolatorT<T, G, L> {
  public:
@@ -33,7 +33,8 @@ class MIVO_API ParInterpolatorBoomerAMGExtendedPI : public ParInterpolatorT<T, G
   ~ParInterpolatorBoomerAMGExtendedPI() override;
 
   void create(const json& params);
-  void interpolate(const Matrix& A, const Strength& S, const Marks& cf, G& ncoarse, Matrix& P) override;
+  void interpolate(const Matrix& A, const Strength& S, const Marks& cf, G& ncoarse,
+                   Matrix& P) override;
 };
 
 #define MIVO_EXTERN(T) extern template class ParInterpolatorBoomerAMGExtendedPI<T, long, int>;

@@ -31,8 +31,8 @@ ParLevelTransferBoomerAMG<T, G, L>::~ParLevelTransferBoomerAMG() = default;
 
 template <class T, class G, class L>
 void ParLevelTransferBoomerAMG<T, G, L>::create(const json& params) {
-  strengther = createPart<ParStrengtherT<T, G, L>>(*this, params, "strengther",
-                                                   "StrengtherBoomerAMG");
+  strengther =
+      createPart<ParStrengtherT<T, G, L>>(*this, params, "strengther", "StrengtherBoomerAMG");
   splitter = createPart<ParSplitterT<T, G, L>>(*this, params, "splitter", "SplitterBoomerAMGPMIS");
   interpolator = createPart<ParInterpolatorT<T, G, L>>(*this, params, "interpolator",
                                                        "InterpolatorBoomerAMGExtendedPI");
@@ -73,7 +73,9 @@ void ParLevelTransferBoomerAMG<T, G, L>::transfer_operators(const Matrix& A, Mat
 MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
 #undef MIVO_INSTANCE
 
-#define MIVO_REGISTER_TYPE(T) MIVO_REGISTER(ParLevelTransferT, "LevelTransferBoomerAMG", T, long, int, ParLevelTransferBoomerAMG<T, long, int>)
+#define MIVO_REGISTER_TYPE(T)                                              \
+  MIVO_REGISTER(ParLevelTransferT, "LevelTransferBoomerAMG", T, long, int, \
+                ParLevelTransferBoomerAMG<T, long, int>)
 MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
 #undef MIVO_REGISTER_TYPE
 

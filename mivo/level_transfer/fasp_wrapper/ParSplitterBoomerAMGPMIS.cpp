@@ -11,8 +11,7 @@ template <class T, class G, class L>
 ParSplitterBoomerAMGPMIS<T, G, L>::~ParSplitterBoomerAMGPMIS() = default;
 
 template <class T, class G, class L>
-void ParSplitterBoomerAMGPMIS<T, G, L>::create(const json& /*params*/) {
-}
+void ParSplitterBoomerAMGPMIS<T, G, L>::create(const json& /*params*/) {}
 
 template <class T, class G, class L>
 void ParSplitterBoomerAMGPMIS<T, G, L>::split(const Matrix& A, Strength& S, Marks& cf) {
@@ -23,7 +22,9 @@ void ParSplitterBoomerAMGPMIS<T, G, L>::split(const Matrix& A, Strength& S, Mark
 MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
 #undef MIVO_INSTANCE
 
-#define MIVO_REGISTER_TYPE(T) MIVO_REGISTER(ParSplitterT, "SplitterBoomerAMGPMIS", T, long, int, ParSplitterBoomerAMGPMIS<T, long, int>)
+#define MIVO_REGISTER_TYPE(T)                                        \
+  MIVO_REGISTER(ParSplitterT, "SplitterBoomerAMGPMIS", T, long, int, \
+                ParSplitterBoomerAMGPMIS<T, long, int>)
 MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
 #undef MIVO_REGISTER_TYPE
 

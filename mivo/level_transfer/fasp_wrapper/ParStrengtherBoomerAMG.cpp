@@ -27,7 +27,9 @@ void ParStrengtherBoomerAMG<T, G, L>::strength(const Matrix& A, const Vector& di
 MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
 #undef MIVO_INSTANCE
 
-#define MIVO_REGISTER_TYPE(T) MIVO_REGISTER(ParStrengtherT, "StrengtherBoomerAMG", T, long, int, ParStrengtherBoomerAMG<T, long, int>)
+#define MIVO_REGISTER_TYPE(T)                                        \
+  MIVO_REGISTER(ParStrengtherT, "StrengtherBoomerAMG", T, long, int, \
+                ParStrengtherBoomerAMG<T, long, int>)
 MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
 #undef MIVO_REGISTER_TYPE
 

@@ -110,8 +110,8 @@ void LevelTransferOps_RS<T, G, L>::interpolation(const Local& A, const LocalStre
   number.toHost();
   ncoarse = *number.host.getData();
   const L nnz = P.evaluateNnzs();
-  MIVO_LOG(3, true) << "num nodes " << rows << ", the naggr is " << ncoarse
-                    << ", the nnz of P is " << nnz;
+  MIVO_LOG(3, true) << "num nodes " << rows << ", the naggr is " << ncoarse << ", the nnz of P is "
+                    << nnz;
   P.resizeNnz(nnz, static_cast<L>(ncoarse));
   if (nnz > 0) kernel(P.getRawMat());
 }

@@ -30,7 +30,8 @@ class MIVO_API LevelTransferOps_RS {
 
   // Ruge and Stueben 1987 (`LevelTransferOps_RS.cpp`). Marks 'C', 'F', and 'U' for undecided.
 
-  /// s_ij = 1 where a_ij < eps_strong min_k a_ik, k != i; rows without such entries are F, others U.
+  /// s_ij = 1 where a_ij < eps_strong min_k a_ik, k != i; rows without such entries are F, others
+  /// U.
   static void connect(const Local& A, double eps_strong, LocalStrength& S, LocalMarks& cf);
   static void par_connect(const Matrix& A, double eps_strong, Strength& S, Marks& cf);
   /// The first pass of the classical splitting, on undecided points; there is no second one.
@@ -65,8 +66,8 @@ class MIVO_API LevelTransferOps_RS {
   // Extended+i, De Sterck, Falgout, Nolting and Yang 2008 (`LevelTransferOps_RS_extended.cpp`).
 
   /// Interpolation from C points within distance two, through strong F points, truncated with the
-  /// largest modulus as norm and the sums of rows kept. `dof` gives the function of each own row and
-  /// is empty for one function. Prints its times; `debug` is not used.
+  /// largest modulus as norm and the sums of rows kept. `dof` gives the function of each own row
+  /// and is empty for one function. Prints its times; `debug` is not used.
   static void par_BoomerAMGInterpolationExtendedPI(const Matrix& A, const Strength& S,
                                                    const Marks& cf, int num_functions,
                                                    const LocalMarks& dof, double trunc_factor,

@@ -87,9 +87,9 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
   if (extended.rows > 0) kernel(coarse, local.getRawMat());
   const auto ownMarks = cf.getLocalMatrix(-1).toDevice(Device());
   const CoarseCount count(
-      A.getComm(), static_cast<int>(std::count_if(ownMarks.getData(),
-                                                  ownMarks.getData() + ownMarks.getSize(),
-                                                  [](int mark) { return mark >= 0; })));
+      A.getComm(),
+      static_cast<int>(std::count_if(ownMarks.getData(), ownMarks.getData() + ownMarks.getSize(),
+                                     [](int mark) { return mark >= 0; })));
   ncoarse = static_cast<G>(count.all);
   if (extended.isDistributed()) {
     Marks numbers;

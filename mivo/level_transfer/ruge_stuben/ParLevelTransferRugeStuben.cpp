@@ -38,7 +38,9 @@ void ParLevelTransferRugeStuben_T<T, G, L>::transfer_operators(const Matrix& A, 
 MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
 #undef MIVO_INSTANCE
 
-#define MIVO_REGISTER_TYPE(T) MIVO_REGISTER(ParLevelTransferT, "LevelTransferRugeStuben", T, long, int, ParLevelTransferRugeStuben_T<T, long, int>)
+#define MIVO_REGISTER_TYPE(T)                                               \
+  MIVO_REGISTER(ParLevelTransferT, "LevelTransferRugeStuben", T, long, int, \
+                ParLevelTransferRugeStuben_T<T, long, int>)
 MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
 #undef MIVO_REGISTER_TYPE
 

@@ -87,7 +87,9 @@ void SeqLevelTransferRugeStuben_T<T, G, L>::finish(const Matrix& A, const Matrix
 MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
 #undef MIVO_INSTANCE
 
-#define MIVO_REGISTER_TYPE(T) MIVO_REGISTER(ParLevelTransferT, "LevelTransferRugeStubenSeq", T, long, int, SeqLevelTransferRugeStuben_T<T, long, int>)
+#define MIVO_REGISTER_TYPE(T)                                                  \
+  MIVO_REGISTER(ParLevelTransferT, "LevelTransferRugeStubenSeq", T, long, int, \
+                SeqLevelTransferRugeStuben_T<T, long, int>)
 MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
 #undef MIVO_REGISTER_TYPE
 

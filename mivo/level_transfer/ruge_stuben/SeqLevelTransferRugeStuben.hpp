@@ -12,10 +12,10 @@
 
 namespace mivo {
 
-/// Classical coarsening (Ruge and Stueben 1987): "LevelTransferRugeStubenSeq". The first pass of the
-/// classical splitting and direct interpolation, on rank 0, which is given the whole matrix; R = P^T.
-/// For matrices near to M-matrices, whose strong entries are negative. The rows of P go back to the
-/// ranks that own them.
+/// Classical coarsening (Ruge and Stueben 1987): "LevelTransferRugeStubenSeq". The first pass of
+/// the classical splitting and direct interpolation, on rank 0, which is given the whole matrix; R
+/// = P^T. For matrices near to M-matrices, whose strong entries are negative. The rows of P go back
+/// to the ranks that own them.
 ///
 /// Keys: "eps_strong" (0.25), share of a row's least entry from which entries are strong;
 /// "do_trunc" (bool, true) and "eps_trunc" (0.2), leave out strong entries below that share of the

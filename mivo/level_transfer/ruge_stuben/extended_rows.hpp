@@ -26,7 +26,8 @@ class ExtendedRows {
   L first = 0;  ///< number of this rank's first row
   L rows = 0;   ///< of this rank
 
-  ExtendedRows(const Matrix& A, const Strength& S) : rows(A.getLocalRows()), device_(A.getDevice()) {
+  ExtendedRows(const Matrix& A, const Strength& S)
+      : rows(A.getLocalRows()), device_(A.getDevice()) {
     MPI_Comm_rank(A.getComm(), &rank_);
     MPI_Comm_size(A.getComm(), &nprocs_);
     if (nprocs_ == 1) {

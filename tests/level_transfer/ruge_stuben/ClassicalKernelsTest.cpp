@@ -1,0 +1,345 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// Strength, splittings and interpolations of classical coarsening on one rank.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numeric>
+#include <random>
+#include <vector>
+
+#include "mivo/level_transfer/ruge_stuben/HYPRERandom.hpp"
+#include "mivo/level_transfer/ruge_stuben/LevelTransferOps_RS.hpp"
+#include "mivo/ops/SpLevelTransferOps.hpp"
+#include "tests/support/amg.hpp"
+#include "tests/support/classical.hpp"
+#include "tests/support/graphs.hpp"
+
+namespace mivo::test {
+namespace {
+
+using Ops = LevelTransferOps_RS<double, long, int>;
+using Marks = std::vector<int>;
+
+Marks pmis(const Device& device, const HostCsr<int>& s, int mode = 0, const Marks& given = {}) {
+  const auto S = parSparseOf(device, s);
+  ParSparse<double> A;
+  A.create(S.getRowPartitioner(), S.getRowPartitioner(), {}, device);
+  ParMatrixT<int, long, int> cf;
+  if (!given.empty()) cf.createSeq(matrixOf(device, s.rows, 1, given), kCommWorld);
+  Ops::par_BoomerAMGCoarsenPMIS(A, S, cf, mode);
+  return valuesOf(cf);
+}
+
+HostCsr<double> spd(std::mt19937& rng, int n, bool negative) {
+  auto a = randomMMatrix(rng, n);
+  for (double& v : a.values) v = negative ? -v : v;
+  return a;
+}
+
+TEST(ClassicalStrength, FollowsItsFormulaForBothSignsAndSeveralFunctions) {
+  std::mt19937 rng(3);
+  for (const Device& device : testDevices()) {
+    for (const bool negative : {false, true}) {
+      for (const int functions : {1, 2, 3}) {
+        for (const double sums : {0.05, 0.9, 1.0}) {
+          const auto a = spd(rng, 40, negative);
+          ParCSRMatrixT<int, long, int> S;
+          const auto A = parSparseOf(device, a);
+          Ops::par_BoomerAMGStrength(A, A.getDiag(), 0.25, sums, functions, S);
+          EXPECT_EQ(plainOf(S.getLocalMatrix(0)), classicalStrength(a, 0.25, sums, functions));
+        }
+      }
+    }
+    // The bound is strict: a sum of exactly 0.5 of the diagonal passes one of 0.5.
+    const auto a = plainRows<double>(2, {{{0, 2.0}, {1, -1.0}}, {{0, -1.0}, {1, 2.0}}});
+    for (const double bound : {0.5, 0.49}) {
+      ParCSRMatrixT<int, long, int> S;
+      const auto A = parSparseOf(device, a);
+      Ops::par_BoomerAMGStrength(A, A.getDiag(), 0.25, bound, 1, S);
+      EXPECT_EQ(plainOf(S.getLocalMatrix(0)).row(0)[1].second, bound == 0.5 ? 1 : 0);
+    }
+  }
+}
+
+TEST(RandomNumbers, AreThoseOfTheMinimalStandard) {
+  HYPRERandom::SeedRand(1);
+  for (int k = 0; k < 10000; ++k) HYPRERandom::Rand();
+  EXPECT_EQ(HYPRERandom::seed, 1043618065);  // Park and Miller (1988)
+  HYPRERandom::SeedRand(2747);
+  const double first = HYPRERandom::Rand();
+  EXPECT_DOUBLE_EQ(first, 2747.0 * 16807 / 2147483647.0);
+  for (int k = 1; k < 1000; ++k) HYPRERandom::Rand();
+  const auto state = HYPRERandom::seed;
+  HYPRERandom::SeedRand(2747);
+  HYPRERandom::skip(1000);
+  EXPECT_EQ(HYPRERandom::seed, state);
+  HYPRERandom::SeedRand(2147483647);
+  EXPECT_EQ(HYPRERandom::seed, 2147483646);
+  HYPRERandom::SeedRand(-5);
+  EXPECT_EQ(HYPRERandom::seed, 1);
+}
+
+// In a symmetric graph no two C points are neighbours (the weights differ), each F point has a C
+// neighbour, and points without strong entries are -3.
+TEST(IndependentSets, AreIndependentAndMaximal) {
+  std::mt19937 rng(5);
+  for (int round = 0; round < 40; ++round) {
+    const int n = static_cast<int>(rng() % 60);
+    const auto s = randomStrength(rng, n, true);
+    const Marks cf = pmis(testDevices()[static_cast<std::size_t>(round) % testDevices().size()], s);
+    EXPECT_EQ(pmis(Device(), s), cf) << "the same each time, on each device";
+    for (int i = 0; i < n; ++i) {
+      const int mark = cf[static_cast<std::size_t>(i)];
+      bool nearC = false;
+      for (const auto& [j, v] : s.row(i)) {
+        nearC = nearC || (v != 0 && cf[static_cast<std::size_t>(j)] == 1);
+      }
+      EXPECT_EQ(mark == -3, !isCoupled(s, i)) << i;
+      EXPECT_TRUE(mark == -3 || (mark == 1) != nearC) << i << " is " << mark;
+    }
+  }
+}
+
+// The measure is the number of dependants and a random part below 1, which decides among equals: on
+// a path all inner points have the same count.
+TEST(IndependentSets, TakeTheGreatestMeasureFirst) {
+  for (const Device& device : testDevices()) {
+    const auto s = pathStrength(9);
+    std::vector<double> measure(9, 2.0);
+    measure[0] = measure[8] = 1.0;
+    HYPRERandom::SeedRand(2747);
+    for (double& m : measure) m += HYPRERandom::Rand();
+    const Marks cf = pmis(device, s);
+    const auto top = std::max_element(measure.begin(), measure.end()) - measure.begin();
+    EXPECT_EQ(cf[static_cast<std::size_t>(top)], 1);
+    // On one rank the weights of mode 2 are the same.
+    EXPECT_EQ(pmis(device, s, 2), cf);
+    // Modes 3 and 4 keep lonely points, mode 1 starts from marks.
+    const auto lonely = strengthOf({{}, {2}, {1}});
+    EXPECT_EQ(pmis(device, lonely)[0], -3);
+    EXPECT_EQ(pmis(device, lonely, 3)[0], 1);
+    EXPECT_EQ(pmis(device, pathStrength(3), 1, {1, 0, -3}), (Marks{1, -1, -3}));
+    EXPECT_EQ(pmis(device, strengthOf({{}, {}}), 1, {-2, -3}), (Marks{-1, -3}));
+  }
+}
+
+Marks split(const Device& device, const HostCsr<double>& a, CSRMatrixT<int, int>* strength = nullptr) {
+  CSRMatrixT<int, int> S;
+  MatrixT<int, int> cf;
+  const auto A = sparseOf(device, a);
+  Ops::connect(A, 0.25, S, cf);
+  Ops::cfsplit(A, S, cf);
+  if (strength != nullptr) *strength = S;
+  return valuesOf(cf);
+}
+
+TEST(ClassicalSplitting, AlternatesOnALineAndMarksWeakRows) {
+  for (const Device& device : testDevices()) {
+    const Marks cf = split(device, laplacian<double>(21, 1));
+    for (std::size_t i = 0; i + 1 < cf.size(); ++i) {
+      EXPECT_TRUE((cf[i] == 'C') != (cf[i + 1] == 'C')) << i;
+    }
+    // No negative entry off the diagonal, and none at all.
+    HostCsr<double> a = plainRows<double>(3, {{{0, 1.0}, {1, 2.0}}, {{1, 1.0}, {2, -1e-17}}});
+    a.endRow();
+    EXPECT_EQ(split(device, a), (Marks{'F', 'F', 'F'}));
+  }
+}
+
+// Every point is decided, and F points with strong entries have a strong C point, since the seeds'
+// dependants are F.
+TEST(ClassicalSplitting, CoversRandomMatrices) {
+  std::mt19937 rng(9);
+  for (int round = 0; round < 20; ++round) {
+    const auto a = randomMMatrix(rng, 50);
+    CSRMatrixT<int, int> S;
+    const Marks cf = split(Device(), a, &S);
+    EXPECT_EQ(split(testDevices().back(), a), cf);
+    const auto s = plainOf(S);
+    for (int i = 0; i < 50; ++i) {
+      bool strong = false, nearC = false;
+      for (const auto& [j, v] : s.row(i)) {
+        strong = strong || v != 0;
+        nearC = nearC || (v != 0 && cf[static_cast<std::size_t>(j)] == 'C');
+      }
+      EXPECT_NE(cf[static_cast<std::size_t>(i)], 'U');
+      EXPECT_TRUE(cf[static_cast<std::size_t>(i)] == 'C' || nearC || !strong) << i;
+    }
+  }
+}
+
+/// Direct interpolation by the formulas of Ruge and Stueben, with truncation.
+std::vector<double> direct(const HostCsr<double>& a, const HostCsr<int>& s, const Marks& cf, int c,
+                           double trunc) {
+  const std::size_t n = cf.size();
+  std::vector<int> number(n, -1);
+  int cols = 0;
+  for (std::size_t i = 0; i < n; ++i) number[i] = cf[i] == c ? cols++ : -1;
+  const auto S = s.dense();
+  std::vector<double> P(n * static_cast<std::size_t>(cols), 0.0);
+  for (std::size_t i = 0; i < n; ++i) {
+    double* row = P.data() + i * static_cast<std::size_t>(cols);
+    if (cf[i] == c) {
+      row[number[i]] = 1;
+      continue;
+    }
+    double low = 0, high = 0, dia = 0;
+    const auto isC = [&](int j) {
+      const std::size_t at = static_cast<std::size_t>(j);
+      return at != i && S[i * n + at] != 0 && cf[at] == c;
+    };
+    for (const auto& [j, v] : a.row(static_cast<int>(i))) {
+      if (isC(j)) low = std::min(low, trunc * v), high = std::max(high, trunc * v);
+    }
+    double neg = 0, negC = 0, negKept = 0, pos = 0, posC = 0, posKept = 0;
+    for (const auto& [j, v] : a.row(static_cast<int>(i))) {
+      if (static_cast<std::size_t>(j) == i) {
+        dia += v;
+        continue;
+      }
+      (v < 0 ? neg : pos) += v;
+      if (!isC(j)) continue;
+      (v < 0 ? negC : posC) += v;
+      if (v < low || v > high || trunc < 0) (v < 0 ? negKept : posKept) += v;
+    }
+    // Truncation leaves the sum of each sign as it was.
+    if (posC == 0 && pos > 0) dia += pos;
+    for (const auto& [j, v] : a.row(static_cast<int>(i))) {
+      if (!isC(j) || (trunc >= 0 && v >= low && v <= high)) continue;
+      const double whole = v < 0 ? std::fabs(neg) : std::fabs(pos);
+      const double kept = std::fabs(v < 0 ? negKept : posKept);
+      row[number[static_cast<std::size_t>(j)]] = -whole / (dia * kept) * v;
+    }
+  }
+  return P;
+}
+
+void expectNear(const std::vector<double>& a, const std::vector<double>& b) {
+  ASSERT_EQ(a.size(), b.size());
+  for (std::size_t k = 0; k < a.size(); ++k) EXPECT_NEAR(a[k], b[k], 1e-12 * (1 + std::fabs(b[k])));
+}
+
+TEST(DirectInterpolation, FollowsItsFormulasInBothForms) {
+  std::mt19937 rng(13);
+  for (const Device& device : testDevices()) {
+    for (int round = 0; round < 10; ++round) {
+      auto a = randomMMatrix(rng, 30);
+      for (double& v : a.values) v *= rng() % 9 == 0 ? -1 : 1;  // some of the other sign
+      const auto s = HostCsr<int>::build(30, 30, [&](int i, HostCsr<int>& out) {
+        for (const auto& entry : a.row(i)) out.push(entry.first, entry.first != i && rng() % 3 != 0);
+      });
+      Marks cf(30);
+      for (int& mark : cf) mark = rng() % 2 == 0 ? 1 : -1;
+      for (const bool trunc : {false, true}) {
+        const auto expected = direct(a, s, cf, 1, trunc ? 0.2 : -1);
+        long ncoarse = 0;
+        CSRMatrixT<double, int> P;
+        Ops::interpolation(sparseOf(device, a), sparseOf(device, s), matrixOf(device, 30, 1, cf),
+                           trunc, 0.2, 1, -1, ncoarse, P);
+        EXPECT_EQ(ncoarse, std::count(cf.begin(), cf.end(), 1));
+        expectNear(plainOf(P).dense(), expected);
+        ParMatrixT<int, long, int> marks;
+        marks.createSeq(matrixOf(device, 30, 1, cf), kCommWorld);
+        ParSparse<double> parP;
+        Ops::par_interpolation(parSparseOf(device, a), parSparseOf(device, s).sparsify(0), marks,
+                               trunc, 0.2, 1, -1, ncoarse, parP);
+        EXPECT_EQ(plainOf(parP.getLocalMatrix(0)), plainOf(P));
+      }
+    }
+  }
+}
+
+TEST(ExtendedInterpolation, FollowsItsFormula) {
+  std::mt19937 rng(17);
+  for (const Device& device : testDevices()) {
+    for (int round = 0; round < 12; ++round) {
+      const int n = 1 + static_cast<int>(rng() % 40);
+      const auto a = randomMMatrix(rng, n);
+      const auto s = classicalStrength(a, 0.25, 0.9, 1);
+      const Marks cf = pmis(device, s);
+      std::size_t cols = 0;
+      const auto expected = extendedInterpolation(a, s, cf, &cols);
+      ParMatrixT<int, long, int> marks;
+      marks.createSeq(matrixOf(device, n, 1, cf), kCommWorld);
+      ParSparse<double> P;
+      long ncoarse = 0;
+      Ops::par_BoomerAMGInterpolationExtendedPI(parSparseOf(device, a), parSparseOf(device, s),
+                                                marks, 1, {}, 0, 0, ncoarse, false, P);
+      EXPECT_EQ(ncoarse, static_cast<long>(cols));
+      if (P.getNnzs() > 0) expectNear(plainOf(P.getLocalMatrix(0)).dense(), expected);
+
+      // Rows that sum to 0 and have no neighbour of mark -3 interpolate constants, also with at
+      // most two entries.
+      Ops::par_BoomerAMGInterpolationExtendedPI(parSparseOf(device, a), parSparseOf(device, s),
+                                                marks, 1, {}, 0.1, 2, ncoarse, false, P);
+      const auto p = plainOf(P.getLocalMatrix(0));
+      for (int i = 0; i < p.rows; ++i) {
+        double sum = 0, weights = 0;
+        bool lonely = false;
+        for (const auto& [j, v] : a.row(i)) {
+          sum += v;
+          lonely = lonely || cf[static_cast<std::size_t>(j)] == -3;
+        }
+        for (const auto& entry : p.row(i)) weights += entry.second;
+        EXPECT_LE(p.row(i).size(), 2u);
+        const bool constant = std::fabs(sum) < 1e-12 && !lonely && !p.row(i).empty();
+        EXPECT_TRUE(!constant || std::fabs(weights - 1) < 1e-11) << i << " " << weights;
+      }
+    }
+  }
+}
+
+TEST(Truncation, DropsByNormThenByNumberAndKeepsSums) {
+  const auto p = plainRows<double>(6, {{{0, 4.0}, {1, -1.0}, {2, 2.0}, {3, 0.5}, {4, -2.0}}, {{5, 1.0}}});
+  for (const Device& device : testDevices()) {
+    const auto truncate = [&](double factor, int most, bool rescale, int norm) {
+      CSRMatrixT<double, int> out;
+      Ops::par_BoomerAMGCSRMatrixTruncate(sparseOf(device, p), factor, most, rescale, norm, out);
+      return plainOf(out);
+    };
+    using Row = std::vector<std::pair<int, double>>;
+    EXPECT_EQ(truncate(0, 0, true, 0), p);
+    EXPECT_EQ(truncate(0.5, 0, false, 0).row(0), (Row{{0, 4.0}, {2, 2.0}, {4, -2.0}}));
+    // Norms 4, 9.5 and 5.05: thresholds 0.8, 1.9 and 1.01 for a fifth.
+    EXPECT_EQ(truncate(0.2, 0, false, 0).row(0).size(), 4u);
+    EXPECT_EQ(truncate(0.2, 0, false, 1).row(0).size(), 3u);
+    EXPECT_EQ(truncate(0.2, 0, false, 2).row(0).size(), 3u);
+    // The sum 3.5 stays: 4 + 2 - 2 is scaled by 3.5 / 4.
+    EXPECT_EQ(truncate(0.5, 0, true, 0).row(0), (Row{{0, 3.5}, {2, 1.75}, {4, -1.75}}));
+    EXPECT_EQ(truncate(0, 1, true, 0).row(0), (Row{{0, 3.5}}));
+    EXPECT_EQ(truncate(0.5, 4, true, 0).row(1), (Row{{5, 1.0}}));
+  }
+}
+
+// The order among equals is that of the scheme: the middle one moves to the front, nothing passes
+// it, the rest follows.
+TEST(Truncation, SortsByQuicksortWithTheMiddleAsPivot) {
+  for (const Device& device : testDevices()) {
+    const auto sorted = [&](std::vector<double> v) {
+      std::vector<int> c(v.size());
+      std::iota(c.begin(), c.end(), 0);
+      DeviceArray<int> columns(device, c);
+      DeviceArray<double> values(device, v);
+      SpLevelTransferOps<double, long, int>::hypre_qsort2_abs(device, columns.data(), values.data(),
+                                                              0, static_cast<int>(v.size()) - 1);
+      const auto out = values.values();
+      for (std::size_t k = 1; k < out.size(); ++k) {
+        EXPECT_GE(std::fabs(out[k - 1]), std::fabs(out[k]));
+      }
+      return columns.values();
+    };
+    // 5 equals: pivot 2 to the front: 2 1 0 3 4; then 1 0 3 4 by pivot 0: 0 1 3 4; then 3, ...
+    EXPECT_EQ(sorted({1, 1, 1, 1, 1}), (std::vector<int>{2, 0, 3, 1, 4}));
+    EXPECT_EQ(sorted({1, -3, 2}), (std::vector<int>{1, 2, 0}));
+    EXPECT_EQ(sorted({}), std::vector<int>{});
+    std::mt19937 rng(2);
+    std::vector<double> many(500);
+    for (double& v : many) v = static_cast<double>(rng() % 50) - 25;
+    sorted(many);
+  }
+}
+
+}  // namespace
+}  // namespace mivo::test

@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// The classical pipelines as level transfers on one rank.
+
+#include <gmock/gmock.h>
+
+#include "mivo/level_transfer/fasp_wrapper/ParLevelTransferBoomerAMG.hpp"
+#include "mivo/level_transfer/ruge_stuben/ParLevelTransferRugeStuben.hpp"
+#include "mivo/testcase/TestCase.hpp"
+#include "tests/support/amg.hpp"
+#include "tests/support/fatal.hpp"
+#include "tests/support/printed.hpp"
+
+namespace mivo::test {
+namespace {
+
+using testing::HasSubstr;
+
+template <class T>
+class ClassicalTransfers : public testing::Test {};
+TYPED_TEST_SUITE(ClassicalTransfers, ScalarTypes);
+
+// As a stationary solver each pipeline takes the residual down in each cycle, in every value type
+// and on every device.
+TYPED_TEST(ClassicalTransfers, MakeHierarchiesThatConverge) {
+  using T = TypeParam;
+  using Vector = ParMatrixT<T, long, int>;
+  for (const Device& device : testDevices()) {
+    for (const std::string name :
+         {"LevelTransferRugeStuben", "LevelTransferRugeStubenSeq", "LevelTransferBoomerAMG"}) {
+      const json smoother = smootherOf("SmootherSSOR");
+      const auto amg = makeAmg<T>({{"level_transfer", {{"level_transfer_type", name}}},
+                                   {"pre_smoother", smoother},
+                                   {"post_smoother", smoother}});
+      auto A = parSparseOf(device, laplacian<T>(24, 20));
+      amg->setup(A);
+      ASSERT_GE(amg->levels.size(), 3u) << name;
+      Vector x(480, device), b(480, device);
+      x.fill(T(0));
+      b.fill(T(1));
+      double last = static_cast<double>(Vector::normL2(b));
+      for (int cycle = 0; cycle < 4; ++cycle) {
+        amg->amg_step(b, x);
+        const double now = static_cast<double>(Vector::residual(A, x, b));
+        EXPECT_LT(now, 0.5 * last + 1e-4) << name << cycle;
+        last = now;
+      }
+      const auto& level = amg->levels[0];
+      const auto p = plainOf(level.P.getLocalMatrix(0));
+      EXPECT_EQ(p, p.sorted()) << name;
+      EXPECT_EQ(plainOf(level.R.getLocalMatrix(0)).sorted(), p.transposed()) << name;
+    }
+  }
+}
+
+int iterations(int dim, int n, const std::string& name, double* complexity) {
+  ParSparse<double> A;
+  ParMatrixT<double, long, int> x, b;
+  TestCaseT<double, long, int>::getFactory()
+      .createInstance({{"testcase_type", "PoissonFDM"}, {"PoissonFDM_params", {{"dim", dim}, {"N", n}}}})
+      ->generate(A, x, b);
+  x.fill(0);
+  const auto solver = ParSolverT<double, long, int>::getFactory().createInstance(
+      {{"solver_type", "SolverPCG"},
+       {"SolverPCG_params",
+        {{"preconditioner",
+          {{"preconditioner_type", "PrecondAMG"},
+           {"PrecondAMG_params",
+            {{"level_transfer", {{"level_transfer_type", name}}},
+             {"pre_smoother", smootherOf("SmootherSOR")},
+             {"post_smoother", smootherOf("SmootherSOR", {{"forward", false}})}}}}}}}});
+  solver->preconditioner->setup(A);
+  solver->setup(A);
+  int iter = -1;
+  double relres = 1;
+  solver->solve(A, b, x, iter, relres);
+  const auto amg = std::dynamic_pointer_cast<Amg<double>>(solver->preconditioner);
+  *complexity = 0;
+  for (const auto& level : amg->levels) *complexity += static_cast<double>(level.A.getNnzs());
+  *complexity /= static_cast<double>(A.getNnzs());
+  return relres < 1e-8 ? iter : -1;
+}
+
+TEST(ClassicalSolves, ConvergeInFewIterationsAtModestComplexity) {
+  double complexity = 0;
+  const int extended = iterations(3, 24, "LevelTransferBoomerAMG", &complexity);
+  EXPECT_TRUE(extended > 0 && extended <= 11) << extended;
+  EXPECT_LT(complexity, 2.8);
+  const int sequential = iterations(2, 64, "LevelTransferRugeStubenSeq", &complexity);
+  EXPECT_TRUE(sequential > 0 && sequential <= 10) << sequential;
+  EXPECT_LT(complexity, 2.3);
+  const int parallel = iterations(2, 64, "LevelTransferRugeStuben", &complexity);
+  EXPECT_TRUE(parallel > 0 && parallel <= 22) << parallel;
+  EXPECT_LT(complexity, 2.1);
+}
+
+TEST(ClassicalPipelines, NameTheirPartsAndTellTheirTimes) {
+  using Transfer = ParLevelTransferBoomerAMG<double, long, int>;
+  Transfer transfer;
+  transfer.create({{"interpolator", {{"interpolator_type", "InterpolatorAMGCLDirect"}}},
+                   {"verbose", 1}});
+  std::vector<std::string> roles;
+  for (const auto& child : transfer.children) roles.push_back(child->role + child->registered_name);
+  EXPECT_EQ(roles, (std::vector<std::string>{"strengtherStrengtherBoomerAMG",
+                                             "splitterSplitterBoomerAMGPMIS",
+                                             "interpolatorInterpolatorAMGCLDirect"}));
+  transfer.keep = true;
+  const auto A = parSparseOf(Device(), laplacian<double>(9, 9));
+  ParSparse<double> P, R;
+  EXPECT_THAT(printed([&] { transfer.transfer_operators(A, P, R); }),
+              testing::ContainsRegex("ParLevelTransferBoomerAMG timers: strength time [0-9.e-]+ "
+                                     "split time [0-9.e-]+ interp_time [0-9.e-]+\n"));
+  EXPECT_EQ(plainOf(transfer.impl->Ac.getLocalMatrix(0)),
+            plainOf(R.multiply(A).multiply(P).getLocalMatrix(0)));
+
+  Transfer standard;
+  standard.create(json());
+  EXPECT_THAT(printed([&] { standard.transfer_operators(A, P, R); }),
+              testing::ContainsRegex("par_BoomerAMGInterpolationExtendedPI time [0-9.e-]+ "
+                                     "ghost_and_comm_pat_time [0-9.e-]+ ghost_time [0-9.e-]+ "
+                                     "get_non_zero_time [0-9.e-]+ fill_elem_time [0-9.e-]+ "
+                                     "truncate_time [0-9.e-]+\n$"));
+  SeqLevelTransferRugeStuben_T<double, long, int> classical;
+  EXPECT_THAT(printed([&] { classical.transfer_operators(A, P, R); }),
+              HasSubstr("] num nodes 81, the naggr is 41, the nnz of P is "));
+  MIVO_EXPECT_FATAL_TEXT(transfer.create({{"splitter", {{"splitter_type", "SplitterPMIS"}}}}),
+                         "LevelTransferBoomerAMG: unknown splitter_type");
+}
+
+}  // namespace
+}  // namespace mivo::test
