@@ -125,7 +125,8 @@ TEST(IndependentSets, TakeTheGreatestMeasureFirst) {
   }
 }
 
-Marks split(const Device& device, const HostCsr<double>& a, CSRMatrixT<int, int>* strength = nullptr) {
+Marks split(const Device& device, const HostCsr<double>& a,
+            CSRMatrixT<int, int>* strength = nullptr) {
   CSRMatrixT<int, int> S;
   MatrixT<int, int> cf;
   const auto A = sparseOf(device, a);
@@ -228,7 +229,8 @@ TEST(DirectInterpolation, FollowsItsFormulasInBothForms) {
       auto a = randomMMatrix(rng, 30);
       for (double& v : a.values) v *= rng() % 9 == 0 ? -1 : 1;  // some of the other sign
       const auto s = HostCsr<int>::build(30, 30, [&](int i, HostCsr<int>& out) {
-        for (const auto& entry : a.row(i)) out.push(entry.first, entry.first != i && rng() % 3 != 0);
+        for (const auto& entry : a.row(i))
+          out.push(entry.first, entry.first != i && rng() % 3 != 0);
       });
       Marks cf(30);
       for (int& mark : cf) mark = rng() % 2 == 0 ? 1 : -1;
@@ -292,7 +294,8 @@ TEST(ExtendedInterpolation, FollowsItsFormula) {
 }
 
 TEST(Truncation, DropsByNormThenByNumberAndKeepsSums) {
-  const auto p = plainRows<double>(6, {{{0, 4.0}, {1, -1.0}, {2, 2.0}, {3, 0.5}, {4, -2.0}}, {{5, 1.0}}});
+  const auto p =
+      plainRows<double>(6, {{{0, 4.0}, {1, -1.0}, {2, 2.0}, {3, 0.5}, {4, -2.0}}, {{5, 1.0}}});
   for (const Device& device : testDevices()) {
     const auto truncate = [&](double factor, int most, bool rescale, int norm) {
       CSRMatrixT<double, int> out;

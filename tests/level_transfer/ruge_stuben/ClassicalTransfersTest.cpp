@@ -57,7 +57,8 @@ int iterations(int dim, int n, const std::string& name, double* complexity) {
   ParSparse<double> A;
   ParMatrixT<double, long, int> x, b;
   TestCaseT<double, long, int>::getFactory()
-      .createInstance({{"testcase_type", "PoissonFDM"}, {"PoissonFDM_params", {{"dim", dim}, {"N", n}}}})
+      .createInstance(
+          {{"testcase_type", "PoissonFDM"}, {"PoissonFDM_params", {{"dim", dim}, {"N", n}}}})
       ->generate(A, x, b);
   x.fill(0);
   const auto solver = ParSolverT<double, long, int>::getFactory().createInstance(
@@ -97,8 +98,8 @@ TEST(ClassicalSolves, ConvergeInFewIterationsAtModestComplexity) {
 TEST(ClassicalPipelines, NameTheirPartsAndTellTheirTimes) {
   using Transfer = ParLevelTransferBoomerAMG<double, long, int>;
   Transfer transfer;
-  transfer.create({{"interpolator", {{"interpolator_type", "InterpolatorAMGCLDirect"}}},
-                   {"verbose", 1}});
+  transfer.create(
+      {{"interpolator", {{"interpolator_type", "InterpolatorAMGCLDirect"}}}, {"verbose", 1}});
   std::vector<std::string> roles;
   for (const auto& child : transfer.children) roles.push_back(child->role + child->registered_name);
   EXPECT_EQ(roles, (std::vector<std::string>{"strengtherStrengtherBoomerAMG",
