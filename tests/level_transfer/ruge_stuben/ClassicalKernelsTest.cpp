@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Strength, splittings and interpolations of classical coarsening on one rank.
+// Strength, independent sets and extended interpolation on one rank; RugeStubenTest.cpp has the
+// rest of classical coarsening.
 
 #include <gtest/gtest.h>
 
@@ -125,132 +126,9 @@ TEST(IndependentSets, TakeTheGreatestMeasureFirst) {
   }
 }
 
-Marks split(const Device& device, const HostCsr<double>& a,
-            CSRMatrixT<int, int>* strength = nullptr) {
-  CSRMatrixT<int, int> S;
-  MatrixT<int, int> cf;
-  const auto A = sparseOf(device, a);
-  Ops::connect(A, 0.25, S, cf);
-  Ops::cfsplit(A, S, cf);
-  if (strength != nullptr) *strength = S;
-  return valuesOf(cf);
-}
-
-TEST(ClassicalSplitting, AlternatesOnALineAndMarksWeakRows) {
-  for (const Device& device : testDevices()) {
-    const Marks cf = split(device, laplacian<double>(21, 1));
-    for (std::size_t i = 0; i + 1 < cf.size(); ++i) {
-      EXPECT_TRUE((cf[i] == 'C') != (cf[i + 1] == 'C')) << i;
-    }
-    // No negative entry off the diagonal, and none at all.
-    HostCsr<double> a = plainRows<double>(3, {{{0, 1.0}, {1, 2.0}}, {{1, 1.0}, {2, -1e-17}}});
-    a.endRow();
-    EXPECT_EQ(split(device, a), (Marks{'F', 'F', 'F'}));
-  }
-}
-
-// Every point is decided, and F points with strong entries have a strong C point, since the seeds'
-// dependants are F.
-TEST(ClassicalSplitting, CoversRandomMatrices) {
-  std::mt19937 rng(9);
-  for (int round = 0; round < 20; ++round) {
-    const auto a = randomMMatrix(rng, 50);
-    CSRMatrixT<int, int> S;
-    const Marks cf = split(Device(), a, &S);
-    EXPECT_EQ(split(testDevices().back(), a), cf);
-    const auto s = plainOf(S);
-    for (int i = 0; i < 50; ++i) {
-      bool strong = false, nearC = false;
-      for (const auto& [j, v] : s.row(i)) {
-        strong = strong || v != 0;
-        nearC = nearC || (v != 0 && cf[static_cast<std::size_t>(j)] == 'C');
-      }
-      EXPECT_NE(cf[static_cast<std::size_t>(i)], 'U');
-      EXPECT_TRUE(cf[static_cast<std::size_t>(i)] == 'C' || nearC || !strong) << i;
-    }
-  }
-}
-
-/// Direct interpolation by the formulas of Ruge and Stueben, with truncation.
-std::vector<double> direct(const HostCsr<double>& a, const HostCsr<int>& s, const Marks& cf, int c,
-                           double trunc) {
-  const std::size_t n = cf.size();
-  std::vector<int> number(n, -1);
-  int cols = 0;
-  for (std::size_t i = 0; i < n; ++i) number[i] = cf[i] == c ? cols++ : -1;
-  const auto S = s.dense();
-  std::vector<double> P(n * static_cast<std::size_t>(cols), 0.0);
-  for (std::size_t i = 0; i < n; ++i) {
-    double* row = P.data() + i * static_cast<std::size_t>(cols);
-    if (cf[i] == c) {
-      row[number[i]] = 1;
-      continue;
-    }
-    double low = 0, high = 0, dia = 0;
-    const auto isC = [&](int j) {
-      const std::size_t at = static_cast<std::size_t>(j);
-      return at != i && S[i * n + at] != 0 && cf[at] == c;
-    };
-    for (const auto& [j, v] : a.row(static_cast<int>(i))) {
-      if (isC(j)) low = std::min(low, trunc * v), high = std::max(high, trunc * v);
-    }
-    double neg = 0, negC = 0, negKept = 0, pos = 0, posC = 0, posKept = 0;
-    for (const auto& [j, v] : a.row(static_cast<int>(i))) {
-      if (static_cast<std::size_t>(j) == i) {
-        dia += v;
-        continue;
-      }
-      (v < 0 ? neg : pos) += v;
-      if (!isC(j)) continue;
-      (v < 0 ? negC : posC) += v;
-      if (v < low || v > high || trunc < 0) (v < 0 ? negKept : posKept) += v;
-    }
-    // Truncation leaves the sum of each sign as it was.
-    if (posC == 0 && pos > 0) dia += pos;
-    for (const auto& [j, v] : a.row(static_cast<int>(i))) {
-      if (!isC(j) || (trunc >= 0 && v >= low && v <= high)) continue;
-      const double whole = v < 0 ? std::fabs(neg) : std::fabs(pos);
-      const double kept = std::fabs(v < 0 ? negKept : posKept);
-      row[number[static_cast<std::size_t>(j)]] = -whole / (dia * kept) * v;
-    }
-  }
-  return P;
-}
-
 void expectNear(const std::vector<double>& a, const std::vector<double>& b) {
   ASSERT_EQ(a.size(), b.size());
   for (std::size_t k = 0; k < a.size(); ++k) EXPECT_NEAR(a[k], b[k], 1e-12 * (1 + std::fabs(b[k])));
-}
-
-TEST(DirectInterpolation, FollowsItsFormulasInBothForms) {
-  std::mt19937 rng(13);
-  for (const Device& device : testDevices()) {
-    for (int round = 0; round < 10; ++round) {
-      auto a = randomMMatrix(rng, 30);
-      for (double& v : a.values) v *= rng() % 9 == 0 ? -1 : 1;  // some of the other sign
-      const auto s = HostCsr<int>::build(30, 30, [&](int i, HostCsr<int>& out) {
-        for (const auto& entry : a.row(i))
-          out.push(entry.first, entry.first != i && rng() % 3 != 0);
-      });
-      Marks cf(30);
-      for (int& mark : cf) mark = rng() % 2 == 0 ? 1 : -1;
-      for (const bool trunc : {false, true}) {
-        const auto expected = direct(a, s, cf, 1, trunc ? 0.2 : -1);
-        long ncoarse = 0;
-        CSRMatrixT<double, int> P;
-        Ops::interpolation(sparseOf(device, a), sparseOf(device, s), matrixOf(device, 30, 1, cf),
-                           trunc, 0.2, 1, -1, ncoarse, P);
-        EXPECT_EQ(ncoarse, std::count(cf.begin(), cf.end(), 1));
-        expectNear(plainOf(P).dense(), expected);
-        ParMatrixT<int, long, int> marks;
-        marks.createSeq(matrixOf(device, 30, 1, cf), kCommWorld);
-        ParSparse<double> parP;
-        Ops::par_interpolation(parSparseOf(device, a), parSparseOf(device, s).sparsify(0), marks,
-                               trunc, 0.2, 1, -1, ncoarse, parP);
-        EXPECT_EQ(plainOf(parP.getLocalMatrix(0)), plainOf(P));
-      }
-    }
-  }
 }
 
 TEST(ExtendedInterpolation, FollowsItsFormula) {
