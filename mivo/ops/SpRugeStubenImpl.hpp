@@ -103,8 +103,8 @@ struct LocalRows {
   }
 };
 
-/// The rows of a distributed matrix. S is sorted by column as A is, and may lack entries and
-/// blocks: an entry is strong where S has a nonzero in its column.
+/// The rows of a distributed matrix. S is sorted by rank and column as A is, and may lack entries
+/// and blocks: an entry is strong where S has a nonzero in its column.
 template <class T, class L>
 struct BlockRows {
   int rank;
@@ -121,14 +121,14 @@ struct BlockRows {
 
   template <class F>
   MIVO_FUNCTION void operator()(L i, const F& f) const {
+    L q = 0;
     for (L b = 0; b < nblocks; ++b) {
       const COT_SpMVCSRRawMat<T, L>& block = a[b];
-      const COT_SpMVCSRRawMat<int, L>* strong = nullptr;
-      for (L q = 0; q < nstrong; ++q) {
-        if (s[q].rank == block.rank) strong = s + q;
-      }
-      L at = strong != nullptr ? strong->row_begin[i] : L(0);
-      const L end = strong != nullptr ? strong->row_end[i] : L(0);
+      while (q < nstrong && s[q].rank < block.rank) ++q;
+      const bool found = q < nstrong && s[q].rank == block.rank;
+      const COT_SpMVCSRRawMat<int, L>* strong = found ? s + q : nullptr;
+      L at = found ? strong->row_begin[i] : L(0);
+      const L end = found ? strong->row_end[i] : L(0);
       for (L k = block.row_begin[i]; k < block.row_end[i]; ++k) {
         const L j = block.col_idx[k];
         while (at < end && strong->col_idx[at] < j) ++at;

@@ -93,7 +93,7 @@ TEST(RugeStuebenOnRanks, ConnectsWholeRowsAndSplitsOwnBlocks) {
       EXPECT_EQ(valuesOf(cf), ownPart(part, valuesOf(marks)));
       EXPECT_EQ(ownEntries(S), ownEntries(distributed<int, long>(device, part, part, plainOf(s))));
 
-      Ops::par_cfsplit(A, S, cf);
+      Ops::par_rs_cfsplit(A, S, cf);
       long begin = 0, end = 0;
       part.getOwnerShipRangeForPart(worldRank(), &begin, &end);
       const auto own = HostCsr<int>::build(

@@ -27,23 +27,22 @@ struct DirectProblem {
   /// are strong.
   static DirectProblem random(std::mt19937& rng, int n, int cmark, int fmark) {
     DirectProblem out;
-    std::vector<T> diagonal;
-    out.a = HostCsr<T>::build(n, n, [&](int i, HostCsr<T>& a) {
+    out.a = HostCsr<T>::build(n, n, [&](int i, HostCsr<T>& row) {
       for (int j = 0; j < n; ++j) {
         if (j == i) {
-          a.push(j, T(R(7)) + smallValue<T>(rng) * T(R(0.5)));
+          row.push(j, T(R(7)) + smallValue<T>(rng) * T(R(0.5)));
         } else if (i % 5 != 4 && rng() % 4 == 0) {
           // No bound of truncation is met exactly.
           const R size = R(1) + static_cast<R>(rng()) / R(1u << 28);
           T v = T(rng() % 3 == 0 ? size : -size);
           if constexpr (kIsComplex<T>) v.im = static_cast<R>(rng() % 7) - R(3);
-          a.push(j, v);
+          row.push(j, v);
         }
       }
     });
-    out.s = HostCsr<int>::build(n, n, [&](int i, HostCsr<int>& s) {
+    out.s = HostCsr<int>::build(n, n, [&](int i, HostCsr<int>& row) {
       for (const auto& entry : out.a.row(i))
-        s.push(entry.first, entry.first != i && rng() % 3 != 0 ? 1 : 0);
+        row.push(entry.first, entry.first != i && rng() % 3 != 0 ? 1 : 0);
     });
     for (int i = 0; i < n; ++i) out.cf.push_back(rng() % 3 == 0 ? cmark : fmark);
     return out;

@@ -74,7 +74,7 @@ void LevelTransferOps_RS<T, G, L>::cfsplit(const Local& /*A*/, const LocalStreng
 }
 
 template <class T, class G, class L>
-void LevelTransferOps_RS<T, G, L>::par_cfsplit(const Matrix& A, const Strength& S, Marks& cf) {
+void LevelTransferOps_RS<T, G, L>::par_rs_cfsplit(const Matrix& A, const Strength& S, Marks& cf) {
   int rank = 0;
   MPI_Comm_rank(A.getComm(), &rank);
   LocalStrength own = S.getLocalMatrix(rank);

@@ -37,7 +37,7 @@ class MIVO_API LevelTransferOps_RS {
   /// The first pass of the classical splitting, on undecided points; there is no second one.
   static void cfsplit(const Local& A, const LocalStrength& S, LocalMarks& cf);
   /// The same on each rank's own block, whatever the others do.
-  static void par_cfsplit(const Matrix& A, const Strength& S, Marks& cf);
+  static void par_rs_cfsplit(const Matrix& A, const Strength& S, Marks& cf);
   /// Direct interpolation from the strong points with mark `cmark`. With `do_trunc` strong entries
   /// between eps_trunc times the least and the greatest of a row are left out, and the others
   /// scaled. S has the pattern of A.
