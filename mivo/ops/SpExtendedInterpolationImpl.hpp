@@ -19,7 +19,41 @@ struct ExtendedMatrix {
   const int* cf;      ///< C points at least 0, -3 without strong entries, F points otherwise
   const T* diagonal;  ///< of A
   const int* dof;     ///< function of each point, null when there is one
+  L* c_ptr;           ///< rows of `c_col`, one more than there are rows
+  L* c_col;           ///< strong C neighbours of each F point
+  L* d_ptr;           ///< rows of `d_pos`, likewise
+  L* d_pos;           ///< positions in A of entries of F points that may take shares of others
+
+  MIVO_FUNCTION bool isF(L i) const { return cf[i] < 0 && cf[i] != -3; }
+  /// Whether an entry of row j lies on the other side of zero than the diagonal.
+  MIVO_FUNCTION bool isOpposite(L j, L k) const {
+    const RealType<T> re = realPart(a.values[k]);
+    return realPart(diagonal[j]) < RealType<T>(0) ? -re < RealType<T>(0) : re < RealType<T>(0);
+  }
 };
+
+/// Lists what is asked for many times of F points: their strong C neighbours, and the entries in C
+/// columns of the sign that counts.
+template <class T, class L>
+MIVO_FUNCTION void listCoarseEntries(const ExtendedMatrix<T, L>& m) {
+  L nc = 0, nd = 0;
+  m.c_ptr[0] = m.d_ptr[0] = 0;
+  for (L i = 0; i < m.s.rows; ++i) {
+    if (m.isF(i)) {
+      for (L k = m.s.row_begin[i]; k < m.s.row_end[i]; ++k) {
+        const L j = m.s.col_idx[k];
+        m.c_col[nc] = j;
+        nc += m.s.values[k] != 0 && m.cf[j] >= 0 ? 1 : 0;
+      }
+      for (L k = m.a.row_begin[i]; k < m.a.row_end[i]; ++k) {
+        m.d_pos[nd] = k;
+        nd += m.cf[m.a.col_idx[k]] >= 0 && m.isOpposite(i, k) ? 1 : 0;
+      }
+    }
+    m.c_ptr[i + 1] = nc;
+    m.d_ptr[i + 1] = nd;
+  }
+}
 
 /// Visits the interpolatory set of row i: its strong C neighbours and those of its strong F
 /// neighbours. `onC(point)`, `onF(point)` before the neighbours of that.
@@ -31,11 +65,9 @@ MIVO_FUNCTION void visitExtendedSet(const ExtendedMatrix<T, L>& m, L i, const On
     const L j = m.s.col_idx[k];
     if (m.cf[j] >= 0) {
       onC(j);
-    } else if (m.cf[j] != -3) {
+    } else if (m.isF(j)) {
       onF(j);
-      for (L q = m.s.row_begin[j]; q < m.s.row_end[j]; ++q) {
-        if (m.s.values[q] != 0 && m.cf[m.s.col_idx[q]] >= 0) onC(m.s.col_idx[q]);
-      }
+      for (L q = m.c_ptr[j]; q < m.c_ptr[j + 1]; ++q) onC(m.c_col[q]);
     }
   }
 }
@@ -45,32 +77,33 @@ MIVO_FUNCTION void visitExtendedSet(const ExtendedMatrix<T, L>& m, L i, const On
 template <class T, class L>
 MIVO_FUNCTION void distribute(const ExtendedMatrix<T, L>& m, L i, L j, const T& a, L begin,
                               const L* marker, T* values, T& diagonal) {
-  using R = RealType<T>;
-  const bool negative = realPart(m.diagonal[j]) < R(0);
-  const auto counts = [&](L k) {
-    const L c = m.a.col_idx[k];
-    const R re = realPart(m.a.values[k]);
-    return c != j && (negative ? -re < R(0) : re < R(0)) && (marker[c] >= begin || c == i);
+  const L end = m.a.row_end[j];
+  L own = findColumn(m.a.row_begin[j], end, m.a.col_idx, i);
+  if (own < end && !m.isOpposite(j, own)) own = end;
+  // The entries that count, in the order of the row: i is no C point, and so not in the list.
+  const auto forEach = [&](const auto& visit) {
+    bool pending = own < end;
+    for (L q = m.d_ptr[j]; q < m.d_ptr[j + 1]; ++q) {
+      const L k = m.d_pos[q];
+      if (pending && own < k) {
+        visit(own);
+        pending = false;
+      }
+      if (marker[m.a.col_idx[k]] >= begin) visit(k);
+    }
+    if (pending) visit(own);
   };
   T sum(0);
-  for (L k = m.a.row_begin[j]; k < m.a.row_end[j]; ++k) {
-    if (counts(k)) sum += m.a.values[k];
-  }
+  forEach([&](L k) { sum += m.a.values[k]; });
   if (isZero(sum)) {
     diagonal += a;
     return;
   }
   const T share = a / sum;
-  for (L k = m.a.row_begin[j]; k < m.a.row_end[j]; ++k) {
-    if (!counts(k)) continue;
-    const L c = m.a.col_idx[k];
-    // The row itself is no C point, so that it is not in the set.
-    if (c == i) {
-      diagonal += share * m.a.values[k];
-    } else {
-      values[marker[c]] += share * m.a.values[k];
-    }
-  }
+  forEach([&](L k) {
+    T& target = k == own ? diagonal : values[marker[m.a.col_idx[k]]];
+    target += share * m.a.values[k];
+  });
 }
 
 /// Sorts the n pairs from the largest modulus down: the middle element is the pivot, and greater
@@ -137,7 +170,8 @@ class SpExtendedInterpolationImpl {
 
   static void par_boomeramg_interpolation_extended_pi(Space& space, View a, StrengthView s, L first,
                                                       L rows, const int* cf, const T* diagonal,
-                                                      const int* dof, int* coarse, View p,
+                                                      const int* dof, int* coarse, L* c_ptr,
+                                                      L* c_col, L* d_ptr, L* d_pos, View p,
                                                       L* marker);
   static void par_boomeramg_interpolation_add_rank_bias(Space& space, L n, int bias, int* coarse);
   static void boomeramg_csr_truncate(Space& space, View p, R trunc_factor, int max_elmts,
@@ -152,8 +186,9 @@ class SpExtendedInterpolationImpl {
 template <class T, class L, class Space>
 void SpExtendedInterpolationImpl<T, L, Space>::par_boomeramg_interpolation_extended_pi(
     Space& space, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
-    const int* dof, int* coarse, View p, L* marker) {
-  const sparse::ExtendedMatrix<T, L> m{a, s, first, rows, cf, diagonal, dof};
+    const int* dof, int* coarse, L* c_ptr, L* c_col, L* d_ptr, L* d_pos, View p, L* marker) {
+  const sparse::ExtendedMatrix<T, L> m{a,   s,     first, rows,  cf,   diagonal,
+                                       dof, c_ptr, c_col, d_ptr, d_pos};
   if (sparse::counting(p.col_idx, p.values)) {
     extendedCount(space, m, coarse, p, marker);
   } else {
@@ -167,12 +202,13 @@ void SpExtendedInterpolationImpl<T, L, Space>::extendedCount(Space& space,
                                                              int* coarse, View p, L* marker) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
     for (L c = 0; c < m.a.cols; ++c) marker[c] = -1;
+    sparse::listCoarseEntries(m);
     int ncoarse = 0;
     for (L row = 0; row < m.rows; ++row) {
       const L i = m.first + row;
       coarse[i] = m.cf[i] >= 0 ? ncoarse++ : -1;
       L n = m.cf[i] >= 0 ? 1 : 0;
-      if (m.cf[i] < 0 && m.cf[i] != -3) {
+      if (m.isF(i)) {
         sparse::visitExtendedSet(
             m, i,
             [&](L c) {

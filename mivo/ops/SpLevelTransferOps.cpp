@@ -116,9 +116,9 @@ void SpLevelTransferOps<T, G, L>::par_boomeramg_coarsen_pmis(
 template <class T, class G, class L>
 void SpLevelTransferOps<T, G, L>::par_boomeramg_interpolation_extended_pi(
     const Device& device, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
-    const int* dof, int* coarse, View p, L* marker) {
+    const int* dof, int* coarse, L* c_ptr, L* c_col, L* d_ptr, L* d_pos, View p, L* marker) {
   MIVO_DISPATCH(par_boomeramg_interpolation_extended_pi, a, s, first, rows, cf, diagonal, dof,
-                coarse, p, marker);
+                coarse, c_ptr, c_col, d_ptr, d_pos, p, marker);
 }
 
 template <class T, class G, class L>

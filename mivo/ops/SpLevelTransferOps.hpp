@@ -113,11 +113,14 @@ class MIVO_API SpLevelTransferOps {
   /// Interpolation of rows [first, first + rows) of a matrix that has all the rows and columns that
   /// they reach, see `LevelTransferOps_RS`. Two passes: the first numbers the C points of these
   /// rows in `coarse` and counts, the second reads `coarse` of all columns. The marker has one
-  /// element per column. One task.
+  /// element per column, `c_ptr` and `d_ptr` one more, `c_col` one more than S has entries and
+  /// `d_pos` one more than A: these keep lists of C neighbours of F points between the passes. One
+  /// task.
   static void par_boomeramg_interpolation_extended_pi(const Device& device, View a, StrengthView s,
                                                       L first, L rows, const int* cf,
                                                       const T* diagonal, const int* dof,
-                                                      int* coarse, View p, L* marker);
+                                                      int* coarse, L* c_ptr, L* c_col, L* d_ptr,
+                                                      L* d_pos, View p, L* marker);
 
   /// coarse_i += bias for numbers that are not negative
   static void par_boomeramg_interpolation_add_rank_bias(const Device& device, L n, int bias,

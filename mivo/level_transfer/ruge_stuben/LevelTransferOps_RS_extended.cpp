@@ -72,14 +72,19 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
   counting.start();
   const L size = extended.a.getCols();
   LocalMarks coarse;
-  IndexVector marker;
+  IndexVector marker, strongPtr, strongC, sharePtr, shares;
   coarse.create(size, 1, device);
   marker.create(size, 1, device);
+  strongPtr.create(size + 1, 1, device);
+  strongC.create(extended.s.getNnz() + 1, 1, device);
+  sharePtr.create(size + 1, 1, device);
+  shares.create(extended.a.getNnz() + 1, 1, device);
   const auto kernel = [&](const LocalMarks& numbers, auto view) {
     Kernels::par_boomeramg_interpolation_extended_pi(
         device, extended.a.getRawMat(), extended.s.getRawMat(), extended.first, extended.rows,
         marks.getData(), diagonal.getData(),
-        functions.getSize() > 0 ? functions.getData() : nullptr, numbers.getData(), view,
+        functions.getSize() > 0 ? functions.getData() : nullptr, numbers.getData(),
+        strongPtr.getData(), strongC.getData(), sharePtr.getData(), shares.getData(), view,
         marker.getData());
   };
   Local local;
