@@ -13,7 +13,11 @@
 ///   symmetric positive definite, with a condition number far above that of the Poisson equation;
 /// - convection: -laplace u + w . grad u by upwind differences, with a wind along the diagonal that
 ///   is as strong as diffusion in a cell: not symmetric;
-/// - helmholtz: 100 (-laplace u) - 12 u in units of a cell: symmetric and indefinite.
+/// - helmholtz: 100 (-laplace u) - 12 u in units of a cell: symmetric and indefinite;
+/// - anisotropy: diffusion a hundred times stronger in x than in y: symmetric positive definite;
+/// - magnetic: a charge in a constant magnetic potential, whose couplings turn by the phase of 3 +
+/// 4i:
+///   complex, Hermitian and positive definite.
 
 #include <algorithm>
 #include <cstdlib>
@@ -39,9 +43,10 @@ int faceCoefficient(int n, int i, int j, int iNext, int jNext) {
   return outside ? own : std::min(own, coefficient(iNext, jNext));
 }
 
-/// Five-point coefficients of a cell.
+/// Five-point coefficients of a cell; `turn` is the imaginary part of west, and less it of east.
 struct Stencil {
   int diagonal, south, west, east, north;
+  int turn = 0;
 };
 
 Stencil diffusion(int n, int i, int j) {
@@ -56,16 +61,23 @@ Stencil convection(int, int, int) { return {6, -2, -2, -1, -1}; }
 
 Stencil helmholtz(int, int, int) { return {388, -100, -100, -100, -100}; }
 
+Stencil anisotropy(int, int, int) { return {202, -1, -100, -100, -1}; }
+
+Stencil magnetic(int, int, int) { return {21, -5, -3, -3, -5, 4}; }
+
 struct Kind {
   std::string name;
   std::string title;
   bool symmetric;  ///< its file holds the lower triangle
   Stencil (*stencil)(int n, int i, int j);
+  bool complex = false;
 };
 
 const Kind kKinds[] = {{"diffusion", "diffusion with inclusions", true, diffusion},
                        {"convection", "convection and diffusion, upwind", false, convection},
-                       {"helmholtz", "Helmholtz equation", true, helmholtz}};
+                       {"helmholtz", "Helmholtz equation", true, helmholtz},
+                       {"anisotropy", "diffusion of one main direction", true, anisotropy},
+                       {"magnetic", "charge in a magnetic potential", false, magnetic, true}};
 
 bool write(const std::string& path, const std::string& text) {
   std::ofstream file(path);
@@ -90,7 +102,7 @@ int main(int argc, char** argv) {
   const Kind* kind = std::find_if(std::begin(kKinds), std::end(kKinds),
                                   [&](const Kind& each) { return each.name == name; });
   if (kind == std::end(kKinds)) {
-    std::cerr << "KIND must be diffusion, convection or helmholtz\n";
+    std::cerr << "KIND must be diffusion, convection, helmholtz, anisotropy or magnetic\n";
     return 1;
   }
   std::ostringstream entries;
@@ -99,22 +111,25 @@ int main(int argc, char** argv) {
     for (int i = 0; i < n; ++i) {
       const long row = long(j) * n + i + 1;
       const Stencil s = kind->stencil(n, i, j);
-      const auto entry = [&](bool inside, long col, int value) {
+      const auto entry = [&](bool inside, long col, int value, int imaginary = 0) {
         if (!inside || (kind->symmetric && col > row)) return;
-        entries << row << ' ' << col << ' ' << value << '\n';
+        entries << row << ' ' << col << ' ' << value;
+        if (kind->complex) entries << ' ' << imaginary;
+        entries << '\n';
         ++count;
       };
       entry(j > 0, row - n, s.south);
-      entry(i > 0, row - 1, s.west);
+      entry(i > 0, row - 1, s.west, s.turn);
       entry(true, row, s.diagonal);
-      entry(i + 1 < n, row + 1, s.east);
+      entry(i + 1 < n, row + 1, s.east, -s.turn);
       entry(j + 1 < n, row + n, s.north);
     }
   }
   const long rows = long(n) * n;
   std::ostringstream matrix;
-  matrix << "%%MatrixMarket matrix coordinate real " << (kind->symmetric ? "symmetric" : "general")
-         << "\n% " << kind->title << ", " << n << " x " << n << " cells\n"
+  matrix << "%%MatrixMarket matrix coordinate " << (kind->complex ? "complex " : "real ")
+         << (kind->symmetric ? "symmetric" : "general") << "\n% " << kind->title << ", " << n
+         << " x " << n << " cells\n"
          << rows << ' ' << rows << ' ' << count << '\n'
          << entries.str();
   if (!write(folder + "/" + kind->name + ".mtx", matrix.str())) return 1;

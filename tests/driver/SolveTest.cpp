@@ -447,7 +447,8 @@ TEST(Solve, HelpVersionSchemaAndListNeedNoConfiguration) {
 TEST(Solve, ReadyConfigurationsConverge) {
   const Folder folder;
   for (const char* name :
-       {"poisson2d-jacobi", "poisson3d-ssor", "poisson3d-amg", "matrix-market"}) {
+       {"poisson2d-jacobi", "poisson3d-ssor", "poisson3d-amg", "matrix-market", "anisotropy-amg",
+        "jumps-amg", "convection-amg", "helmholtz-minres", "magnetic-pcg"}) {
     const std::string file =
         std::string(MIVO_PROJECT_FOLDER) + "/examples/configs/" + name + ".json";
     const Outcome outcome = folder.run({file, "--json"});
@@ -503,15 +504,17 @@ TEST(Solve, HierarchiesAreShownAndMeasuredOnRequest) {
 
 TEST(Solve, CommittedDataIsWhatTheGeneratorWrites) {
   const Folder folder;
-  ASSERT_EQ(std::system((std::string("\"") + MIVO_GENERATE_PROGRAM + "\" \"" +
-                         folder.path().string() + "\"")
-                            .c_str()),
-            0);
-  for (const char* name : {"diffusion.mtx", "diffusion-b.mtx"}) {
-    EXPECT_TRUE(folder.read(name) ==
-                readAll(std::string(MIVO_PROJECT_FOLDER) + "/examples/data/" + name))
-        << name;
+  for (const std::string kind :
+       {"diffusion", "anisotropy", "convection", "helmholtz", "magnetic"}) {
+    const std::string command = std::string("\"") + MIVO_GENERATE_PROGRAM + "\" \"" +
+                                folder.path().string() + "\" 40 " + kind;
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    EXPECT_TRUE(folder.read(kind + ".mtx") ==
+                readAll(std::string(MIVO_PROJECT_FOLDER) + "/examples/data/" + kind + ".mtx"))
+        << kind;
   }
+  EXPECT_EQ(folder.read("diffusion-b.mtx"),
+            readAll(std::string(MIVO_PROJECT_FOLDER) + "/examples/data/diffusion-b.mtx"));
 }
 
 }  // namespace
