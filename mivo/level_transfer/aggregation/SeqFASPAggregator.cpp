@@ -120,11 +120,14 @@ void SeqFASPAggregator_T<T, G, L>::create(const json& params) {
   readJsonKey(params, "max_aggregation", max_aggregation);
 }
 
-// The matrix A is not gathered: its values are not asked for.
 template <class T, class G, class L>
-void SeqFASPAggregator_T<T, G, L>::aggregate(const Matrix& /*A*/, const Strength& S,
+void SeqFASPAggregator_T<T, G, L>::aggregate(const Matrix& A, const Strength& S,
                                              Aggregates& aggr, G& naggr) {
   const auto strength = gatherStrength(S);
+  // Nobody asks for the values of A, but its gathering is part of the messages.
+  int nprocs = 1;
+  MPI_Comm_size(S.getComm(), &nprocs);
+  if (nprocs > 1) A.gather(0);
   MatrixT<int, L, MatrixLayoutRowMajor> whole;
   naggr = 0;
   int rank = 0;
