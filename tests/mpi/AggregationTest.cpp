@@ -28,18 +28,6 @@ Strength spread(const Device& device, const Part& part, const HostCsr<int>& s) {
   return distributed<int, long>(device, part, part, s);
 }
 
-/// All numbers, on every rank.
-std::vector<int> everywhere(const Aggregates& aggr) {
-  const int size = static_cast<int>(aggr.getRows());
-  std::vector<int> mine(static_cast<std::size_t>(size), 0), all(mine);
-  long begin = 0, end = 0;
-  aggr.getRowPartitioner().getOwnerShipRangeForPart(worldRank(), &begin, &end);
-  const auto values = valuesOf(aggr);
-  std::copy(values.begin(), values.end(), mine.begin() + begin);
-  MPI_Allreduce(mine.data(), all.data(), size, MPI_INT, MPI_SUM, kCommWorld);
-  return all;
-}
-
 std::vector<int> byName(const std::string& name, const Strength& S, long* naggr) {
   const auto aggregator =
       ParAggregatorT<double, long, int>::getFactory().createInstance({{"aggregator_type", name}});

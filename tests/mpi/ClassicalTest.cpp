@@ -24,17 +24,6 @@ using Strength = ParCSRMatrixT<int, long, int>;
 using Marks = ParMatrixT<int, long, int>;
 using Matrix = ParSparse<double>;
 
-std::vector<int> everywhere(const Marks& marks) {
-  std::vector<int> mine(static_cast<std::size_t>(marks.getRows()), 0), all(mine);
-  long begin = 0, end = 0;
-  marks.getRowPartitioner().getOwnerShipRangeForPart(worldRank(), &begin, &end);
-  const auto values = valuesOf(marks);
-  std::copy(values.begin(), values.end(), mine.begin() + begin);
-  MPI_Allreduce(mine.data(), all.data(), static_cast<int>(all.size()), MPI_INT, MPI_SUM,
-                kCommWorld);
-  return all;
-}
-
 /// All entries of a matrix as a dense one, on every rank.
 std::vector<double> denseEverywhere(const Matrix& A) {
   const std::size_t cols = static_cast<std::size_t>(A.getCols());

@@ -66,6 +66,19 @@ ParMatrixT<T, G, int> ownColumn(const Device& device, const PartitionerT<G, int>
   return columnOf(device, part, ownPart(part, all));
 }
 
+/// All elements of a column, on every rank. Collective.
+template <class G>
+std::vector<int> everywhere(const ParMatrixT<int, G, int>& column) {
+  std::vector<int> mine(static_cast<std::size_t>(column.getRows()), 0), all(mine);
+  G begin = 0;
+  column.getRowPartitioner().getOwnerShipRangeForPart(worldRank(), &begin, nullptr);
+  const auto values = valuesOf(column);
+  std::copy(values.begin(), values.end(), mine.begin() + begin);
+  MPI_Allreduce(mine.data(), all.data(), static_cast<int>(all.size()), MPI_INT, MPI_SUM,
+                kCommWorld);
+  return all;
+}
+
 /// The entries that this rank stores, by global position.
 template <class T, class G>
 EntryMap<T> ownEntries(const ParCSRMatrixT<T, G, int>& A) {

@@ -121,8 +121,8 @@ void SeqFASPAggregator_T<T, G, L>::create(const json& params) {
 }
 
 template <class T, class G, class L>
-void SeqFASPAggregator_T<T, G, L>::aggregate(const Matrix& A, const Strength& S,
-                                             Aggregates& aggr, G& naggr) {
+void SeqFASPAggregator_T<T, G, L>::aggregate(const Matrix& A, const Strength& S, Aggregates& aggr,
+                                             G& naggr) {
   const auto strength = gatherStrength(S);
   // Nobody asks for the values of A, but its gathering is part of the messages.
   int nprocs = 1;
