@@ -4,10 +4,13 @@
 // the time of a V-cycle; the cycle against its parts measured alone; memory. On one rank, or on
 // several under mpiexec. Called by bench/multigrid/run.
 //
-//   bench_multigrid NAME SMOOTHING N REPETITIONS
+//   bench_multigrid NAME SMOOTHING N REPETITIONS [PROBLEM]
 //
 // NAME is a level transfer, with "/" and an aggregator behind it where it takes one; SMOOTHING is
-// ssor, sor (forward down, backward up) or jacobi.
+// ssor, sor (forward down, backward up) or jacobi. PROBLEM is poisson3d (default) or poisson2d, by
+// the library's test case, or on N^3 points without boundary rows and with b = A 1: 27point,
+// anisotropic (a hundred times stronger in x) or jumps (a thousand times stronger in every other
+// block of 8^3).
 
 #include <sys/resource.h>
 
@@ -19,6 +22,7 @@
 #include <vector>
 
 #include "bench/support/median.hpp"
+#include "bench/support/stencils.hpp"
 #include "mivo/mivo.hpp"
 #include "mivo/mpi_stub/mpi.h"
 
@@ -104,12 +108,52 @@ double partsOfCycle(Amg& amg, int repetitions) {
   return sum;
 }
 
-void measure(const std::string& name, const std::string& smoothing, int n, int repetitions) {
+/// Coupling of two neighbours on the grid of n^3 points.
+double coupling(const std::string& problem, int n, int row, int col) {
+  if (problem == "anisotropic") return std::abs(row - col) == 1 ? 100 : 1;
+  if (problem != "jumps") return 1;
+  const auto conductivity = [n](int point) {
+    const int x = point % n, y = point / n % n, z = point / n / n;
+    return (x / 8 + y / 8 + z / 8) % 2 == 0 ? 1.0 : 1000.0;
+  };
+  return 2 / (1 / conductivity(row) + 1 / conductivity(col));
+}
+
+void makeSystem(const std::string& problem, int n, Matrix& A, Vector& x, Vector& b) {
+  if (problem == "poisson3d" || problem == "poisson2d") {
+    mivo::TestCaseT<double, long, int>::getFactory()
+        .createInstance(withParams("testcase", "PoissonFDM",
+                                   {{"dim", problem == "poisson3d" ? 3 : 2}, {"N", n}}))
+        ->generate(A, x, b);
+    return;
+  }
+  const long rows = static_cast<long>(n) * n * n;
+  A.create(rows, rows, mivo::Device());
+  long begin = 0, end = 0;
+  A.getOwnerShipRange(&begin, &end);
+  A.beginAssemble();
+  mivo::bench::forStencil(n, problem == "27point", [&](int row, int col, double value) {
+    if (row < begin || row >= end) return;
+    if (row == col) {
+      // Couplings across the boundary are those of the stencil.
+      A.setValue(row, row, problem == "27point" ? value : 1e-3, mivo::SetValueMode::Add);
+      return;
+    }
+    const double k = coupling(problem, n, row, col);
+    A.setValue(row, col, -k, mivo::SetValueMode::Add);
+    if (problem != "27point") A.setValue(row, row, k, mivo::SetValueMode::Add);
+  });
+  A.endAssemble();
+  x.create(A.getRowPartitioner(), A.getDevice(), A.getComm());
+  x.fill(1);
+  b = A.matVec(x);
+}
+
+void measure(const std::string& name, const std::string& smoothing, int n, int repetitions,
+             const std::string& problem) {
   Matrix A;
   Vector x, b;
-  mivo::TestCaseT<double, long, int>::getFactory()
-      .createInstance(withParams("testcase", "PoissonFDM", {{"dim", 3}, {"N", n}}))
-      ->generate(A, x, b);
+  makeSystem(problem, n, A, x, b);
   A.prepareMatVec(false);
   x.fill(0);
   const double memoryBefore = peakMegabytes();
@@ -155,24 +199,25 @@ void measure(const std::string& name, const std::string& smoothing, int n, int r
   MPI_Comm_rank(MPI_COMM_WORLD, &rank);
   if (rank > 0) return;
   const double setup = mivo::bench::median(setups);
-  std::cerr << std::fixed << std::setprecision(3) << "| " << name << " | " << smoothing << " | "
-            << ranks << " | " << amg->levels.size() << " | " << complexity << " | " << iterations
-            << " | " << setup << " | " << mivo::bench::median(transfers) << " | "
-            << mivo::bench::median(raps) << " | " << std::setprecision(4) << cycle << " | "
-            << std::setprecision(1) << setup / cycle << " | " << std::setprecision(2)
-            << cycle / parts << " | " << std::setprecision(3) << solve << " | " << setup + solve
-            << " | " << std::setprecision(0) << needed << " | " << memory << " | "
-            << peakMegabytes() << " |\n";
+  std::cerr << std::fixed << std::setprecision(3) << "| " << problem << " " << n << " | " << name
+            << " | " << smoothing << " | " << ranks << " | " << amg->levels.size() << " | "
+            << complexity << " | " << iterations << " | " << setup << " | "
+            << mivo::bench::median(transfers) << " | " << mivo::bench::median(raps) << " | "
+            << std::setprecision(4) << cycle << " | " << std::setprecision(1) << setup / cycle
+            << " | " << std::setprecision(2) << cycle / parts << " | " << std::setprecision(3)
+            << solve << " | " << setup + solve << " | " << std::setprecision(0) << needed << " | "
+            << memory << " | " << peakMegabytes() << " |\n";
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 5) {
-    std::cerr << "usage: bench_multigrid NAME SMOOTHING N REPETITIONS\n";
+  if (argc != 5 && argc != 6) {
+    std::cerr << "usage: bench_multigrid NAME SMOOTHING N REPETITIONS [PROBLEM]\n";
     return 1;
   }
   mivo::Device::initialize();
-  measure(argv[1], argv[2], std::atoi(argv[3]), std::atoi(argv[4]));
+  measure(argv[1], argv[2], std::atoi(argv[3]), std::atoi(argv[4]),
+          argc == 6 ? argv[5] : "poisson3d");
   mivo::Device::finalize();
 }
