@@ -113,6 +113,21 @@ void CSRMatrixT<T, I>::resizeNnz(I nnz, I cols) {
 }
 
 template <class T, class I>
+void CSRMatrixT<T, I>::shrinkNnz(I nnz) {
+  MIVO_CHECK(nnz >= 0 && nnz <= getNnz())
+      << "CSRMatrix: " << getNnz() << " entries cannot shrink to " << nnz;
+  if (nnz > 0) {
+    impl_->nnz = nnz;
+    return;
+  }
+  if (impl_->col_idx != nullptr) impl_->device.rawFree(impl_->col_idx);
+  if (impl_->values != nullptr) impl_->device.rawFree(impl_->values);
+  impl_->col_idx = nullptr;
+  impl_->values = nullptr;
+  impl_->nnz = 0;
+}
+
+template <class T, class I>
 I CSRMatrixT<T, I>::evaluateNnzs() const {
   I nnz = 0;
   if (getRows() > 0) copyArray(1, getRowPtr() + getRows(), getDevice(), &nnz, Device());
@@ -174,6 +189,7 @@ typename CSRMatrixT<T, I>::View CSRMatrixT<T, I>::getRawMat() const {
   template void CSRMatrixT<T, long>::create(long, long, long, const Device&);      \
   template void CSRMatrixT<T, long>::resize(long, long, const Device&);            \
   template void CSRMatrixT<T, long>::resizeNnz(long, long);                        \
+  template void CSRMatrixT<T, long>::shrinkNnz(long);                              \
   template long CSRMatrixT<T, long>::evaluateNnzs() const;                         \
   template void CSRMatrixT<T, long>::deepCopy(CSRMatrixT<T, long>&) const;         \
   template CSRMatrixT<T, long> CSRMatrixT<T, long>::toDevice(const Device&) const; \

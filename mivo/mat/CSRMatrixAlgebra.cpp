@@ -126,45 +126,51 @@ void CSRMatrixT<T, I>::multiplyTriple(const CSRMatrixT& R, const CSRMatrixT& A, 
   checkFactors(R, A);
   checkFactors(A, P);
   const Device device = A.getDevice();
-  CSRMatrixT result, scratch, buffer;
-  result.resize(R.getRows(), P.getCols(), device);
+  CSRMatrixT result, scratch;
   scratch.create(0, A.getCols(), A.getCols(), device);
   IndexVectorT marker_a, marker_p, reached;
   marker_a.create(A.getCols(), 1, device);
   marker_p.create(P.getCols(), 1, device);
   reached.create(1, 1, device);
   reached.fill(0);
-  const auto copyEntries = [&](I n, const CSRMatrixT& from, CSRMatrixT& to) {
-    if (n == 0) return;
-    const std::size_t count = static_cast<std::size_t>(n);
-    device.rawCopyTo(count * sizeof(I), from.getColIdx(), device, to.getColIdx());
-    device.rawCopyTo(count * sizeof(T), from.getValues(), device, to.getValues());
+  // The first `rows` rows of a result with room for `capacity` entries.
+  const auto withRoom = [&](I rows, I capacity) {
+    CSRMatrixT larger;
+    larger.create(R.getRows(), P.getCols(), capacity, device);
+    if (rows == 0) return larger;
+    I filled = 0;
+    device.rawCopyTo(sizeof(I), result.getRowPtr() + rows, Device(), &filled);
+    const auto copy = [&](std::size_t count, const auto* from, auto* to) {
+      if (count > 0) device.rawCopyTo(count * sizeof(*to), from, device, to);
+    };
+    copy(static_cast<std::size_t>(rows) + 1, result.getRowPtr(), larger.getRowPtr());
+    copy(static_cast<std::size_t>(filled), result.getColIdx(), larger.getColIdx());
+    copy(static_cast<std::size_t>(filled), result.getValues(), larger.getValues());
+    return larger;
   };
 
-  // The number of entries is not known before: rows go into a buffer, a larger one when it is full.
+  // The number of entries is not known before: room is made, and more of it when it is full. On a
+  // host what is not used is not touched, and costs address space alone.
+  const bool generous = device.type == Device::kHost;
   constexpr I kMost = std::numeric_limits<I>::max();
+  const auto twice = [](I n) { return n > kMost / 2 ? kMost : static_cast<I>(2 * n); };
   I capacity = std::max(A.getNnz(), P.getCols());
+  if (generous) capacity = twice(capacity);
   for (I done = 0;;) {
-    CSRMatrixT larger;
-    larger.create(0, P.getCols(), capacity, device);
-    I filled = 0;
-    if (done > 0) device.rawCopyTo(sizeof(I), result.getRowPtr() + done, Device(), &filled);
-    copyEntries(filled, buffer, larger);
-    buffer = larger;
-    View c = result.getRawMat();
-    c.col_idx = buffer.getColIdx();
-    c.values = buffer.getValues();
-    SpBlasOps<T, I>::csr_matmul_triple(device, R.getRawMat(), A.getRawMat(), P.getRawMat(), c,
-                                       capacity, reached.getData(), marker_a.getData(),
-                                       marker_p.getData(), scratch.getRawMat());
+    result = withRoom(done, capacity);
+    SpBlasOps<T, I>::csr_matmul_triple(device, R.getRawMat(), A.getRawMat(), P.getRawMat(),
+                                       result.getRawMat(), capacity, reached.getData(),
+                                       marker_a.getData(), marker_p.getData(), scratch.getRawMat());
     done = reached.toDevice(Device()).getData()[0];
     if (done == R.getRows()) break;
     MIVO_CHECK(capacity < kMost) << "CSRMatrix: the entries of a result exceed the index type";
-    capacity = capacity > kMost / 2 ? kMost : 2 * capacity;
+    capacity = twice(capacity);
   }
-  const I nnz = result.evaluateNnzs();
-  result.resizeNnz(nnz, 0);
-  copyEntries(nnz, buffer, result);
+  if (generous) {
+    result.shrinkNnz(result.evaluateNnzs());
+  } else {
+    result = withRoom(R.getRows(), result.evaluateNnzs());
+  }
   C = result;
 }
 

@@ -22,7 +22,8 @@ struct RowScale {
   MIVO_FUNCTION explicit RowScale(const T& d) : sum(d), negative(realPart(d) < R(0)) {}
   MIVO_FUNCTION void add(const T& a) {
     const R re = realPart(a);
-    if (negative ? re > scale : re < scale) scale = re;
+    const bool larger = negative ? re > scale : re < scale;
+    scale = larger ? re : scale;
     sum += a;
   }
   MIVO_FUNCTION bool isStrong(const T& a, R threshold) const {
@@ -46,7 +47,7 @@ struct PMISGraph {
   int rank;
   L rows;
   L nblocks;
-  const COT_SpMVCSRRawMat<int, L>* blocks;  ///< strong entries alone
+  const COT_SpMVCSRRawMat<int, L>* blocks;  ///< nonzero values are strong
   L nviews;
   const COT_RawCommPattern<int, L>* cf_ghosts;
   const COT_RawCommPattern<double, L>* measure_ghosts;
@@ -55,15 +56,21 @@ struct PMISGraph {
   double* measure;
   int* graph;  ///< 1 for points that are undecided
 
+  MIVO_FUNCTION static bool hasStrong(const COT_SpMVCSRRawMat<int, L>& block, L i) {
+    for (L k = block.row_begin[i]; k < block.row_end[i]; ++k) {
+      if (block.values[k] != 0) return true;
+    }
+    return false;
+  }
   MIVO_FUNCTION bool hasRemoteEntry(L i) const {
     for (L b = 0; b < nblocks; ++b) {
-      if (blocks[b].rank != rank && blocks[b].row_begin[i] < blocks[b].row_end[i]) return true;
+      if (blocks[b].rank != rank && hasStrong(blocks[b], i)) return true;
     }
     return false;
   }
   MIVO_FUNCTION bool hasEntry(L i) const {
     for (L b = 0; b < nblocks; ++b) {
-      if (blocks[b].row_begin[i] < blocks[b].row_end[i]) return true;
+      if (hasStrong(blocks[b], i)) return true;
     }
     return false;
   }
@@ -74,9 +81,11 @@ template <class L>
 MIVO_FUNCTION void addMeasures(const PMISGraph<L>& g) {
   using Block = COT_SpMVCSRRawMat<int, L>;
   for (L i = 0; i < g.rows; ++i) {
-    loopLocalCol(i, g.rank, g.nblocks, g.blocks,
-                 [&](const Block& block, L k) { g.measure[block.col_idx[k]] += 1.0; });
+    loopLocalCol(i, g.rank, g.nblocks, g.blocks, [&](const Block& block, L k) {
+      if (block.values[k] != 0) g.measure[block.col_idx[k]] += 1.0;
+    });
     loopRemoteCol(i, g.rank, g.nblocks, g.blocks, [&](const Block& block, L k) {
+      if (block.values[k] == 0) return;
       const auto* view = findGhosts(block.rank, g.nviews, g.measure_ghosts);
       view->recv_x[block.col_idx[k]] += 1.0;
       view->recv_write_flag[block.col_idx[k]] = 1;
@@ -133,7 +142,7 @@ MIVO_FUNCTION void chooseIndependentSet(const PMISGraph<L>& g) {
     if (g.graph[i] != 1 || !(g.measure[i] > 1.0)) continue;
     loopLocalCol(i, g.rank, g.nblocks, g.blocks, [&](const Block& block, L k) {
       const L j = block.col_idx[k];
-      if (!(g.measure[j] > 1.0)) return;
+      if (!(g.measure[j] > 1.0) || block.values[k] == 0) return;
       if (g.measure[i] > g.measure[j]) {
         g.cf[j] = 0;
       } else if (g.measure[j] > g.measure[i]) {
@@ -143,7 +152,7 @@ MIVO_FUNCTION void chooseIndependentSet(const PMISGraph<L>& g) {
     loopRemoteCol(i, g.rank, g.nblocks, g.blocks, [&](const Block& block, L k) {
       const L c = block.col_idx[k];
       const auto* measures = findGhosts(block.rank, g.nviews, g.measure_ghosts);
-      if (!(measures->recv_x[c] > 1.0)) return;
+      if (block.values[k] == 0 || !(measures->recv_x[c] > 1.0)) return;
       if (g.measure[i] > measures->recv_x[c]) {
         const auto* marks = findGhosts(block.rank, g.nviews, g.cf_ghosts);
         marks->recv_x[c] = 0;
@@ -169,6 +178,7 @@ MIVO_FUNCTION void markPoints(const PMISGraph<L>& g) {
     for (L b = 0; b < g.nblocks; ++b) {
       const Block& block = g.blocks[b];
       for (L k = block.row_begin[i]; k < block.row_end[i]; ++k) {
+        if (block.values[k] == 0) continue;
         const int* mark =
             valueOfColumn(block.rank, block.col_idx[k], g.rank, g.cf, g.nviews, g.cf_ghosts);
         if (*mark > 0) g.cf[i] = -1;
@@ -242,14 +252,15 @@ void SpBoomerAMGImpl<T, L, Space>::par_boomeramg_strength(Space& space, int rank
                                                       nviews, views) == dof[i];
     };
     sparse::RowScale<T> row(d[i]);
-    sparse::rsLoopAllCol(i, nblocks, a, s, [&](const Block& block, const StrengthBlock& out, L k) {
-      out.values[k] = 0;
+    sparse::rsLoopAllCol(i, nblocks, a, s, [&](const Block& block, const StrengthBlock&, L k) {
       if (counts(block, k)) row.add(block.values[k]);
     });
-    if (max_row_sum < R(1) && abs(row.sum) > abs(d[i]) * max_row_sum) return;
+    // A dominant row has no strong entry.
+    const bool dominant = max_row_sum < R(1) && abs(row.sum) > abs(d[i]) * max_row_sum;
     const R threshold = row.scale * strong_threshold;
     sparse::rsLoopAllCol(i, nblocks, a, s, [&](const Block& block, const StrengthBlock& out, L k) {
-      if (counts(block, k) && row.isStrong(block.values[k], threshold)) out.values[k] = 1;
+      const bool strong = !dominant && counts(block, k);
+      out.values[k] = strong & row.isStrong(block.values[k], threshold) ? 1 : 0;
     });
   });
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <limits>
+
 #include "mivo/ops/sparse_rows.hpp"
 
 namespace mivo {
@@ -23,8 +25,22 @@ struct ExtendedMatrix {
   L* c_col;           ///< strong C neighbours of each F point
   L* d_ptr;           ///< rows of `d_pos`, likewise
   L* d_pos;           ///< positions in A of entries of F points that may take shares of others
+  L* hints;  ///< where searches in each row of A go on, null to have each begin at the row's start
 
   MIVO_FUNCTION bool isF(L i) const { return cf[i] < 0 && cf[i] != -3; }
+  /// Position of column i in row j of A, its end where it has none. Rows are asked for ascending
+  /// columns, and mostly have them in this order.
+  MIVO_FUNCTION L find(L j, L i) const {
+    const L end = a.row_end[j];
+    if (hints == nullptr) return findColumn(a.row_begin[j], end, a.col_idx, i);
+    L k = findColumn(hints[j], end, a.col_idx, i);
+    if (k == end) {
+      k = findColumn(a.row_begin[j], hints[j], a.col_idx, i);
+      if (k == hints[j]) return end;
+    }
+    hints[j] = k;
+    return k;
+  }
   /// Whether an entry of row j lies on the other side of zero than the diagonal.
   MIVO_FUNCTION bool isOpposite(L j, L k) const {
     const RealType<T> re = realPart(a.values[k]);
@@ -73,12 +89,13 @@ MIVO_FUNCTION void visitExtendedSet(const ExtendedMatrix<T, L>& m, L i, const On
 }
 
 /// Gives the share a of the strong F neighbour j of row i to those neighbours of j that are in the
-/// interpolatory set, and to i itself, on whose diagonal it counts.
+/// interpolatory set, and to i itself, on whose diagonal it counts. `values` are those of the row,
+/// the marker minus `begin` their places.
 template <class T, class L>
 MIVO_FUNCTION void distribute(const ExtendedMatrix<T, L>& m, L i, L j, const T& a, L begin,
                               const L* marker, T* values, T& diagonal) {
   const L end = m.a.row_end[j];
-  L own = findColumn(m.a.row_begin[j], end, m.a.col_idx, i);
+  L own = m.find(j, i);
   if (own < end && !m.isOpposite(j, own)) own = end;
   // The entries that count, in the order of the row: i is no C point, and so not in the list.
   const auto forEach = [&](const auto& visit) {
@@ -101,9 +118,50 @@ MIVO_FUNCTION void distribute(const ExtendedMatrix<T, L>& m, L i, L j, const T& 
   }
   const T share = a / sum;
   forEach([&](L k) {
-    T& target = k == own ? diagonal : values[marker[m.a.col_idx[k]]];
+    T& target = k == own ? diagonal : values[marker[m.a.col_idx[k]] - begin];
     target += share * m.a.values[k];
   });
+}
+
+/// Makes row `row` of the interpolation, whose columns are the coarse numbers of its set in the
+/// order in which they are met; returns its length. The marker holds less than `begin` for columns,
+/// or a number of another row's strong F neighbours, none of which is `strongF`.
+template <class T, class L>
+MIVO_FUNCTION L interpolateRow(const ExtendedMatrix<T, L>& m, L row, const int* coarse, L begin,
+                               L strongF, L* marker, L* col_idx, T* values) {
+  const L i = m.first + row;
+  if (m.cf[i] >= 0) {
+    col_idx[0] = coarse[i];
+    values[0] = T(1);
+    return 1;
+  }
+  if (m.cf[i] == -3) return 0;
+  L n = 0;
+  visitExtendedSet(
+      m, i,
+      [&](L c) {
+        if (marker[c] >= begin) return;
+        marker[c] = begin + n;
+        col_idx[n] = coarse[c];
+        values[n] = T(0);
+        ++n;
+      },
+      [&](L f) { marker[f] = strongF; });
+
+  T diagonal = m.diagonal[i];
+  for (L k = m.a.row_begin[i]; k < m.a.row_end[i]; ++k) {
+    const L j = m.a.col_idx[k];
+    if (j == i) continue;
+    if (marker[j] >= begin) {
+      values[marker[j] - begin] += m.a.values[k];
+    } else if (marker[j] == strongF) {
+      distribute(m, i, j, m.a.values[k], begin, marker, values, diagonal);
+    } else if (m.cf[j] != -3 && (m.dof == nullptr || m.dof[i] == m.dof[j])) {
+      diagonal += m.a.values[k];
+    }
+  }
+  for (L k = 0; k < n; ++k) values[k] = -values[k] / diagonal;
+  return n;
 }
 
 /// Sorts the n pairs from the largest modulus down: the middle element is the pivot, and greater
@@ -156,6 +214,45 @@ MIVO_FUNCTION void rescaleTo(const T& whole, const T& kept, L n, T* values) {
   for (L k = 0; k < n; ++k) values[k] *= factor;
 }
 
+/// Drops small entries of a row of n, and all but the largest `max_elmts`; returns the length that
+/// is left. Norms: 0 the largest modulus, 1 the sum of them, 2 the Euclidean one.
+template <class T, class L>
+MIVO_FUNCTION L truncateRow(L n, RealType<T> trunc_factor, int max_elmts, bool rescale,
+                            int nrm_type, L* col_idx, T* values) {
+  using R = RealType<T>;
+  if (trunc_factor > R(0)) {
+    R norm(0);
+    T whole(0), kept(0);
+    for (L k = 0; k < n; ++k) {
+      const R v = abs(values[k]);
+      norm = nrm_type == 0 ? (v > norm ? v : norm) : norm + (nrm_type == 1 ? v : v * v);
+      whole += values[k];
+    }
+    if (nrm_type == 2) norm = std::sqrt(norm);
+    L used = 0;
+    for (L k = 0; k < n; ++k) {
+      if (!(abs(values[k]) >= norm * trunc_factor)) continue;
+      kept += values[k];
+      col_idx[used] = col_idx[k];
+      values[used] = values[k];
+      ++used;
+    }
+    n = used;
+    if (rescale) rescaleTo(whole, kept, n, values);
+  }
+  if (max_elmts >= 1 && n > max_elmts) {
+    T whole(0), kept(0);
+    quicksortByAbs(col_idx, values, L(0), n - 1);
+    for (L k = 0; k < n; ++k) {
+      whole += values[k];
+      if (k < max_elmts) kept += values[k];
+    }
+    n = max_elmts;
+    if (rescale) rescaleTo(whole, kept, n, values);
+  }
+  return n;
+}
+
 }  // namespace sparse
 
 /// Bodies of the kernels of extended+i interpolation (De Sterck, Falgout, Nolting and Yang 2008)
@@ -173,6 +270,10 @@ class SpExtendedInterpolationImpl {
                                                       const int* dof, int* coarse, L* c_ptr,
                                                       L* c_col, L* d_ptr, L* d_pos, View p,
                                                       L* marker);
+  static void par_boomeramg_interpolation_extended_pi_truncated(
+      Space& space, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
+      const int* dof, const int* coarse, L* c_ptr, L* c_col, L* d_ptr, L* d_pos, R trunc_factor,
+      int max_elmts, View row_space, View p, L* marker, L* hints);
   static void par_boomeramg_interpolation_add_rank_bias(Space& space, L n, int bias, int* coarse);
   static void boomeramg_csr_truncate(Space& space, View p, R trunc_factor, int max_elmts,
                                      bool rescale, int nrm_type, L* begin, L* end);
@@ -187,8 +288,8 @@ template <class T, class L, class Space>
 void SpExtendedInterpolationImpl<T, L, Space>::par_boomeramg_interpolation_extended_pi(
     Space& space, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
     const int* dof, int* coarse, L* c_ptr, L* c_col, L* d_ptr, L* d_pos, View p, L* marker) {
-  const sparse::ExtendedMatrix<T, L> m{a,   s,     first, rows,  cf,   diagonal,
-                                       dof, c_ptr, c_col, d_ptr, d_pos};
+  const sparse::ExtendedMatrix<T, L> m{a,   s,     first, rows,  cf,    diagonal,
+                                       dof, c_ptr, c_col, d_ptr, d_pos, nullptr};
   if (sparse::counting(p.col_idx, p.values)) {
     extendedCount(space, m, coarse, p, marker);
   } else {
@@ -207,6 +308,7 @@ void SpExtendedInterpolationImpl<T, L, Space>::extendedCount(Space& space,
     for (L row = 0; row < m.rows; ++row) {
       const L i = m.first + row;
       coarse[i] = m.cf[i] >= 0 ? ncoarse++ : -1;
+      if (p.row_begin == nullptr) continue;
       L n = m.cf[i] >= 0 ? 1 : 0;
       if (m.isF(i)) {
         sparse::visitExtendedSet(
@@ -221,7 +323,7 @@ void SpExtendedInterpolationImpl<T, L, Space>::extendedCount(Space& space,
       p.row_begin[row + 1] = n;
     }
   });
-  sparse::prefixSum(space, m.rows, p.row_begin);
+  if (p.row_begin != nullptr) sparse::prefixSum(space, m.rows, p.row_begin);
 }
 
 template <class T, class L, class Space>
@@ -230,41 +332,43 @@ void SpExtendedInterpolationImpl<T, L, Space>::extendedFill(Space& space,
                                                             const int* coarse, View p, L* marker) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
     for (L c = 0; c < m.a.cols; ++c) marker[c] = -1;
-    L strongF = -2;  // the mark of this row's strong F neighbours
-    for (L row = 0; row < m.rows; ++row, --strongF) {
-      const L i = m.first + row;
+    for (L row = 0; row < m.rows; ++row) {
       const L begin = p.row_begin[row];
-      L next = begin;
-      if (m.cf[i] >= 0) {
-        p.col_idx[next] = coarse[i];
-        p.values[next] = T(1);
-        continue;
-      }
-      if (m.cf[i] == -3) continue;
-      sparse::visitExtendedSet(
-          m, i,
-          [&](L c) {
-            if (marker[c] >= begin) return;
-            marker[c] = next;
-            p.col_idx[next] = coarse[c];
-            p.values[next] = T(0);
-            ++next;
-          },
-          [&](L f) { marker[f] = strongF; });
+      sparse::interpolateRow(m, row, coarse, begin, -2 - row, marker, p.col_idx + begin,
+                             p.values + begin);
+    }
+  });
+}
 
-      T diagonal = m.diagonal[i];
-      for (L k = m.a.row_begin[i]; k < m.a.row_end[i]; ++k) {
-        const L j = m.a.col_idx[k];
-        if (j == i) continue;
-        if (marker[j] >= begin) {
-          p.values[marker[j]] += m.a.values[k];
-        } else if (marker[j] == strongF) {
-          sparse::distribute(m, i, j, m.a.values[k], begin, marker, p.values, diagonal);
-        } else if (m.cf[j] != -3 && (m.dof == nullptr || m.dof[i] == m.dof[j])) {
-          diagonal += m.a.values[k];
-        }
+template <class T, class L, class Space>
+void SpExtendedInterpolationImpl<T, L, Space>::par_boomeramg_interpolation_extended_pi_truncated(
+    Space& space, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
+    const int* dof, const int* coarse, L* c_ptr, L* c_col, L* d_ptr, L* d_pos, R trunc_factor,
+    int max_elmts, View row_space, View p, L* marker, L* hints) {
+  const sparse::ExtendedMatrix<T, L> m{a,   s,     first, rows,  cf,    diagonal,
+                                       dof, c_ptr, c_col, d_ptr, d_pos, hints};
+  spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
+    for (L c = 0; c < m.a.cols; ++c) {
+      marker[c] = -1;
+      hints[c] = m.a.row_begin[c];
+    }
+    constexpr L last = std::numeric_limits<L>::max();
+    L begin = 0;
+    p.row_begin[0] = 0;
+    for (L row = 0; row < m.rows; ++row) {
+      L n = sparse::interpolateRow(m, row, coarse, begin, -2 - row, marker, row_space.col_idx,
+                                   row_space.values);
+      begin += n;
+      if (begin > last - m.a.cols) {  // the next row's marks could pass the end of the type
+        for (L c = 0; c < m.a.cols; ++c) marker[c] = -1;
+        begin = 0;
       }
-      for (L k = begin; k < next; ++k) p.values[k] = -p.values[k] / diagonal;
+      sparse::sortRow(L(0), n, row_space.col_idx, row_space.values);
+      n = sparse::truncateRow(n, trunc_factor, max_elmts, true, 0, row_space.col_idx,
+                              row_space.values);
+      const L at = p.row_begin[row];
+      sparse::copyRow(n, row_space.col_idx, row_space.values, L(0), p.col_idx + at, p.values + at);
+      p.row_begin[row + 1] = at + n;
     }
   });
 }
@@ -283,39 +387,9 @@ void SpExtendedInterpolationImpl<T, L, Space>::boomeramg_csr_truncate(Space& spa
                                                                       bool rescale, int nrm_type,
                                                                       L* begin, L* end) {
   spm::parallel_for(Policy(space, 0, p.rows), [=] MIVO_FUNCTION(L i) {
-    L* const col_idx = p.col_idx + p.row_begin[i];
-    T* const values = p.values + p.row_begin[i];
-    L n = p.row_end[i] - p.row_begin[i];
-    if (trunc_factor > R(0)) {
-      R norm(0);
-      T whole(0), kept(0);
-      for (L k = 0; k < n; ++k) {
-        const R v = abs(values[k]);
-        norm = nrm_type == 0 ? (v > norm ? v : norm) : norm + (nrm_type == 1 ? v : v * v);
-        whole += values[k];
-      }
-      if (nrm_type == 2) norm = std::sqrt(norm);
-      L used = 0;
-      for (L k = 0; k < n; ++k) {
-        if (!(abs(values[k]) >= norm * trunc_factor)) continue;
-        kept += values[k];
-        col_idx[used] = col_idx[k];
-        values[used] = values[k];
-        ++used;
-      }
-      n = used;
-      if (rescale) sparse::rescaleTo(whole, kept, n, values);
-    }
-    if (max_elmts >= 1 && n > max_elmts) {
-      T whole(0), kept(0);
-      sparse::quicksortByAbs(col_idx, values, L(0), n - 1);
-      for (L k = 0; k < n; ++k) {
-        whole += values[k];
-        if (k < max_elmts) kept += values[k];
-      }
-      n = max_elmts;
-      if (rescale) sparse::rescaleTo(whole, kept, n, values);
-    }
+    const L n =
+        sparse::truncateRow(p.row_end[i] - p.row_begin[i], trunc_factor, max_elmts, rescale,
+                            nrm_type, p.col_idx + p.row_begin[i], p.values + p.row_begin[i]);
     begin[i] = p.row_begin[i];
     end[i] = p.row_begin[i] + n;
   });

@@ -122,6 +122,16 @@ void SpLevelTransferOps<T, G, L>::par_boomeramg_interpolation_extended_pi(
 }
 
 template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::par_boomeramg_interpolation_extended_pi_truncated(
+    const Device& device, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
+    const int* dof, const int* coarse, L* c_ptr, L* c_col, L* d_ptr, L* d_pos, R trunc_factor,
+    int max_elmts, View row_space, View p, L* marker, L* hints) {
+  MIVO_DISPATCH(par_boomeramg_interpolation_extended_pi_truncated, a, s, first, rows, cf, diagonal,
+                dof, coarse, c_ptr, c_col, d_ptr, d_pos, trunc_factor, max_elmts, row_space, p,
+                marker, hints);
+}
+
+template <class T, class G, class L>
 void SpLevelTransferOps<T, G, L>::par_boomeramg_interpolation_add_rank_bias(const Device& device,
                                                                             L n, int bias,
                                                                             int* coarse) {

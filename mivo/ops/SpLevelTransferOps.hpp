@@ -122,6 +122,16 @@ class MIVO_API SpLevelTransferOps {
                                                       int* coarse, L* c_ptr, L* c_col, L* d_ptr,
                                                       L* d_pos, View p, L* marker);
 
+  /// The second pass with each row sorted and truncated as it is made, like
+  /// `boomeramg_csr_truncate` with rescaling and the largest modulus. The first pass has been made,
+  /// if only to number (its P without row pointers). P has room for `max_elmts` entries, at least
+  /// one, of each F point and one of each C point, and gets row pointers; `row_space` has room for
+  /// one entry per column of A, and `hints` one element. One task.
+  static void par_boomeramg_interpolation_extended_pi_truncated(
+      const Device& device, View a, StrengthView s, L first, L rows, const int* cf,
+      const T* diagonal, const int* dof, const int* coarse, L* c_ptr, L* c_col, L* d_ptr, L* d_pos,
+      R trunc_factor, int max_elmts, View row_space, View p, L* marker, L* hints);
+
   /// coarse_i += bias for numbers that are not negative
   static void par_boomeramg_interpolation_add_rank_bias(const Device& device, L n, int bias,
                                                         int* coarse);

@@ -12,7 +12,8 @@ namespace mivo::sparse {
 
 /// Calls f(block, k) for each entry k of row i in the block of part `own`.
 template <class L, class Block, class F>
-MIVO_FUNCTION void loopLocalCol(L i, int own, L nblocks, const Block* blocks, const F& f) {
+[[gnu::always_inline]] MIVO_FUNCTION inline void loopLocalCol(L i, int own, L nblocks,
+                                                              const Block* blocks, const F& f) {
   for (L b = 0; b < nblocks; ++b) {
     if (blocks[b].rank != own) continue;
     for (L k = blocks[b].row_begin[i]; k < blocks[b].row_end[i]; ++k) f(blocks[b], k);
@@ -21,7 +22,8 @@ MIVO_FUNCTION void loopLocalCol(L i, int own, L nblocks, const Block* blocks, co
 
 /// The same in the blocks of all other parts.
 template <class L, class Block, class F>
-MIVO_FUNCTION void loopRemoteCol(L i, int own, L nblocks, const Block* blocks, const F& f) {
+[[gnu::always_inline]] MIVO_FUNCTION inline void loopRemoteCol(L i, int own, L nblocks,
+                                                               const Block* blocks, const F& f) {
   for (L b = 0; b < nblocks; ++b) {
     if (blocks[b].rank == own) continue;
     for (L k = blocks[b].row_begin[i]; k < blocks[b].row_end[i]; ++k) f(blocks[b], k);
@@ -31,7 +33,8 @@ MIVO_FUNCTION void loopRemoteCol(L i, int own, L nblocks, const Block* blocks, c
 /// Calls f(a, s, k) for each entry k of row i of two matrices with the same pattern, block by
 /// block.
 template <class L, class BlockA, class BlockS, class F>
-MIVO_FUNCTION void rsLoopAllCol(L i, L nblocks, const BlockA* as, const BlockS* ss, const F& f) {
+[[gnu::always_inline]] MIVO_FUNCTION inline void rsLoopAllCol(L i, L nblocks, const BlockA* as,
+                                                              const BlockS* ss, const F& f) {
   for (L b = 0; b < nblocks; ++b) {
     for (L k = as[b].row_begin[i]; k < as[b].row_end[i]; ++k) f(as[b], ss[b], k);
   }

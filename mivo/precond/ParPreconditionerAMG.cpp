@@ -8,6 +8,7 @@
 
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/Factory.hpp"
+#include "mivo/utils/host_memory.hpp"
 #include "mivo/utils/logging.hpp"
 #include "mivo/utils/strings.hpp"
 
@@ -62,6 +63,7 @@ template <class T, class G, class L>
 bool ParPreconditionerAMG_T<T, G, L>::buildLevel(int l) {
   Level level;
   level.A = l > 0 ? coarseOperator(levels.back()) : fine;
+  trimHostMemory();
   const auto node = std::make_shared<ParOperator>();
   const auto append = [&] {
     levels.push_back(level);

@@ -85,7 +85,8 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGCoarsenPMIS(const Matrix& A, con
   int rank = 0;
   MPI_Comm_rank(comm, &rank);
   const bool alone = worldSizeOf(comm) == 1;
-  const Strength strong = S.sparsify(0);
+  // Only what travels is worth a copy of the strong entries alone.
+  const Strength strong = alone ? S : S.sparsify(0);
   if (CF_init != 1) cf.create(part, device, comm);
   ParMatrixT<double, G, L> measure;
   Marks graph;

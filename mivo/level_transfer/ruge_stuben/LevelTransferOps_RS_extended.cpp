@@ -3,6 +3,8 @@
 // Extended+i interpolation and truncation.
 
 #include <algorithm>
+#include <cstdint>
+#include <limits>
 
 #include "mivo/level_transfer/ruge_stuben/LevelTransferOps_RS.hpp"
 #include "mivo/level_transfer/ruge_stuben/coarse_columns.hpp"
@@ -79,22 +81,27 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
   strongC.create(extended.s.getNnz() + 1, 1, device);
   sharePtr.create(size + 1, 1, device);
   shares.create(extended.a.getNnz() + 1, 1, device);
+  const int* const dofs = functions.getSize() > 0 ? functions.getData() : nullptr;
   const auto kernel = [&](const LocalMarks& numbers, auto view) {
     Kernels::par_boomeramg_interpolation_extended_pi(
         device, extended.a.getRawMat(), extended.s.getRawMat(), extended.first, extended.rows,
-        marks.getData(), diagonal.getData(),
-        functions.getSize() > 0 ? functions.getData() : nullptr, numbers.getData(),
-        strongPtr.getData(), strongC.getData(), sharePtr.getData(), shares.getData(), view,
-        marker.getData());
+        marks.getData(), diagonal.getData(), dofs, numbers.getData(), strongPtr.getData(),
+        strongC.getData(), sharePtr.getData(), shares.getData(), view, marker.getData());
   };
-  Local local;
-  local.resize(extended.rows, 0, device);
-  if (extended.rows > 0) kernel(coarse, local.getRawMat());
   const auto ownMarks = cf.getLocalMatrix(-1).toDevice(Device());
   const CoarseCount count(
       A.getComm(),
       static_cast<int>(std::count_if(ownMarks.getData(), ownMarks.getData() + ownMarks.getSize(),
                                      [](int mark) { return mark >= 0; })));
+  // A host makes short rows at once; elsewhere rows are truncated in parallel.
+  const std::int64_t room =
+      count.own + static_cast<std::int64_t>(p_max_elmts) * (extended.rows - count.own);
+  const std::int64_t most = 2 * (static_cast<std::int64_t>(extended.a.getNnz()) + extended.rows);
+  const bool atOnce = device.type == Device::kHost && p_max_elmts >= 1 &&
+                      room <= std::min<std::int64_t>(most, std::numeric_limits<L>::max());
+  Local local;
+  if (!atOnce) local.resize(extended.rows, 0, device);
+  if (extended.rows > 0) kernel(coarse, local.getRawMat());
   ncoarse = static_cast<G>(count.all);
   if (extended.isDistributed()) {
     Marks numbers;
@@ -111,13 +118,30 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
   counting.stop();
 
   filling.start();
-  local.resizeNnz(local.evaluateNnzs(), static_cast<L>(ncoarse));
-  if (local.getNnz() > 0) kernel(coarse, local.getRawMat());
-  local.sortRows();
+  if (atOnce) {
+    local.create(extended.rows, static_cast<L>(ncoarse), static_cast<L>(room), device);
+    Local row;  // of the widest there may be; its memory is touched as far as it is used
+    row.create(0, size, size, device);
+    IndexVector hints;
+    hints.create(size, 1, device);
+    if (extended.rows > 0) {
+      Kernels::par_boomeramg_interpolation_extended_pi_truncated(
+          device, extended.a.getRawMat(), extended.s.getRawMat(), extended.first, extended.rows,
+          marks.getData(), diagonal.getData(), dofs, coarse.getData(), strongPtr.getData(),
+          strongC.getData(), sharePtr.getData(), shares.getData(),
+          static_cast<RealType<T>>(trunc_factor), p_max_elmts, row.getRawMat(), local.getRawMat(),
+          marker.getData(), hints.getData());
+    }
+    local.shrinkNnz(local.evaluateNnzs());
+  } else {
+    local.resizeNnz(local.evaluateNnzs(), static_cast<L>(ncoarse));
+    if (local.getNnz() > 0) kernel(coarse, local.getRawMat());
+    local.sortRows();
+  }
   filling.stop();
 
   truncating.start();
-  truncateInto<T, G, L>(local, trunc_factor, p_max_elmts, true, 0, local);
+  if (!atOnce) truncateInto<T, G, L>(local, trunc_factor, p_max_elmts, true, 0, local);
   truncating.stop();
   createProlongation(A, local, ncoarse, P);
   whole.stop();

@@ -14,12 +14,13 @@ namespace mivo {
 
 // What the interpolations have in common about coarse unknowns. Internal.
 
-/// Numbers of C points on lower ranks, and on all. Collective.
+/// Numbers of C points on this rank, on lower ranks, and on all. Collective.
 struct CoarseCount {
+  int own = 0;
   int before = 0;
   long all = 0;
 
-  CoarseCount(int comm, int own) {
+  CoarseCount(int comm, int number) : own(number) {
     int rank = 0, nprocs = 1;
     MPI_Comm_rank(comm, &rank);
     MPI_Comm_size(comm, &nprocs);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <vector>
 
 #include "mivo/mat/CSRMatrix.hpp"
@@ -38,14 +39,14 @@ class ExtendedRows {
     A.prepareMatVec(false);
     const auto& plan = A.getSpMVCommPattern();
     const Device host;
-    const auto ghostA = plan.getGhostMatrix(A).toDevice(host);
-    const auto ghostS = plan.getGhostMatrix(S).toDevice(host);
-    const auto ownA = A.getLocalMatrix(-1).toDevice(host);
-    const auto ownS = S.getLocalMatrix(-1).toDevice(host);
+    const auto ghostA = onDevice(plan.getGhostMatrix(A), host);
+    const auto ghostS = onDevice(plan.getGhostMatrix(S), host);
+    const auto ownA = onDevice(A.getLocalMatrix(-1), host);
+    const auto ownS = onDevice(S.getLocalMatrix(-1), host);
     A.getOwnerShipRange(&begin_, &end_);
     collectColumns(ownA, ghostA);
-    a = gather(ownA, ghostA).toDevice(device_);
-    s = gather(ownS, ghostS).toDevice(device_);
+    a = onDevice(gather(ownA, ghostA), device_);
+    s = onDevice(gather(ownS, ghostS), device_);
     planColumns(A);
   }
 
@@ -62,7 +63,7 @@ class ExtendedRows {
     const auto onHost = own.toDevice(Device());
     plan.exchange(onHost, nullptr, nullptr, nullptr, nullptr);
     MatrixT<U, L, MatrixLayoutRowMajor> all;
-    all.create(static_cast<L>(columns_.size()), 1, Device());
+    all.create(size(), 1, Device());
     const auto mine = onHost.getLocalMatrix(-1);
     for (L i = 0; i < rows; ++i) all.getData()[first + i] = mine.getData()[i];
     plan.recvTraversal([&](int p, const auto* block) {
@@ -76,6 +77,12 @@ class ExtendedRows {
   }
 
  private:
+  /// The matrix itself where it is there already.
+  template <class U>
+  static CSRMatrixT<U, L> onDevice(const CSRMatrixT<U, L>& m, const Device& device) {
+    return m.getDevice() == device ? m : m.toDevice(device);
+  }
+
   /// A matrix without entries may have lost its shape.
   template <class U>
   static CSRMatrixT<U, L> shaped(const CSRMatrixT<U, L>& m, L rowCount, L colCount) {
@@ -85,41 +92,50 @@ class ExtendedRows {
     return out;
   }
 
+  L size() const { return rows + static_cast<L>(ghosts_.size()); }
+
+  bool isOwn(G column) const { return column >= begin_ && column < end_; }
+
+  /// -1 for columns that are none of the common ones.
   L numberOf(G column) const {
-    return static_cast<L>(std::lower_bound(columns_.begin(), columns_.end(), column) -
-                          columns_.begin());
+    if (isOwn(column)) return first + static_cast<L>(column - begin_);
+    const auto at = std::lower_bound(ghosts_.begin(), ghosts_.end(), column);
+    if (at == ghosts_.end() || *at != column) return -1;
+    const L number = static_cast<L>(at - ghosts_.begin());
+    return column < begin_ ? number : number + rows;
   }
 
   void collectColumns(const CSRMatrixT<T, L>& own, const CSRMatrixT<T, L>& ghost) {
-    for (G c = begin_; c < end_; ++c) columns_.push_back(c);
     for (const auto* m : {&own, &ghost}) {
-      columns_.insert(columns_.end(), m->getColIdx(), m->getColIdx() + m->getNnz());
+      std::copy_if(m->getColIdx(), m->getColIdx() + m->getNnz(), std::back_inserter(ghosts_),
+                   [this](L column) { return !isOwn(column); });
     }
-    std::sort(columns_.begin(), columns_.end());
-    columns_.erase(std::unique(columns_.begin(), columns_.end()), columns_.end());
-    first = numberOf(begin_);
+    std::sort(ghosts_.begin(), ghosts_.end());
+    ghosts_.erase(std::unique(ghosts_.begin(), ghosts_.end()), ghosts_.end());
+    first =
+        static_cast<L>(std::lower_bound(ghosts_.begin(), ghosts_.end(), begin_) - ghosts_.begin());
   }
 
   /// Own rows and ghost rows in the common numbers, on the host.
   template <class U>
   CSRMatrixT<U, L> gather(const CSRMatrixT<U, L>& own, const CSRMatrixT<U, L>& ghost) const {
-    const L n = static_cast<L>(columns_.size());
+    const L n = size();
     CSRMatrixT<U, L> out;
     out.create(n, n, own.getNnz() + ghost.getNnz(), Device());
     if (n == 0) return out;
     L at = 0;
     out.getRowPtr()[0] = 0;
     for (L e = 0; e < n; ++e) {
-      const G g = columns_[static_cast<std::size_t>(e)];
-      const bool mine = g >= begin_ && g < end_;
+      const bool mine = e >= first && e < first + rows;
       const CSRMatrixT<U, L>& from = mine ? own : ghost;
-      const L row = static_cast<L>(mine ? g - begin_ : g);
+      const L row =
+          mine ? e - first
+               : static_cast<L>(ghosts_[static_cast<std::size_t>(e < first ? e : e - rows)]);
       const bool stored = from.getNnz() > 0 && row < from.getRows();
       for (L k = stored ? from.getRowPtr()[row] : 0; stored && k < from.getRowPtr()[row + 1]; ++k) {
-        const G c = from.getColIdx()[k];
         // Columns of S that A has not are beyond what was collected.
-        const L number = numberOf(c);
-        if (number == n || columns_[static_cast<std::size_t>(number)] != c) continue;
+        const L number = numberOf(from.getColIdx()[k]);
+        if (number < 0) continue;
         out.getColIdx()[at] = number;
         out.getValues()[at] = from.getValues()[k];
         ++at;
@@ -137,13 +153,13 @@ class ExtendedRows {
     for (L p = 0; p < part.getNumParts(); ++p) {
       G begin = 0, end = 0;
       part.getOwnerShipRangeForPart(p, &begin, &end);
-      while (at < columns_.size() && columns_[at] < begin) ++at;
-      if (at == columns_.size() || columns_[at] >= end || p == rank_) continue;
+      while (at < ghosts_.size() && ghosts_[at] < begin) ++at;
+      if (at == ghosts_.size() || ghosts_[at] >= end || p == rank_) continue;
       IndexVector& count = counts[static_cast<std::size_t>(p)];
       count.create(static_cast<int>(end - begin), 1, Device());
       count.fill(0);
-      for (; at < columns_.size() && columns_[at] < end; ++at) {
-        count.getData()[columns_[at] - begin] = 1;
+      for (; at < ghosts_.size() && ghosts_[at] < end; ++at) {
+        count.getData()[ghosts_[at] - begin] = 1;
       }
     }
     plan_.create(A.getComm(), Device(), part, counts);
@@ -154,7 +170,7 @@ class ExtendedRows {
   int nprocs_ = 1;
   G begin_ = 0;
   G end_ = 0;
-  std::vector<G> columns_;
+  std::vector<G> ghosts_;  ///< columns of other ranks, ascending
   SpMVCommPatternT<int, G, L> plan_;
 };
 
