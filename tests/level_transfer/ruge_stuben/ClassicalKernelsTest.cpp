@@ -151,10 +151,18 @@ TEST(ExtendedInterpolation, FollowsItsFormula) {
       if (P.getNnzs() > 0) expectNear(plainOf(P.getLocalMatrix(0)).dense(), expected);
 
       // Rows that sum to 0 and have no neighbour of mark -3 interpolate constants, also with at
-      // most two entries.
+      // most two entries: the same ones, in the same order, as a cut of the whole P has.
+      CSRMatrixT<double, int> whole = P.getLocalMatrix(0), cut;
+      Ops::par_BoomerAMGCSRMatrixTruncate(whole, 0.1, 2, true, 0, cut);
       Ops::par_BoomerAMGInterpolationExtendedPI(parSparseOf(device, a), parSparseOf(device, s),
                                                 marks, 1, {}, 0.1, 2, ncoarse, false, P);
       const auto p = plainOf(P.getLocalMatrix(0));
+      if (whole.getNnz() > 0) {
+        const auto expectedCut = plainOf(cut);
+        EXPECT_EQ(p.rowptr, expectedCut.rowptr);
+        EXPECT_EQ(p.col_idx, expectedCut.col_idx);
+        EXPECT_EQ(p.values, expectedCut.values);
+      }
       for (int i = 0; i < p.rows; ++i) {
         double sum = 0, weights = 0;
         bool lonely = false;
