@@ -9,8 +9,9 @@
 // NAME is a level transfer, with "/" and an aggregator behind it where it takes one; SMOOTHING is
 // ssor, sor (forward down, backward up) or jacobi. PROBLEM is poisson3d (default) or poisson2d, by
 // the library's test case, or on N^3 points without boundary rows and with b = A 1: 27point,
-// anisotropic (a hundred times stronger in x) or jumps (a thousand times stronger in every other
-// block of 8^3).
+// anisotropic (a hundred times stronger in x), jumps (a thousand times stronger in every other
+// block of 8^3) or convection (along x, upwind, ten times the diffusion; solved by
+// SolverFLGMRES_R).
 
 #include <sys/resource.h>
 
@@ -112,6 +113,7 @@ double partsOfCycle(Amg& amg, int repetitions) {
 /// Coupling of two neighbours on the grid of n^3 points.
 double coupling(const std::string& problem, int n, int row, int col) {
   if (problem == "anisotropic") return std::abs(row - col) == 1 ? 100 : 1;
+  if (problem == "convection") return row - col == 1 ? 11 : 1;
   if (problem != "jumps") return 1;
   const auto conductivity = [n](int point) {
     const int x = point % n, y = point / n % n, z = point / n / n;
@@ -159,8 +161,9 @@ void measure(const std::string& name, const std::string& smoothing, int n, int r
   x.fill(0);
 
   const json config = withParams(
-      "solver", "SolverPCG",
-      {{"preconditioner", withParams("preconditioner", "PrecondAMG", hierarchy(name, smoothing))}});
+      "solver", problem == "convection" ? "SolverFLGMRES_R" : "SolverPCG",
+      {{"max_its", 300},
+       {"preconditioner", withParams("preconditioner", "PrecondAMG", hierarchy(name, smoothing))}});
   std::shared_ptr<Solver> solver;
   std::shared_ptr<Amg> amg;
   std::vector<double> setups, transfers, raps;
