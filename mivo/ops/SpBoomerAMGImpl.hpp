@@ -260,7 +260,7 @@ void SpBoomerAMGImpl<T, L, Space>::par_boomeramg_strength(Space& space, int rank
     const R threshold = row.scale * strong_threshold;
     sparse::rsLoopAllCol(i, nblocks, a, s, [&](const Block& block, const StrengthBlock& out, L k) {
       const bool strong = !dominant && counts(block, k);
-      out.values[k] = strong & row.isStrong(block.values[k], threshold) ? 1 : 0;
+      out.values[k] = static_cast<int>(strong && row.isStrong(block.values[k], threshold));
     });
   });
 }

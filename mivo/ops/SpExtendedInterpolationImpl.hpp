@@ -347,12 +347,12 @@ void SpExtendedInterpolationImpl<T, L, Space>::par_boomeramg_interpolation_exten
     int max_elmts, View row_space, View p, L* marker, L* hints) {
   const sparse::ExtendedMatrix<T, L> m{a,   s,     first, rows,  cf,    diagonal,
                                        dof, c_ptr, c_col, d_ptr, d_pos, hints};
+  const L last = std::numeric_limits<L>::max();
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
     for (L c = 0; c < m.a.cols; ++c) {
       marker[c] = -1;
       hints[c] = m.a.row_begin[c];
     }
-    constexpr L last = std::numeric_limits<L>::max();
     L begin = 0;
     p.row_begin[0] = 0;
     for (L row = 0; row < m.rows; ++row) {

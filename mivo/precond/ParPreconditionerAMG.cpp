@@ -4,15 +4,29 @@
 
 #include "mivo/precond/ParPreconditionerAMG.hpp"
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 #include <iomanip>
 
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/Factory.hpp"
-#include "mivo/utils/host_memory.hpp"
 #include "mivo/utils/logging.hpp"
 #include "mivo/utils/strings.hpp"
 
 namespace mivo {
+namespace {
+
+/// Gives memory that was freed back to the system, where the C library keeps it: it does so with
+/// blocks of up to 32 MB, which the set-up of a large level leaves behind in numbers.
+void trimHostMemory() {
+#ifdef __GLIBC__
+  malloc_trim(0);
+#endif
+}
+
+}  // namespace
 
 template <class T, class G, class L>
 ParPreconditionerAMG_T<T, G, L>::~ParPreconditionerAMG_T() = default;
