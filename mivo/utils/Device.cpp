@@ -3,6 +3,7 @@
 
 #include <sys/mman.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -21,16 +22,22 @@ const std::map<std::string, int> Device::type_map = {
 
 namespace {
 
+constexpr std::size_t kCacheLine = 64;
+constexpr std::size_t kPage = 4096;
 constexpr std::size_t kHugePage = std::size_t(2) << 20;
 
 /// A first touch of fresh memory costs more than most work on it, so large blocks ask for huge
-/// pages.
+/// pages. Those that the C library maps on their own do not begin with one, since its header in
+/// front of them would take another.
 void* hostMalloc(std::size_t bytes) {
   if (bytes < kHugePage) return std::malloc(bytes);
-  const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
+  const std::size_t rounded = (bytes + kPage - 1) / kPage * kPage;
   if (rounded < bytes) return nullptr;
-  void* p = std::aligned_alloc(kHugePage, rounded);
-  if (p != nullptr) madvise(p, rounded, MADV_HUGEPAGE);
+  const bool mappedAlone = bytes >= 16 * kHugePage;
+  void* p = nullptr;
+  if (posix_memalign(&p, mappedAlone ? kCacheLine : kHugePage, rounded) != 0) return nullptr;
+  const std::size_t inPage = reinterpret_cast<std::uintptr_t>(p) % kPage;
+  madvise(static_cast<char*>(p) - inPage, rounded, MADV_HUGEPAGE);
   return p;
 }
 

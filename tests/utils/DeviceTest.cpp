@@ -93,12 +93,13 @@ TEST(Device, OrdersByKindThenOrdinalWhateverTheName) {
 TEST(Device, HostBlocksHoldTheirBytesAndGoBackThroughFree) {
   const Device host;
   const std::size_t mega = std::size_t(1) << 20;
-  for (const std::size_t bytes : {std::size_t(1), mega, 2 * mega, 5 * mega + 3}) {
+  for (const std::size_t bytes : {std::size_t(1), mega, 2 * mega, 5 * mega + 3, 40 * mega + 3}) {
     void* p = host.rawMalloc(bytes);
     ASSERT_NE(p, nullptr);
     std::memset(p, 0x33, bytes);
     if (bytes >= 2 * mega) {
-      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % (2 * mega), 0u);
+      const std::size_t alignment = bytes < 32 * mega ? 2 * mega : 64;
+      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % alignment, 0u);
     }
     std::free(p);
   }
