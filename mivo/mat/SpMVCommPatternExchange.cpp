@@ -237,14 +237,19 @@ CSRMatrixT<U, int> SpMVCommPatternT<T, G, L>::getGhostMatrix(
   MPI_Comm_size(impl_->comm, &nprocs);
   std::vector<CSRMatrixT<U, int>> asked(static_cast<std::size_t>(nprocs));
   std::vector<CSRMatrixT<U, int>> received;
-  const CSRMatrixT<U, int> local = A.getLocalMatrix(-1);
-  // A matrix without entries may have lost its shape; nothing is selected from it then.
-  if (local.getNnz() > 0) {
-    for (const auto& entry : impl_->send_metas) {
-      CSRMatrixT<U, int> rows;
-      local.getSelectedRows(entry.second.nzc_send_indices, rows, true);
-      asked[static_cast<std::size_t>(entry.first)] = rows.toDevice(Device());
+  // The rows of the merged matrix, of which only these are merged.
+  const auto& columns = A.getColPartitioner();
+  std::vector<CSRMatrixT<U, int>> blocks(static_cast<std::size_t>(columns.getNumParts()));
+  for (const auto& entry : impl_->send_metas) {
+    for (std::size_t p = 0; p < blocks.size(); ++p) {
+      const CSRMatrixT<U, int> block = A.getLocalMatrix(static_cast<int>(p));
+      blocks[p] = CSRMatrixT<U, int>();
+      // A matrix without entries may have lost its shape; nothing is selected from it then.
+      if (block.getNnz() == 0) continue;
+      block.getSelectedRows(entry.second.nzc_send_indices, blocks[p], true);
     }
+    asked[static_cast<std::size_t>(entry.first)] =
+        CSRMatrixT<U, int>::mergeCols(columns, blocks).toDevice(Device());
   }
   comu::sparse_send_recv_stream(impl_->comm, asked, received);
   for (CSRMatrixT<U, int>& block : received) block = block.toDevice(A.getDevice());

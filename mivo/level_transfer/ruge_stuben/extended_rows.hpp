@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <iterator>
+#include <type_traits>
 #include <vector>
 
 #include "mivo/mat/CSRMatrix.hpp"
@@ -41,12 +41,9 @@ class ExtendedRows {
     const Device host;
     const auto ghostA = onDevice(plan.getGhostMatrix(A), host);
     const auto ghostS = onDevice(plan.getGhostMatrix(S), host);
-    const auto ownA = onDevice(A.getLocalMatrix(-1), host);
-    const auto ownS = onDevice(S.getLocalMatrix(-1), host);
-    A.getOwnerShipRange(&begin_, &end_);
-    collectColumns(ownA, ghostA);
-    a = onDevice(gather(ownA, ghostA), device_);
-    s = onDevice(gather(ownS, ghostS), device_);
+    numberColumns(A, ghostA);
+    a = onDevice(gather(A, ghostA), device_);
+    s = onDevice(gather(S, ghostS), device_);
     planColumns(A);
   }
 
@@ -70,7 +67,8 @@ class ExtendedRows {
       if (p == rank_) return;
       for (L k = 0; k < block->host_indices.getSize(); ++k) {
         const L inBlock = block->host_indices.getData()[k];
-        all.getData()[numberOf(block->col_start + inBlock)] = block->recv_x.getData()[inBlock];
+        all.getData()[numbersOf(p)[static_cast<std::size_t>(inBlock)]] =
+            block->recv_x.getData()[inBlock];
       }
     });
     return all.toDevice(device_);
@@ -94,83 +92,130 @@ class ExtendedRows {
 
   L size() const { return rows + static_cast<L>(ghosts_.size()); }
 
-  bool isOwn(G column) const { return column >= begin_ && column < end_; }
+  /// Of the columns of another part, where it has any: -1 for those that are none of the common
+  /// ones.
+  std::vector<L>& numbersOf(int p) { return numbers_[static_cast<std::size_t>(p)]; }
+  const std::vector<L>& numbersOf(int p) const { return numbers_[static_cast<std::size_t>(p)]; }
 
   /// -1 for columns that are none of the common ones.
-  L numberOf(G column) const {
-    if (isOwn(column)) return first + static_cast<L>(column - begin_);
-    const auto at = std::lower_bound(ghosts_.begin(), ghosts_.end(), column);
-    if (at == ghosts_.end() || *at != column) return -1;
-    const L number = static_cast<L>(at - ghosts_.begin());
-    return column < begin_ ? number : number + rows;
+  L numberOf(const PartitionerT<G, L>& part, G column) const {
+    G begin = 0;
+    const int p = ownerOf(part, column, &begin);
+    const std::size_t inPart = static_cast<std::size_t>(column - begin);
+    if (p == rank_) return first + static_cast<L>(inPart);
+    return numbersOf(p).empty() ? -1 : numbersOf(p)[inPart];
   }
 
-  void collectColumns(const CSRMatrixT<T, L>& own, const CSRMatrixT<T, L>& ghost) {
-    for (const auto* m : {&own, &ghost}) {
-      std::copy_if(m->getColIdx(), m->getColIdx() + m->getNnz(), std::back_inserter(ghosts_),
-                   [this](L column) { return !isOwn(column); });
+  /// The part of a column, and where that begins.
+  static int ownerOf(const PartitionerT<G, L>& part, G column, G* begin) {
+    const std::vector<G>& offsets = part.getOffsets();
+    const auto after = std::upper_bound(offsets.begin(), offsets.end(), column);
+    *begin = *(after - 1);
+    return static_cast<int>(after - offsets.begin()) - 1;
+  }
+
+  void numberColumns(const Matrix& A, const CSRMatrixT<T, L>& ghost) {
+    const auto& part = A.getColPartitioner();
+    numbers_.resize(static_cast<std::size_t>(part.getNumParts()));
+    const auto note = [&](int p, L column) {
+      std::vector<L>& numbers = numbersOf(p);
+      if (numbers.empty())
+        numbers.resize(static_cast<std::size_t>(part.getLocalSizeForPart(p)), -1);
+      numbers[static_cast<std::size_t>(column)] = 0;
+    };
+    for (int p = 0; p < part.getNumParts(); ++p) {
+      if (p == rank_) continue;
+      const auto block = onDevice(A.getLocalMatrix(p), Device());
+      std::for_each(block.getColIdx(), block.getColIdx() + block.getNnz(),
+                    [&](L column) { note(p, column); });
     }
-    std::sort(ghosts_.begin(), ghosts_.end());
-    ghosts_.erase(std::unique(ghosts_.begin(), ghosts_.end()), ghosts_.end());
-    first =
-        static_cast<L>(std::lower_bound(ghosts_.begin(), ghosts_.end(), begin_) - ghosts_.begin());
+    std::for_each(ghost.getColIdx(), ghost.getColIdx() + ghost.getNnz(), [&](L column) {
+      G begin = 0;
+      const int p = ownerOf(part, static_cast<G>(column), &begin);
+      if (p != rank_) note(p, static_cast<L>(column - begin));
+    });
+    L next = 0;
+    for (int p = 0; p < part.getNumParts(); ++p) {
+      if (p == rank_) {
+        first = next;
+        next += rows;
+      }
+      G begin = 0;
+      part.getOwnerShipRangeForPart(static_cast<L>(p), &begin, nullptr);
+      for (L& number : numbersOf(p)) {
+        if (number == 0) {
+          number = next++;
+          ghosts_.push_back(begin + static_cast<G>(&number - numbersOf(p).data()));
+        }
+      }
+    }
   }
 
-  /// Own rows and ghost rows in the common numbers, on the host.
+  /// This rank's rows and the ghost rows in the common numbers, on the host, without zeros of S.
   template <class U>
-  CSRMatrixT<U, L> gather(const CSRMatrixT<U, L>& own, const CSRMatrixT<U, L>& ghost) const {
-    const L n = size();
+  CSRMatrixT<U, L> gather(const ParCSRMatrixT<U, G, L>& own, const CSRMatrixT<U, L>& ghost) const {
+    const auto& part = own.getColPartitioner();
+    std::vector<CSRMatrixT<U, L>> blocks(static_cast<std::size_t>(part.getNumParts()));
+    L most = ghost.getNnz();
+    for (std::size_t p = 0; p < blocks.size(); ++p) {
+      blocks[p] = onDevice(own.getLocalMatrix(static_cast<int>(p)), Device());
+      most += blocks[p].getNnz();
+    }
     CSRMatrixT<U, L> out;
-    out.create(n, n, own.getNnz() + ghost.getNnz(), Device());
-    if (n == 0) return out;
+    out.create(size(), size(), most, Device());
+    if (size() == 0) return out;
     L at = 0;
+    const auto append = [&](L number, const U& value) {
+      if (number < 0 || (std::is_integral_v<U> && isZero(value))) return;
+      out.getColIdx()[at] = number;
+      out.getValues()[at] = value;
+      ++at;
+    };
     out.getRowPtr()[0] = 0;
-    for (L e = 0; e < n; ++e) {
-      const bool mine = e >= first && e < first + rows;
-      const CSRMatrixT<U, L>& from = mine ? own : ghost;
-      const L row =
-          mine ? e - first
-               : static_cast<L>(ghosts_[static_cast<std::size_t>(e < first ? e : e - rows)]);
-      const bool stored = from.getNnz() > 0 && row < from.getRows();
-      for (L k = stored ? from.getRowPtr()[row] : 0; stored && k < from.getRowPtr()[row + 1]; ++k) {
-        // Columns of S that A has not are beyond what was collected.
-        const L number = numberOf(from.getColIdx()[k]);
-        if (number < 0) continue;
-        out.getColIdx()[at] = number;
-        out.getValues()[at] = from.getValues()[k];
-        ++at;
+    for (L e = 0; e < size(); ++e) {
+      if (e >= first && e < first + rows) {
+        for (std::size_t p = 0; p < blocks.size(); ++p) {
+          const auto& block = blocks[p];
+          if (block.getNnz() == 0) continue;
+          const L* const rowPtr = block.getRowPtr() + (e - first);
+          const std::vector<L>& numbers = numbers_[p];
+          for (L k = rowPtr[0]; k < rowPtr[1]; ++k) {
+            const L column = block.getColIdx()[k];
+            append(static_cast<int>(p) == rank_ ? first + column
+                   : numbers.empty()            ? -1
+                                                : numbers[static_cast<std::size_t>(column)],
+                   block.getValues()[k]);
+          }
+        }
+      } else if (ghost.getNnz() > 0) {
+        const L row = static_cast<L>(ghosts_[static_cast<std::size_t>(e < first ? e : e - rows)]);
+        for (L k = ghost.getRowPtr()[row]; k < ghost.getRowPtr()[row + 1]; ++k) {
+          append(numberOf(part, ghost.getColIdx()[k]), ghost.getValues()[k]);
+        }
       }
       out.getRowPtr()[e + 1] = at;
     }
+    out.shrinkNnz(at);
     return out;
   }
 
   /// A plan that brings the values of all columns that are not this rank's.
   void planColumns(const Matrix& A) {
-    const auto& part = A.getColPartitioner();
-    std::vector<IndexVector> counts(static_cast<std::size_t>(part.getNumParts()));
-    std::size_t at = 0;
-    for (L p = 0; p < part.getNumParts(); ++p) {
-      G begin = 0, end = 0;
-      part.getOwnerShipRangeForPart(p, &begin, &end);
-      while (at < ghosts_.size() && ghosts_[at] < begin) ++at;
-      if (at == ghosts_.size() || ghosts_[at] >= end || p == rank_) continue;
-      IndexVector& count = counts[static_cast<std::size_t>(p)];
-      count.create(static_cast<int>(end - begin), 1, Device());
-      count.fill(0);
-      for (; at < ghosts_.size() && ghosts_[at] < end; ++at) {
-        count.getData()[ghosts_[at] - begin] = 1;
-      }
+    std::vector<IndexVector> counts(numbers_.size());
+    for (std::size_t p = 0; p < numbers_.size(); ++p) {
+      if (numbers_[p].empty()) continue;
+      counts[p].create(static_cast<int>(numbers_[p].size()), 1, Device());
+      std::transform(numbers_[p].begin(), numbers_[p].end(), counts[p].getData(),
+                     [](L number) { return number >= 0 ? 1 : 0; });
     }
-    plan_.create(A.getComm(), Device(), part, counts);
+    plan_.create(A.getComm(), Device(), A.getColPartitioner(), counts);
   }
 
   Device device_;
   int rank_ = 0;
   int nprocs_ = 1;
-  G begin_ = 0;
-  G end_ = 0;
-  std::vector<G> ghosts_;  ///< columns of other ranks, ascending
+  std::vector<std::vector<L>> numbers_;  ///< by part: see numbersOf
+  std::vector<G> ghosts_;                ///< columns of other ranks, ascending
   SpMVCommPatternT<int, G, L> plan_;
 };
 
