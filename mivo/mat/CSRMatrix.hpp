@@ -88,9 +88,6 @@ class MIVO_API CSRMatrixT {
   /// without their intermediate matrices. Terms with an empty factor are left out.
   static void multiplySum(const std::vector<std::pair<CSRMatrixT, CSRMatrixT>>& terms,
                           CSRMatrixT& C);
-  /// C = (R A) P, to the bit what two products give, without the matrix R A.
-  static void multiplyTriple(const CSRMatrixT& R, const CSRMatrixT& A, const CSRMatrixT& P,
-                             CSRMatrixT& C);
   /// C = a A + b B; sorts the rows of A and B. An empty operand is left out before any check.
   static void matadd(T a, const CSRMatrixT& A, T b, const CSRMatrixT& B, CSRMatrixT& C);
   /// Diagonal update, see `SpBlasOps::csr_axpby_diag`; an empty vector takes the kernel's default.

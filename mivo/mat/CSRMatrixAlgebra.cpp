@@ -116,64 +116,6 @@ void CSRMatrixT<T, I>::multiplySum(const std::vector<std::pair<CSRMatrixT, CSRMa
   });
 }
 
-template <class T, class I>
-void CSRMatrixT<T, I>::multiplyTriple(const CSRMatrixT& R, const CSRMatrixT& A, const CSRMatrixT& P,
-                                      CSRMatrixT& C) {
-  if (R.getNnz() == 0 || A.getNnz() == 0 || P.getNnz() == 0) {
-    C = CSRMatrixT();
-    return;
-  }
-  checkFactors(R, A);
-  checkFactors(A, P);
-  const Device device = A.getDevice();
-  CSRMatrixT result, scratch;
-  scratch.create(0, A.getCols(), A.getCols(), device);
-  IndexVectorT marker_a, marker_p, reached;
-  marker_a.create(A.getCols(), 1, device);
-  marker_p.create(P.getCols(), 1, device);
-  reached.create(1, 1, device);
-  reached.fill(0);
-  // The first `rows` rows of a result with room for `capacity` entries.
-  const auto withRoom = [&](I rows, I capacity) {
-    CSRMatrixT larger;
-    larger.create(R.getRows(), P.getCols(), capacity, device);
-    if (rows == 0) return larger;
-    I filled = 0;
-    device.rawCopyTo(sizeof(I), result.getRowPtr() + rows, Device(), &filled);
-    const auto copy = [&](std::size_t count, const auto* from, auto* to) {
-      if (count > 0) device.rawCopyTo(count * sizeof(*to), from, device, to);
-    };
-    copy(static_cast<std::size_t>(rows) + 1, result.getRowPtr(), larger.getRowPtr());
-    copy(static_cast<std::size_t>(filled), result.getColIdx(), larger.getColIdx());
-    copy(static_cast<std::size_t>(filled), result.getValues(), larger.getValues());
-    return larger;
-  };
-
-  // The number of entries is not known before: room is made, and more of it when it is full. On a
-  // host what is not used is not touched, and costs address space alone.
-  const bool generous = device.type == Device::kHost;
-  constexpr I kMost = std::numeric_limits<I>::max();
-  const auto twice = [](I n) { return n > kMost / 2 ? kMost : static_cast<I>(2 * n); };
-  I capacity = std::max(A.getNnz(), P.getCols());
-  if (generous) capacity = twice(capacity);
-  for (I done = 0;;) {
-    result = withRoom(done, capacity);
-    SpBlasOps<T, I>::csr_matmul_triple(device, R.getRawMat(), A.getRawMat(), P.getRawMat(),
-                                       result.getRawMat(), capacity, reached.getData(),
-                                       marker_a.getData(), marker_p.getData(), scratch.getRawMat());
-    done = reached.toDevice(Device()).getData()[0];
-    if (done == R.getRows()) break;
-    MIVO_CHECK(capacity < kMost) << "CSRMatrix: the entries of a result exceed the index type";
-    capacity = twice(capacity);
-  }
-  if (generous) {
-    result.shrinkNnz(result.evaluateNnzs());
-  } else {
-    result = withRoom(R.getRows(), result.evaluateNnzs());
-  }
-  C = result;
-}
-
 namespace {
 
 /// C = s M with M's pattern. M keeps its values when C shares them.

@@ -148,7 +148,7 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
   /// of them has entries, sorted by column where several do. See Gustavson (1978).
   void multiply(const ParCSRMatrixT& B, ParCSRMatrixT& C) const;
   ParCSRMatrixT multiply(const ParCSRMatrixT& B) const;
-  /// C = (R A) P, to the bit what two products give; on one rank without the matrix R A.
+  /// C = (R A) P, to rounding what two products give, without the matrix R A.
   static void multiplyTriple(const ParCSRMatrixT& R, const ParCSRMatrixT& A, const ParCSRMatrixT& P,
                              ParCSRMatrixT& C);
   /// Rows of the result are cut like the columns of this matrix, and the reverse. On the host the

@@ -29,8 +29,9 @@ class SpBlasAlgebraImpl {
                                    const View* b, I* c_rowptr, I* used, I* marker);
   static void csr_matmul_vec_fill(Space& space, I rows, I cols, I count, const View* a,
                                   const View* b, View c, const I* used, I* marker, View scratch);
-  static void csr_matmul_triple(Space& space, View r, View a, View p, View c, I capacity,
-                                I* reached, I* marker_a, I* marker_p, View scratch);
+  static void csr_matmul_triple(Space& space, View r, I own_rows, I count, const MergeView* blocks,
+                                View ghosts, View p, View c, I c_room, View rest, I rest_room,
+                                I* reached, I* marker_a, I* marker_p, View row_a);
   static void csr_matadd(Space& space, T alpha, View a, T beta, View b, View scratch, View c);
   static void csr_matadd_hash(Space& space, T alpha, View a, T beta, View b, View c, Slot* slots);
   static void csr_matadd_vec(Space& space, I rows, I cols, I count, const View* matrices, View c,
@@ -156,35 +157,82 @@ void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_vec_fill(Space& space, I rows, I
   });
 }
 
-// A row of R A stays in scratch until it has been multiplied by P.
+// A row of R A stays in scratch until it has been multiplied by P. Rows are fetched ahead, as they
+// lie far apart and branches on markers stop the processor from running ahead on its own.
 template <class T, class I, class Space>
-void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_triple(Space& space, View r, View a, View p, View c,
-                                                       I capacity, I* reached, I* marker_a,
-                                                       I* marker_p, View scratch) {
+void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_triple(Space& space, View r, I own_rows, I count,
+                                                       const MergeView* blocks, View ghosts, View p,
+                                                       View c, I c_room, View rest, I rest_room,
+                                                       I* reached, I* marker_a, I* marker_p,
+                                                       View row_a) {
+  constexpr I kAhead = 40;  // entries of R
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(I) {
+    const MergeView own = count > 0 ? blocks[0] : MergeView();
     I i = *reached;
     if (i == 0) {
-      c.row_begin[0] = 0;
-      for (I j = 0; j < a.cols; ++j) marker_a[j] = -1;
+      for (I j = 0; j < p.rows; ++j) marker_a[j] = -1;
       for (I j = 0; j < p.cols; ++j) marker_p[j] = -1;
+      c.row_begin[0] = 0;
+      if (rest.cols > 0) rest.row_begin[0] = 0;
     }
     for (; i < r.rows; ++i) {
-      I row[2] = {0, 0};
-      row[1] =
-          sparse::addProductRow(i, r.row_begin, r.col_idx, r.values, a.row_begin, a.col_idx,
-                                a.values, I(0), I(0), scratch.col_idx, scratch.values, marker_a);
+      for (I k = r.row_begin[i]; k < r.row_end[i] && k + kAhead < r.nnz; ++k) {
+        const I near = r.col_idx[k + kAhead / 2];
+        sparse::prefetch(own.row_begin, r.col_idx[k + kAhead]);
+        if (near < own.rows) {
+          sparse::prefetchEntry(own.col_idx, own.values, own.row_begin[near]);
+        }
+      }
+      I na = 0;
+      const auto addRow = [&](const T& v, const auto& a, I j, I shift) {
+        na = sparse::addScaledRow(v, a.row_begin[j], a.row_end[j], a.col_idx, a.values, shift, I(0),
+                                  na, row_a.col_idx, row_a.values, marker_a);
+      };
+      for (I k = r.row_begin[i]; k < r.row_end[i]; ++k) {
+        const I j = r.col_idx[k];
+        const T v = r.values[k];
+        if (j < own_rows) {
+          if (own.rows > 0) addRow(v, own, j, own.first_col);
+          for (I b = 1; b < count; ++b) addRow(v, blocks[b], j, blocks[b].first_col);
+        } else if (ghosts.nnz > 0) {
+          addRow(v, ghosts, j - own_rows, I(0));
+        }
+      }
       std::int64_t bound = 0;
-      for (I k = 0; k < row[1]; ++k) {
-        const I j = scratch.col_idx[k];
+      for (I k = 0; k < na; ++k) {
+        const I j = row_a.col_idx[k];
         marker_a[j] = -1;
-        bound += p.row_begin[j + 1] - p.row_begin[j];
+        bound += p.row_end[j] - p.row_begin[j];
+        sparse::prefetchEntry(p.col_idx, p.values, p.row_begin[j]);
       }
       const I start = c.row_begin[i];
       if (bound > p.cols) bound = p.cols;
-      if (bound > capacity - start) break;
-      c.row_begin[i + 1] =
-          sparse::addProductRow(I(0), row, scratch.col_idx, scratch.values, p.row_begin, p.col_idx,
-                                p.values, start, start, c.col_idx, c.values, marker_p);
+      if (bound > c_room - start) break;
+      if (rest.cols > 0 && bound > rest_room - rest.row_begin[i]) break;
+      I next = start;
+      for (I k = 0; k < na; ++k) {
+        const I j = row_a.col_idx[k];
+        next = sparse::addScaledRow(row_a.values[k], p.row_begin[j], p.row_end[j], p.col_idx,
+                                    p.values, I(0), start, next, c.col_idx, c.values, marker_p);
+      }
+      if (rest.cols > 0) {
+        const I end = next;
+        I beyond = rest.row_begin[i];
+        next = start;
+        for (I k = start; k < end; ++k) {
+          const I j = c.col_idx[k];
+          const T v = c.values[k];
+          marker_p[j] = -1;  // the next row begins below some of these marks
+          const bool inside = j < c.cols;
+          const View& out = inside ? c : rest;
+          I& at = inside ? next : beyond;
+          out.col_idx[at] = inside ? j : j - c.cols;
+          out.values[at] = v;
+          ++at;
+        }
+        rest.row_begin[i + 1] = beyond;
+      }
+      c.row_begin[i + 1] = next;
     }
     *reached = i;
   });

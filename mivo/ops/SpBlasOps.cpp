@@ -114,10 +114,12 @@ void SpBlasOps<T, I>::csr_matmul_vec(const Device& device, I rows, I cols, I cou
 }
 
 template <class T, class I>
-void SpBlasOps<T, I>::csr_matmul_triple(const Device& device, View r, View a, View p, View c,
-                                        I capacity, I* reached, I* marker_a, I* marker_p,
-                                        View scratch) {
-  MIVO_DISPATCH(csr_matmul_triple, r, a, p, c, capacity, reached, marker_a, marker_p, scratch);
+void SpBlasOps<T, I>::csr_matmul_triple(const Device& device, View r, I own_rows, I count,
+                                        const MergeView* blocks, View ghosts, View p, View c,
+                                        I c_room, View rest, I rest_room, I* reached, I* marker_a,
+                                        I* marker_p, View row_a) {
+  MIVO_DISPATCH(csr_matmul_triple, r, own_rows, count, blocks, ghosts, p, c, c_room, rest,
+                rest_room, reached, marker_a, marker_p, row_a);
 }
 
 template <class T, class I>

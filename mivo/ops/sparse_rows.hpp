@@ -153,29 +153,41 @@ template <class I>
   return n;
 }
 
-/// Adds row i of A B to a row of C that begins at `start` and ends at `next`; the marker holds the
-/// positions of its columns, and elsewhere something below `start`. Returns the new end.
+/// Adds a times the entries [begin, end), their columns moved by `shift`, to a row that begins at
+/// `start` and ends at `next`; the marker holds the positions of its columns, and elsewhere
+/// something below `start`. Returns the new end.
+template <class T, class I>
+[[gnu::always_inline]] MIVO_FUNCTION inline I addScaledRow(const T& a, I begin, I end,
+                                                           const I* col_idx, const T* values,
+                                                           I shift, I start, I next, I* c_col_idx,
+                                                           T* c_values, I* marker) {
+  for (I k = begin; k < end; ++k) {
+    const I c = col_idx[k] + shift;
+    const T v = values[k] * a;
+    if (marker[c] >= start) {
+      c_values[marker[c]] += v;
+    } else {
+      marker[c] = next;
+      c_col_idx[next] = c;
+      c_values[next] = v;
+      ++next;
+    }
+  }
+  return next;
+}
+
+/// Adds row i of A B to a row of C, which is as told above.
 template <class T, class I>
 [[gnu::always_inline]] MIVO_FUNCTION inline I addProductRow(I i, const I* a_rowptr,
                                                             const I* a_col_idx, const T* a_values,
                                                             const I* b_rowptr, const I* b_col_idx,
                                                             const T* b_values, I start, I next,
                                                             I* c_col_idx, T* c_values, I* marker) {
-  for (I ka = a_rowptr[i]; ka < a_rowptr[i + 1]; ++ka) {
-    const I row = a_col_idx[ka];
-    const T a = a_values[ka];
-    for (I kb = b_rowptr[row]; kb < b_rowptr[row + 1]; ++kb) {
-      const I c = b_col_idx[kb];
-      const T v = b_values[kb] * a;
-      if (marker[c] >= start) {
-        c_values[marker[c]] += v;
-      } else {
-        marker[c] = next;
-        c_col_idx[next] = c;
-        c_values[next] = v;
-        ++next;
-      }
-    }
+  for (I k = a_rowptr[i]; k < a_rowptr[i + 1]; ++k) {
+    const I row = a_col_idx[k];
+    const T a = a_values[k];
+    next = addScaledRow(a, b_rowptr[row], b_rowptr[row + 1], b_col_idx, b_values, I(0), start, next,
+                        c_col_idx, c_values, marker);
   }
   return next;
 }

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <vector>
+
+#include "mivo/mat/CSRMatrix.hpp"
+
+namespace mivo {
+
+/// The factors of R A P as one rank holds them, all on one device. The rows of A are this rank's,
+/// followed by those of others that R needs. Internal.
+template <class T, class I>
+struct TripleProduct {
+  using Local = CSRMatrixT<T, I>;
+  /// Columns of this rank's rows of A, which stand from `firstCol` on among the rows of P.
+  struct Block {
+    Local matrix;
+    I firstCol;
+  };
+
+  Local R;                    ///< columns are rows of A
+  I ownRows = 0;              ///< of A
+  std::vector<Block> blocks;  ///< this rank's rows of A; those with entries
+  Local ghostRows;            ///< further rows of A, columns are rows of P
+  Local P;
+  I ownCols = 0;  ///< columns of P whose results are put into `own`
+
+  /// own and rest, whose columns begin at 0 each, make up (R A) P, without the matrix R A. Columns
+  /// stand in order of first appearance (Gustavson 1978).
+  void multiply(Local& own, Local& rest) const;
+};
+
+}  // namespace mivo
