@@ -139,16 +139,18 @@ MIVO_FUNCTION void chooseIndependentSet(const PMISGraph<L>& g) {
     }
   }
   for (L i = 0; i < g.rows; ++i) {
-    if (g.graph[i] != 1 || !(g.measure[i] > 1.0)) continue;
+    const double own = g.measure[i];
+    if (g.graph[i] != 1 || !(own > 1.0)) continue;
+    // Which of two random numbers is larger cannot be foretold, so there is no branch on it.
+    bool smaller = false;
     loopLocalCol(i, g.rank, g.nblocks, g.blocks, [&](const Block& block, L k) {
       const L j = block.col_idx[k];
-      if (!(g.measure[j] > 1.0) || block.values[k] == 0) return;
-      if (g.measure[i] > g.measure[j]) {
-        g.cf[j] = 0;
-      } else if (g.measure[j] > g.measure[i]) {
-        g.cf[i] = 0;
-      }
+      const double other = g.measure[j];
+      const bool counts = (block.values[k] != 0) & (other > 1.0);
+      g.cf[j] = (counts & (own > other)) ? 0 : g.cf[j];
+      smaller |= counts & (other > own);
     });
+    if (smaller) g.cf[i] = 0;
     loopRemoteCol(i, g.rank, g.nblocks, g.blocks, [&](const Block& block, L k) {
       const L c = block.col_idx[k];
       const auto* measures = findGhosts(block.rank, g.nviews, g.measure_ghosts);
@@ -175,15 +177,15 @@ MIVO_FUNCTION void markPoints(const PMISGraph<L>& g) {
       g.cf[i] = 1;
       continue;
     }
-    for (L b = 0; b < g.nblocks; ++b) {
-      const Block& block = g.blocks[b];
-      for (L k = block.row_begin[i]; k < block.row_end[i]; ++k) {
-        if (block.values[k] == 0) continue;
-        const int* mark =
-            valueOfColumn(block.rank, block.col_idx[k], g.rank, g.cf, g.nviews, g.cf_ghosts);
-        if (*mark > 0) g.cf[i] = -1;
-      }
-    }
+    bool besideC = false;
+    loopLocalCol(i, g.rank, g.nblocks, g.blocks, [&](const Block& block, L k) {
+      besideC |= (block.values[k] != 0) & (g.cf[block.col_idx[k]] > 0);
+    });
+    loopRemoteCol(i, g.rank, g.nblocks, g.blocks, [&](const Block& block, L k) {
+      const auto* marks = findGhosts(block.rank, g.nviews, g.cf_ghosts);
+      besideC |= (block.values[k] != 0) & (marks->recv_x[block.col_idx[k]] > 0);
+    });
+    if (besideC) g.cf[i] = -1;
   }
 }
 
