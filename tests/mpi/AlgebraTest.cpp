@@ -286,6 +286,27 @@ TEST(AlgebraOverRanksOnce, ProductsAreAssociativeAndTransposesTurnThemRound) {
   });
 }
 
+// The second result is larger than the room made at first; the third has an A without entries.
+TEST(AlgebraOverRanksOnce, ProductOfThreeIsThatOfTwoProducts) {
+  using T = double;
+  std::mt19937 rng(53);
+  for (const std::vector<int>& n : {std::vector{14, 9, 21, 6}, {40, 3, 3, 50}, {8, 5, 7, 9}}) {
+    const auto r = randomCsr<T>(rng, n[0], n[1]), p = randomCsr<T>(rng, n[2], n[3]);
+    const auto a = n[0] == 8 ? HostCsr<T>::build(n[1], n[2], [](int, HostCsr<T>&) {})
+                             : randomCsr<T>(rng, n[1], n[2]);
+    forCuts({n.begin(), n.end()}, rng, [&](const Device& device, const std::vector<Part>& parts) {
+      const auto R = spread(device, parts[0], parts[1], r);
+      const auto A = spread(device, parts[1], parts[2], a);
+      const auto P = spread(device, parts[2], parts[3], p);
+      Matrix<T> C;
+      Matrix<T>::multiplyTriple(R, A, P, C);
+      const auto expected = R.multiply(A).multiply(P);
+      EXPECT_EQ(C.getNnzs(), expected.getNnzs());
+      EXPECT_TRUE(C == expected);
+    });
+  }
+}
+
 TEST(AlgebraOverRanksOnce, StructureForAnotherTypeBringsItsPlanAlong) {
   using T = double;
   std::mt19937 rng(47);
