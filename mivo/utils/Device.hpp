@@ -54,8 +54,8 @@ class MIVO_API Device {
   /// Ordinal of the thread's current GPU, -1 when this is not a GPU.
   int getDeviceContext() const;
 
-  /// Fresh memory of `bytes` bytes, or null where the kind has none. Host blocks of 2 MiB and more
-  /// come aligned to 2 MiB for huge pages; all host blocks go back through `free`.
+  /// Fresh memory of `bytes` bytes, or null where the kind has none. Large host blocks ask for
+  /// huge pages, and begin with a cache line at least; all host blocks go back through `free`.
   void* rawMalloc(std::size_t bytes) const;
   /// The same as `rawMalloc(bytes)`: neither copies nor frees `p`.
   void* rawRealloc(void* p, std::size_t bytes) const;
