@@ -4,6 +4,8 @@
 
 #include "mivo/level_transfer/ruge_stuben/LevelTransferOps_RS.hpp"
 
+#include <limits>
+
 #include "mivo/mat/CrossData.hpp"
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/SpBlasOps.hpp"
@@ -33,6 +35,9 @@ void splitLocally(const CSRMatrixT<int, L>& S, MatrixT<int, L, MatrixLayoutRowMa
                   const Kernel& kernel) {
   const L n = S.getRows();
   if (n == 0) return;
+  // There are buckets for twice the number of rows.
+  MIVO_CHECK(n <= (std::numeric_limits<L>::max() - 2) / 2)
+      << "splitting: " << n << " rows of a rank exceed the index type";
   const auto turned = strongTranspose(S);
   IndexVector lambda, ptr, cnt, i2n, n2i;
   for (IndexVector* v : {&lambda, &i2n, &n2i}) v->create(n, 1, S.getDevice());
