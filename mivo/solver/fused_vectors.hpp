@@ -83,13 +83,24 @@ RealType<T> combineAndNorm(T a, const ParMatrixT<T, G, L>& x, T b, const ParMatr
                    z.getComm()));
 }
 
+/// Ends the process, with the text of `ParMatrixT::axpy`, unless all vectors fit together: a
+/// product or a preconditioner of the caller's may have given one another length.
+template <class T, class G, class L, class... Others>
+void expectFit(ParMatrixT<T, G, L>& y, const Others&... others) {
+  const auto expect = [&y](const auto& x) {
+    if (!fitTogether(y.getLocalMatrix(), x.getLocalMatrix())) ParMatrixT<T, G, L>::axpy(T(0), x, y);
+  };
+  (expect(others), ...);
+}
+
 /// r = r + a v + b v_old, z = z + a u + b u_old; returns (r, z). Bits are those of four calls of
-/// `ParMatrixT::axpy` and one of `dot`, with one pass. All vectors have one shape and device, as in
-/// what follows. Collective.
+/// `ParMatrixT::axpy` and one of `dot`, with one pass. Vectors that do not fit together end the
+/// process, as in what follows. Collective.
 template <class T, class G, class L>
 T lanczosPair(T a, const ParMatrixT<T, G, L>& v, const ParMatrixT<T, G, L>& u, T b,
               const ParMatrixT<T, G, L>& v_old, const ParMatrixT<T, G, L>& u_old,
               ParMatrixT<T, G, L>& r, ParMatrixT<T, G, L>& z) {
+  expectFit(r, v, u, v_old, u_old, z);
   const auto local = r.getLocalMatrix();
   T sum = FusedOps<T, L>::lanczos_pair(
       local.getDevice(), local.getSize(), a, v.getLocalMatrix().getData(),
@@ -103,6 +114,7 @@ T lanczosPair(T a, const ParMatrixT<T, G, L>& v, const ParMatrixT<T, G, L>& u, T
 template <class T, class G, class L>
 void minresStep(T g, const ParMatrixT<T, G, L>& u, T d, const ParMatrixT<T, G, L>& w_old, T e,
                 ParMatrixT<T, G, L>& w, T step, ParMatrixT<T, G, L>& x) {
+  expectFit(x, u, w_old, w);
   const auto local = x.getLocalMatrix();
   FusedOps<T, L>::minres_step(local.getDevice(), local.getSize(), g, u.getLocalMatrix().getData(),
                               d, w_old.getLocalMatrix().getData(), e, w.getLocalMatrix().getData(),
@@ -113,6 +125,7 @@ void minresStep(T g, const ParMatrixT<T, G, L>& u, T d, const ParMatrixT<T, G, L
 template <class T, class G, class L>
 void symmlqStep(T c, T s, const ParMatrixT<T, G, L>& u, ParMatrixT<T, G, L>& w_bar, T step,
                 ParMatrixT<T, G, L>& x) {
+  expectFit(x, u, w_bar);
   const auto local = x.getLocalMatrix();
   FusedOps<T, L>::symmlq_step(local.getDevice(), local.getSize(), c, s,
                               u.getLocalMatrix().getData(), w_bar.getLocalMatrix().getData(), step,
@@ -123,6 +136,7 @@ void symmlqStep(T c, T s, const ParMatrixT<T, G, L>& u, ParMatrixT<T, G, L>& w_b
 template <class T, class G, class L>
 void qlpStep(T g, const ParMatrixT<T, G, L>& z, T c2, T s2, T c1, T s1, T step,
              ParMatrixT<T, G, L>& w_old, ParMatrixT<T, G, L>& w, ParMatrixT<T, G, L>& x) {
+  expectFit(x, z, w_old, w);
   const auto local = x.getLocalMatrix();
   FusedOps<T, L>::qlp_step(local.getDevice(), local.getSize(), g, z.getLocalMatrix().getData(), c2,
                            s2, c1, s1, step, w_old.getLocalMatrix().getData(),

@@ -177,6 +177,30 @@ TEST(SolverMINRES, PrintsTheTableOfTheFrame) {
       "solve_time T, precond_setup T, precond T\n");
 }
 
+/// A careless operator of the caller's: its products have the length of b, and not that of x.
+class ShortProducts : public DenseOperator<double> {
+ public:
+  ShortProducts() : DenseOperator(Device(), 3, {2, 0, 0, 0, 3, 0, 0, 0, 4}) {}
+  void aAxpby(double alpha, const ParVector<double>& x, double, ParVector<double>& y,
+              AsyncMatVecObject*) override {
+    y = parVectorOf<double>(Device(), {alpha, 2 * alpha * valuesOf(x)[1]});
+  }
+};
+
+TEST(SolverMINRES, AndSYMMLQRefuseProductsOfAnotherLength) {
+  for (const json& params : {json{{"algo", "standard"}}, json{{"algo", "qlp"}}, json()}) {
+    const auto solver = makeSolverOf<double>(params.is_null() ? "SolverSYMMLQ" : "SolverMINRES",
+                                             params.is_null() ? json::object() : params);
+    ShortProducts A;
+    auto x = parVectorOf<double>(Device(), {1, 1, 1});
+    const auto b = parVectorOf<double>(Device(), {1, 1});
+    int iter = 0;
+    double relres = 0;
+    MIVO_EXPECT_FATAL_TEXT(solver->solve(A, b, x, iter, relres),
+                           "axpy: x and y must have the same size");
+  }
+}
+
 TEST(SolverMINRES, RefusesAnotherForm) {
   const auto other = makeSolverOf<double>("SolverMINRES", {{"algo", "QLP"}, {"verbose", 1}});
   DenseOperator<double> A(Device(), 1, {2});
