@@ -34,8 +34,8 @@ void* hostMalloc(std::size_t bytes) {
   const std::size_t rounded = (bytes + kPage - 1) / kPage * kPage;
   if (rounded < bytes) return nullptr;
   const bool mappedAlone = bytes >= 16 * kHugePage;
-  void* const p = std::aligned_alloc(mappedAlone ? kCacheLine : kHugePage, rounded);
-  if (p == nullptr) return nullptr;
+  void* p = nullptr;
+  if (posix_memalign(&p, mappedAlone ? kCacheLine : kHugePage, rounded) != 0) return nullptr;
   const std::size_t inPage = reinterpret_cast<std::uintptr_t>(p) % kPage;
   madvise(static_cast<char*>(p) - inPage, rounded, MADV_HUGEPAGE);
   return p;

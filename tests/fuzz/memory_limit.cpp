@@ -33,15 +33,13 @@ extern "C" __attribute__((visibility("default"))) const char* __tsan_default_opt
 #include <dlfcn.h>
 
 /// Large blocks of host memory are asked for in this way only.
-extern "C" __attribute__((visibility("default"))) void* aligned_alloc(std::size_t alignment,
-                                                                      std::size_t bytes) noexcept {
-  if (bytes > mivo::fuzz::kMostBytes) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  using Allocate = void* (*)(std::size_t, std::size_t);
-  static const auto next = reinterpret_cast<Allocate>(dlsym(RTLD_NEXT, "aligned_alloc"));
-  return next(alignment, bytes);
+extern "C" __attribute__((visibility("default"))) int posix_memalign(void** block,
+                                                                     std::size_t alignment,
+                                                                     std::size_t bytes) noexcept {
+  if (bytes > mivo::fuzz::kMostBytes) return ENOMEM;
+  using Allocate = int (*)(void**, std::size_t, std::size_t);
+  static const auto next = reinterpret_cast<Allocate>(dlsym(RTLD_NEXT, "posix_memalign"));
+  return next(block, alignment, bytes);
 }
 
 #endif
