@@ -81,11 +81,11 @@ void MINRES_Impl<T, G, L>::KSPSolve_MINRES_OLD() {
   R beta = std::sqrt(dp);
   R eta = beta;
   R c = 1, cold = 1, s = 0, sold = 0;
-  // v = r / beta,  u = z / beta; the next product overwrites r and z
+  // v = r / beta,  u = z / beta. The next product overwrites r; a preconditioner may start from
+  // what z holds.
   std::swap(v, r);
-  std::swap(u, z);
   Vector::scale(T(1 / beta), v);
-  Vector::scale(T(1 / beta), u);
+  Vector::axpby(T(1 / beta), z, T(0), u);
   w_old.fill(T(0));
   w.fill(T(0));
 

@@ -46,11 +46,11 @@ void SYMMLQ_Impl<T, G, L>::KSPSolve_SYMMLQ() {
   }
   const R beta1 = std::sqrt(dp);
   ksp.rnorm = Vector::normL2(z);
-  // v = r / beta_1,  u = z / beta_1; the next product overwrites r and z
+  // v = r / beta_1,  u = z / beta_1. The next product overwrites r; a preconditioner may start
+  // from what z holds.
   std::swap(v, r);
-  std::swap(u, z);
   Vector::scale(T(1 / beta1), v);
-  Vector::scale(T(1 / beta1), u);
+  Vector::axpby(T(1 / beta1), z, T(0), u);
   u.deepCopy(w_bar);
   ksp.monitor(0, ksp.rnorm);
   ksp.reason = ksp.converged(0, ksp.rnorm);
@@ -121,9 +121,8 @@ void SYMMLQ_Impl<T, G, L>::iterate(R beta1, R& c, R& ceta) {
     std::swap(v_old, v);
     std::swap(v, r);
     std::swap(u_old, u);
-    std::swap(u, z);
     Vector::scale(T(1 / beta), v);
-    Vector::scale(T(1 / beta), u);
+    Vector::axpby(T(1 / beta), z, T(0), u);
     symmlqStep(T(c), T(s), u, w_bar, T(ceta), *ksp.x);
     ceta_oold = ceta_old;
     ceta_old = ceta;

@@ -187,17 +187,50 @@ class ShortProducts : public DenseOperator<double> {
   }
 };
 
+/// z = d .* r; keeps what z held before.
+class KeepingPreconditioner : public DiagonalPreconditioner<double> {
+ public:
+  using DiagonalPreconditioner::DiagonalPreconditioner;
+  void precondition(const ParVector<double>& r, ParVector<double>& z) override {
+    before.push_back(valuesOf(z));
+    DiagonalPreconditioner::precondition(r, z);
+    if (applications == 1) first = valuesOf(z);
+  }
+
+  std::vector<std::vector<double>> before;
+  std::vector<double> first;
+};
+
+TEST(SolverMINRES, AndSYMMLQHandTheLastVectorToPreconditionersThatStartFromIt) {
+  const std::size_t n = 8;
+  for (const Device& device : testDevices()) {
+    for (const std::string name : {"SolverMINRES", "SolverSYMMLQ"}) {
+      const auto solver = makeSolverOf<double>(name, {{"algo", "standard"}, {"max_its", 3}});
+      KeepingPreconditioner P(parVectorOf<double>(device, positiveDiagonal<double>(n)));
+      auto A = parCsrOf<double>(device, int(n), indefinite<double>(n, 5));
+      auto x = parVectorOf<double>(device, std::vector<double>(n, 0));
+      const auto b = parVectorOf<double>(device, smallValues<double>(n, 6));
+      int iter = 0;
+      double relres = 0;
+      solver->solve(P, A, b, x, iter, relres);
+      ASSERT_EQ(P.before.size(), 4u);
+      EXPECT_EQ(P.before[1], P.first) << name << " on " << device.getString();
+    }
+  }
+}
+
 TEST(SolverMINRES, AndSYMMLQRefuseProductsOfAnotherLength) {
-  for (const json& params : {json{{"algo", "standard"}}, json{{"algo", "qlp"}}, json()}) {
-    const auto solver = makeSolverOf<double>(params.is_null() ? "SolverSYMMLQ" : "SolverMINRES",
-                                             params.is_null() ? json::object() : params);
+  for (const json& params : {json{{"algo", "standard"}}, json{{"algo", "qlp"}}, json::object()}) {
+    const auto solver =
+        makeSolverOf<double>(params.empty() ? "SolverSYMMLQ" : "SolverMINRES", params);
     ShortProducts A;
     auto x = parVectorOf<double>(Device(), {1, 1, 1});
     const auto b = parVectorOf<double>(Device(), {1, 1});
     int iter = 0;
     double relres = 0;
+    const std::string where = params.value("algo", "") == "qlp" ? "axpy" : "axpby";
     MIVO_EXPECT_FATAL_TEXT(solver->solve(A, b, x, iter, relres),
-                           "axpy: x and y must have the same size");
+                           where + ": x and y must have the same size");
   }
 }
 
