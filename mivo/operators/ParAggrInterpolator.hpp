@@ -15,11 +15,11 @@ class Factory;
 template <class T, class G, class L>
 class MIVO_API ParAggrInterpolatorT : public virtual ParOperator {
  public:
-  ~ParAggrInterpolatorT() override;
-
   /// P is the prolongation from `naggr` aggregates to the rows of A. Collective.
   virtual void interpolate(const ParCSRMatrixT<T, G, L>& A, const ParMatrixT<int, G, L>& aggr,
                            G naggr, ParCSRMatrixT<T, G, L>& P) = 0;
+
+  ~ParAggrInterpolatorT() override;
 
   /// Family of the key "aggr_interpolator_type".
   static Factory<ParAggrInterpolatorT>& getFactory();

@@ -15,12 +15,12 @@ class Factory;
 template <class T, class G, class L>
 class MIVO_API ParAggregatorT : public virtual ParOperator {
  public:
-  ~ParAggregatorT() override;
-
   /// `aggr` receives the aggregate of each unknown, as one column distributed like the rows of A,
   /// and `naggr` the number of aggregates. Collective.
   virtual void aggregate(const ParCSRMatrixT<T, G, L>& A, const ParCSRMatrixT<int, G, L>& S,
                          ParMatrixT<int, G, L>& aggr, G& naggr) = 0;
+
+  ~ParAggregatorT() override;
 
   /// Family of the key "aggregator_type".
   static Factory<ParAggregatorT>& getFactory();

@@ -15,12 +15,12 @@ class Factory;
 template <class T, class G, class L>
 class MIVO_API ParInterpolatorT : public virtual ParOperator {
  public:
-  ~ParInterpolatorT() override;
-
   /// P is the prolongation, `ncoarse` the global number of its columns. Collective.
   virtual void interpolate(const ParCSRMatrixT<T, G, L>& A, const ParCSRMatrixT<int, G, L>& S,
                            const ParMatrixT<int, G, L>& cf, G& ncoarse,
                            ParCSRMatrixT<T, G, L>& P) = 0;
+
+  ~ParInterpolatorT() override;
 
   /// Family of the key "interpolator_type".
   static Factory<ParInterpolatorT>& getFactory();

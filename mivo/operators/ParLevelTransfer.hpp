@@ -20,12 +20,12 @@ class MIVO_API ParLevelTransferT : public virtual ParOperator {
  public:
   std::int32_t levelId = 0;  ///< number of the level that is being coarsened, 0 the finest
 
-  ~ParLevelTransferT() override;
-
   void setLevelId(int level) { levelId = level; }
   /// Prolongation P (rows of A by coarse unknowns) and restriction R. Collective.
   virtual void transfer_operators(const ParCSRMatrixT<T, G, L>& A, ParCSRMatrixT<T, G, L>& P,
                                   ParCSRMatrixT<T, G, L>& R) = 0;
+
+  ~ParLevelTransferT() override;
 
   /// Family of the key "level_transfer_type".
   static Factory<ParLevelTransferT>& getFactory();

@@ -37,8 +37,6 @@ class MIVO_API ParMatrixFreeT : public virtual ParOperator {
     std::future<int> future_;
   };
 
-  ~ParMatrixFreeT() override;
-
   virtual int getComm() const = 0;
   virtual Device getDevice() const = 0;
   /// Global rows
@@ -51,6 +49,8 @@ class MIVO_API ParMatrixFreeT : public virtual ParOperator {
   /// y = A x
   virtual void matVec(const ParMatrixT<T, G, L>& x, ParMatrixT<T, G, L>& y,
                       AsyncMatVecObject* async);
+
+  ~ParMatrixFreeT() override;
 
   /// Family of the key "matrix_type".
   static Factory<ParMatrixFreeT>& getFactory();

@@ -20,13 +20,13 @@ class MIVO_API ParPreconditionerT : public virtual ParOperator {
   TickMeter setupTime;    ///< time in `setup`; driven by the concrete classes
   TickMeter precondTime;  ///< time in `precondition`
 
-  ~ParPreconditionerT() override;
-
   /// Prepares for A, which must outlive the uses of this object unless the class says that it
   /// shares A.
   virtual void setup(const ParMatrixFreeT<T, G, L>& A) = 0;
   /// z = M r, M being the approximate inverse. z has the shape of r and is not r.
   virtual void precondition(const ParMatrixT<T, G, L>& r, ParMatrixT<T, G, L>& z) = 0;
+
+  ~ParPreconditionerT() override;
 
   /// Family of the key "preconditioner_type".
   static Factory<ParPreconditionerT>& getFactory();

@@ -16,10 +16,10 @@ class Factory;
 template <class T, class G, class L>
 class MIVO_API ParProlongationerT : public ParOperator {
  public:
-  ~ParProlongationerT() override;
-
   /// fine = P coarse
   virtual void prolongation(const ParMatrixT<T, G, L>& coarse, ParMatrixT<T, G, L>& fine) = 0;
+
+  ~ParProlongationerT() override;
 
   /// Family of the key "prolongationer_type".
   static Factory<ParProlongationerT>& getFactory();

@@ -16,10 +16,10 @@ class Factory;
 template <class T, class G, class L>
 class MIVO_API ParRestrictionerT : public ParOperator {
  public:
-  ~ParRestrictionerT() override;
-
   /// coarse = R fine
   virtual void restriction(const ParMatrixT<T, G, L>& fine, ParMatrixT<T, G, L>& coarse) = 0;
+
+  ~ParRestrictionerT() override;
 
   /// Family of the key "restrictioner_type".
   static Factory<ParRestrictionerT>& getFactory();

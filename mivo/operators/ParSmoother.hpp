@@ -13,12 +13,13 @@ namespace mivo {
 template <class T, class G, class L>
 class MIVO_API ParSmootherT : public virtual ParOperator {
  public:
-  ~ParSmootherT() override;
-
   /// Prepares for A.
   virtual void setup(const ParMatrixFreeT<T, G, L>& A) = 0;
   /// Improves the given x for A x = b.
   virtual void smooth(const ParMatrixT<T, G, L>& b, ParMatrixT<T, G, L>& x) = 0;
+
+  ~ParSmootherT() override;
+
   /// The same from x = 0, whatever x holds, with the same bits: a class that can begin from zero
   /// at less cost overrides it. Multigrid begins every level but the finest of a solver so.
   virtual void smoothFromZero(const ParMatrixT<T, G, L>& b, ParMatrixT<T, G, L>& x);

@@ -15,12 +15,12 @@ class Factory;
 template <class T, class G, class L>
 class MIVO_API ParSplitterT : public virtual ParOperator {
  public:
-  ~ParSplitterT() override;
-
   /// `cf` receives the mark of each unknown, as one column distributed like the rows of A.
   /// Collective.
   virtual void split(const ParCSRMatrixT<T, G, L>& A, ParCSRMatrixT<int, G, L>& S,
                      ParMatrixT<int, G, L>& cf) = 0;
+
+  ~ParSplitterT() override;
 
   /// Family of the key "splitter_type".
   static Factory<ParSplitterT>& getFactory();

@@ -15,12 +15,12 @@ class Factory;
 template <class T, class G, class L>
 class MIVO_API ParStrengtherT : public virtual ParOperator {
  public:
-  ~ParStrengtherT() override;
-
   /// S takes the structure of A, with 1 for a strong entry and 0 for a weak one. `diag` is the
   /// diagonal of A. Collective.
   virtual void strength(const ParCSRMatrixT<T, G, L>& A, const ParMatrixT<T, G, L>& diag,
                         ParCSRMatrixT<int, G, L>& S) = 0;
+
+  ~ParStrengtherT() override;
 
   /// Family of the key "strengther_type".
   static Factory<ParStrengtherT>& getFactory();

@@ -51,8 +51,6 @@ class MIVO_API ParSolverT : public virtual ParOperator {
   /// is logged.
   std::function<void(int iter, R r, R relR0, R relB)> observer;
 
-  ~ParSolverT() override;
-
   /// Prepares for A.
   virtual void setup(const Operator& A) = 0;
   /// Improves x until |b - A x| is small enough or the iterations are used up. `iter` and `relres`
@@ -71,6 +69,8 @@ class MIVO_API ParSolverT : public virtual ParOperator {
   void logSolverStatus(Preconditioner& P, int iter, R r, R relR0, R relB);
   /// End of the clock, last line. `maxIts` is the iteration limit.
   void finishSolve(Preconditioner& P, int maxIts, int iter, R relres);
+
+  ~ParSolverT() override;
 
   /// Family of the key "solver_type".
   static Factory<ParSolverT>& getFactory();

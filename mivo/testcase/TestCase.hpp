@@ -32,8 +32,6 @@ class MIVO_API TestCaseT : public virtual ParOperator {
   std::int32_t size = 1;
   int comm = kCommWorld;
 
-  ~TestCaseT() override;
-
   /// Reads "device".
   void create(const json& params);
   void setDeviceAndComm(const Device& where, int communicator);
@@ -41,6 +39,8 @@ class MIVO_API TestCaseT : public virtual ParOperator {
   /// Replaces all three. Collective over `comm`.
   virtual void generate(ParCSRMatrixT<T, G, L>& A, ParMatrixT<T, G, L>& x,
                         ParMatrixT<T, G, L>& b) = 0;
+
+  ~TestCaseT() override;
 
   /// Family of the key "testcase_type".
   static Factory<TestCaseT>& getFactory();
