@@ -15,7 +15,7 @@ void ParSplitterBoomerAMGPMIS<T, G, L>::create(const json& /*params*/) {}
 
 template <class T, class G, class L>
 void ParSplitterBoomerAMGPMIS<T, G, L>::split(const Matrix& A, Strength& S, Marks& cf) {
-  LevelTransferOps_RS<T, G, L>::par_BoomerAMGCoarsenPMIS(A, S, cf, cf_init);
+  LevelTransferOps_RS<T, G, L>::par_BoomerAMGCoarsenPMIS(A, S, cf, CF_init);
 }
 
 #define MIVO_INSTANCE(T) template class ParSplitterBoomerAMGPMIS<T, long, int>;

@@ -22,7 +22,7 @@ class MIVO_API ParSplitterBoomerAMGPMIS : public ParSplitterT<T, G, L> {
   using Vector = ParMatrixT<T, G, L>;
   using Marks = ParMatrixT<int, G, L>;
 
-  std::int32_t cf_init = 0;  ///< initial marks
+  std::int32_t CF_init = 0;  ///< initial marks
 
   ~ParSplitterBoomerAMGPMIS() override;
 
