@@ -147,7 +147,7 @@ MIVO_FUNCTION void chooseIndependentSet(const PMISGraph<L>& g) {
       const L j = block.col_idx[k];
       const double other = g.measure[j];
       const bool counts = (block.values[k] != 0) & (other > 1.0);
-      g.cf[j] = (counts & (own > other)) ? 0 : g.cf[j];
+      g.cf[j] &= static_cast<int>(counts & (own > other)) - 1;
       smaller |= counts & (other > own);
     });
     if (smaller) g.cf[i] = 0;
