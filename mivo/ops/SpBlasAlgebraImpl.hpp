@@ -2,6 +2,7 @@
 #pragma once
 
 #include "mivo/ops/sparse_rows.hpp"
+#include "mivo/ops/triple_rows.hpp"
 
 namespace mivo {
 
@@ -168,6 +169,7 @@ void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_triple(Space& space, View r, I o
   constexpr I kAhead = 40;  // entries of R
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(I) {
     const MergeView own = count > 0 ? blocks[0] : MergeView();
+    sparse::TermBuffer<T, I> terms;
     I i = *reached;
     if (i == 0) {
       for (I j = 0; j < p.rows; ++j) marker_a[j] = -1;
@@ -183,21 +185,7 @@ void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_triple(Space& space, View r, I o
           sparse::prefetchEntry(own.col_idx, own.values, own.row_begin[near]);
         }
       }
-      I na = 0;
-      const auto addRow = [&](const T& v, const auto& a, I j, I shift) {
-        na = sparse::addScaledRow(v, a.row_begin[j], a.row_end[j], a.col_idx, a.values, shift, I(0),
-                                  na, row_a.col_idx, row_a.values, marker_a);
-      };
-      for (I k = r.row_begin[i]; k < r.row_end[i]; ++k) {
-        const I j = r.col_idx[k];
-        const T v = r.values[k];
-        if (j < own_rows) {
-          if (own.rows > 0) addRow(v, own, j, own.first_col);
-          for (I b = 1; b < count; ++b) addRow(v, blocks[b], j, blocks[b].first_col);
-        } else if (ghosts.nnz > 0) {
-          addRow(v, ghosts, j - own_rows, I(0));
-        }
-      }
+      const I na = sparse::multiplyRow(r, i, own_rows, count, blocks, ghosts, row_a, marker_a);
       std::int64_t bound = 0;
       for (I k = 0; k < na; ++k) {
         const I j = row_a.col_idx[k];
@@ -209,12 +197,7 @@ void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_triple(Space& space, View r, I o
       if (bound > p.cols) bound = p.cols;
       if (bound > c_room - start) break;
       if (rest.cols > 0 && bound > rest_room - rest.row_begin[i]) break;
-      I next = start;
-      for (I k = 0; k < na; ++k) {
-        const I j = row_a.col_idx[k];
-        next = sparse::addScaledRow(row_a.values[k], p.row_begin[j], p.row_end[j], p.col_idx,
-                                    p.values, I(0), start, next, c.col_idx, c.values, marker_p);
-      }
+      I next = sparse::multiplyRowByP(na, row_a, p, start, c, marker_p, terms);
       if (rest.cols > 0) {
         const I end = next;
         I beyond = rest.row_begin[i];

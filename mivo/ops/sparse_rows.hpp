@@ -153,17 +153,16 @@ template <class I>
   return n;
 }
 
-/// Adds a times the entries [begin, end), their columns moved by `shift`, to a row that begins at
-/// `start` and ends at `next`; the marker holds the positions of its columns, and elsewhere
-/// something below `start`. Returns the new end.
-template <class T, class I>
-[[gnu::always_inline]] MIVO_FUNCTION inline I addScaledRow(const T& a, I begin, I end,
-                                                           const I* col_idx, const T* values,
-                                                           I shift, I start, I next, I* c_col_idx,
-                                                           T* c_values, I* marker) {
+/// Adds entries with the columns col_idx[begin..end), moved by `shift`, and the values `value(k)`
+/// to a row that begins at `start` and ends at `next`; the marker holds the positions of its
+/// columns, and elsewhere something below `start`. Returns the new end.
+template <class T, class I, class Value>
+[[gnu::always_inline]] MIVO_FUNCTION inline I addEntries(I begin, I end, const I* col_idx, I shift,
+                                                         const Value& value, I start, I next,
+                                                         I* c_col_idx, T* c_values, I* marker) {
   for (I k = begin; k < end; ++k) {
     const I c = col_idx[k] + shift;
-    const T v = values[k] * a;
+    const T v = value(k);
     if (marker[c] >= start) {
       c_values[marker[c]] += v;
     } else {
@@ -174,6 +173,17 @@ template <class T, class I>
     }
   }
   return next;
+}
+
+/// Adds a times the entries [begin, end), their columns moved by `shift`, to such a row.
+template <class T, class I>
+[[gnu::always_inline]] MIVO_FUNCTION inline I addScaledRow(const T& a, I begin, I end,
+                                                           const I* col_idx, const T* values,
+                                                           I shift, I start, I next, I* c_col_idx,
+                                                           T* c_values, I* marker) {
+  return addEntries(
+      begin, end, col_idx, shift, [&](I k) { return values[k] * a; }, start, next, c_col_idx,
+      c_values, marker);
 }
 
 /// Adds row i of A B to a row of C, which is as told above.

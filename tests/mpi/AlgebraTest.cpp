@@ -286,11 +286,13 @@ TEST(AlgebraOverRanksOnce, ProductsAreAssociativeAndTransposesTurnThemRound) {
   });
 }
 
-// The second result is larger than the room made at first; the third has an A without entries.
+// The second result is larger than the room made at first; the third has an A without entries; the
+// last has rows of P that are too long to be put together.
 TEST(AlgebraOverRanksOnce, ProductOfThreeIsThatOfTwoProducts) {
   using T = double;
   std::mt19937 rng(53);
-  for (const std::vector<int>& n : {std::vector{14, 9, 21, 6}, {40, 3, 3, 50}, {8, 5, 7, 9}}) {
+  for (const std::vector<int>& n :
+       {std::vector{14, 9, 21, 6}, {40, 3, 3, 50}, {8, 5, 7, 9}, {5, 6, 30, 700}}) {
     const auto r = randomCsr<T>(rng, n[0], n[1]), p = randomCsr<T>(rng, n[2], n[3]);
     const auto a = n[0] == 8 ? HostCsr<T>::build(n[1], n[2], [](int, HostCsr<T>&) {})
                              : randomCsr<T>(rng, n[1], n[2]);
