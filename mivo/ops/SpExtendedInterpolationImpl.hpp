@@ -23,8 +23,9 @@ struct ExtendedMatrix {
   const int* dof;     ///< function of each point, null when there is one
   L* c_ptr;           ///< rows of `c_col`, one more than there are rows
   L* c_col;           ///< strong C neighbours of each F point
-  L* d_ptr;           ///< rows of `d_pos`, likewise
-  L* d_pos;           ///< positions in A of entries of F points that may take shares of others
+  /// Entries of F points, in C columns, that may take shares of others; behind them is room for one
+  /// more row.
+  COT_CSRRawMat<T, L> d;
   L* hints;  ///< where searches in each row of A go on, null to have each begin at the row's start
 
   MIVO_FUNCTION bool isF(L i) const { return cf[i] < 0 && cf[i] != -3; }
@@ -53,7 +54,7 @@ struct ExtendedMatrix {
 template <class T, class L>
 MIVO_FUNCTION void listCoarseEntries(const ExtendedMatrix<T, L>& m) {
   L nc = 0, nd = 0;
-  m.c_ptr[0] = m.d_ptr[0] = 0;
+  m.c_ptr[0] = m.d.row_begin[0] = 0;
   for (L i = 0; i < m.s.rows; ++i) {
     if (m.isF(i)) {
       for (L k = m.s.row_begin[i]; k < m.s.row_end[i]; ++k) {
@@ -62,12 +63,13 @@ MIVO_FUNCTION void listCoarseEntries(const ExtendedMatrix<T, L>& m) {
         nc += m.s.values[k] != 0 && m.cf[j] >= 0 ? 1 : 0;
       }
       for (L k = m.a.row_begin[i]; k < m.a.row_end[i]; ++k) {
-        m.d_pos[nd] = k;
+        m.d.col_idx[nd] = m.a.col_idx[k];
+        m.d.values[nd] = m.a.values[k];
         nd += m.cf[m.a.col_idx[k]] >= 0 && m.isOpposite(i, k) ? 1 : 0;
       }
     }
     m.c_ptr[i + 1] = nc;
-    m.d_ptr[i + 1] = nd;
+    m.d.row_begin[i + 1] = nd;
   }
 }
 
@@ -94,44 +96,40 @@ MIVO_FUNCTION void visitExtendedSet(const ExtendedMatrix<T, L>& m, L i, const On
 template <class T, class L>
 MIVO_FUNCTION void distribute(const ExtendedMatrix<T, L>& m, L i, L j, const T& a, L begin,
                               const L* marker, T* values, T& diagonal) {
-  const L end = m.a.row_end[j];
-  L own = m.find(j, i);
-  if (own < end && !m.isOpposite(j, own)) own = end;
-  // The entries that count, in the order of the row: i is no C point, and so not in the list.
-  const auto forEach = [&](const auto& visit) {
-    bool pending = own < end;
-    for (L q = m.d_ptr[j]; q < m.d_ptr[j + 1]; ++q) {
-      const L k = m.d_pos[q];
-      if (pending && own < k) {
-        visit(own);
-        pending = false;
-      }
-      if (marker[m.a.col_idx[k]] >= begin) visit(k);
-    }
-    if (pending) visit(own);
-  };
-  T sum(0);
-  forEach([&](L k) { sum += m.a.values[k]; });
+  const L k = m.find(j, i);
+  const bool has_own = k < m.a.row_end[j] && m.isOpposite(j, k);
+  T sum = has_own ? m.a.values[k] : T(0);
+  // Which neighbours are in the set cannot be foretold, so that there is no branch on it.
+  const L first = m.d.row_begin[j];
+  const L end = m.d.row_begin[j + 1];
+  L* const place = m.d.col_idx + m.d.row_begin[m.s.rows];
+  T* const value = m.d.values + m.d.row_begin[m.s.rows];
+  L n = 0;
+  for (L q = first; q < end; ++q) {
+    const L at = marker[m.d.col_idx[q]];
+    place[n] = at;
+    value[n] = m.d.values[q];
+    n += at >= begin ? 1 : 0;
+  }
+  for (L q = 0; q < n; ++q) sum += value[q];
   if (isZero(sum)) {
     diagonal += a;
     return;
   }
   const T share = a / sum;
-  forEach([&](L k) {
-    T& target = k == own ? diagonal : values[marker[m.a.col_idx[k]] - begin];
-    target += share * m.a.values[k];
-  });
+  if (has_own) diagonal += share * m.a.values[k];
+  for (L q = 0; q < n; ++q) values[place[q] - begin] += share * value[q];
 }
 
-/// Makes row `row` of the interpolation, whose columns are the coarse numbers of its set in the
-/// order in which they are met; returns its length. The marker holds less than `begin` for columns,
+/// Makes row `row` of the interpolation, with the points of its set as columns, in the order in
+/// which they are met; returns its length. The marker holds less than `begin` for columns,
 /// or a number of another row's strong F neighbours, none of which is `strongF`.
 template <class T, class L>
-MIVO_FUNCTION L interpolateRow(const ExtendedMatrix<T, L>& m, L row, const int* coarse, L begin,
-                               L strongF, L* marker, L* col_idx, T* values) {
+MIVO_FUNCTION L interpolateRow(const ExtendedMatrix<T, L>& m, L row, L begin, L strongF, L* marker,
+                               L* col_idx, T* values) {
   const L i = m.first + row;
   if (m.cf[i] >= 0) {
-    col_idx[0] = coarse[i];
+    col_idx[0] = i;
     values[0] = T(1);
     return 1;
   }
@@ -142,11 +140,15 @@ MIVO_FUNCTION L interpolateRow(const ExtendedMatrix<T, L>& m, L row, const int* 
       [&](L c) {
         if (marker[c] >= begin) return;
         marker[c] = begin + n;
-        col_idx[n] = coarse[c];
+        col_idx[n] = c;
         values[n] = T(0);
         ++n;
       },
-      [&](L f) { marker[f] = strongF; });
+      [&](L f) {
+        marker[f] = strongF;
+        prefetchEntry(m.d.col_idx, m.d.values, m.d.row_begin[f]);
+        if (m.hints != nullptr) prefetchEntry(m.a.col_idx, m.a.values, m.hints[f]);
+      });
 
   T diagonal = m.diagonal[i];
   for (L k = m.a.row_begin[i]; k < m.a.row_end[i]; ++k) {
@@ -164,10 +166,11 @@ MIVO_FUNCTION L interpolateRow(const ExtendedMatrix<T, L>& m, L row, const int* 
   return n;
 }
 
-/// Sorts the n pairs from the largest modulus down: the middle element is the pivot, and greater
-/// ones move before it. Parts do not depend on each other, so that the longer one waits.
+/// Sorts the pairs [left, right] from the largest modulus down: the middle element is the pivot,
+/// and greater ones move before it. Parts do not depend on each other, so that the longer one
+/// waits, and parts that begin at `needed` or beyond may stay as they are.
 template <class T, class L>
-MIVO_FUNCTION void quicksortByAbs(L* col_idx, T* values, L left, L right) {
+MIVO_FUNCTION void quicksortByAbs(L* col_idx, T* values, L left, L right, L needed) {
   const auto swap = [&](L x, L y) {
     const L c = col_idx[x];
     const T v = values[x];
@@ -179,7 +182,7 @@ MIVO_FUNCTION void quicksortByAbs(L* col_idx, T* values, L left, L right) {
   L waiting[2 * 64];
   int depth = 0;
   for (;;) {
-    if (left >= right) {
+    if (left >= right || left >= needed) {
       if (depth == 0) return;
       --depth;
       left = waiting[2 * depth];
@@ -242,7 +245,7 @@ MIVO_FUNCTION L truncateRow(L n, RealType<T> trunc_factor, int max_elmts, bool r
   }
   if (max_elmts >= 1 && n > max_elmts) {
     T whole(0), kept(0);
-    quicksortByAbs(col_idx, values, L(0), n - 1);
+    quicksortByAbs(col_idx, values, L(0), n - 1, static_cast<L>(max_elmts));
     for (L k = 0; k < n; ++k) {
       whole += values[k];
       if (k < max_elmts) kept += values[k];
@@ -251,6 +254,68 @@ MIVO_FUNCTION L truncateRow(L n, RealType<T> trunc_factor, int max_elmts, bool r
     if (rescale) rescaleTo(whole, kept, n, values);
   }
   return n;
+}
+
+/// Brings the `most` entries of largest modulus of a row of more to the front, the largest first.
+/// False, with nothing moved, where equal moduli leave open which these are, or in which order.
+template <class T, class L>
+MIVO_FUNCTION bool selectLargest(L n, int most, L* col_idx, T* values) {
+  using R = RealType<T>;
+  constexpr int kFew = 8;
+  if (most > kFew) return false;
+  R size[kFew];
+  L place[kFew];
+  R tied(-1);  // the largest modulus that has come twice
+  int found = 0;
+  for (L k = 0; k < n; ++k) {
+    const R v = abs(values[k]);
+    if (found == most && v < size[most - 1]) continue;
+    if (!(v >= R(0))) return false;  // not a number
+    int at = found;
+    while (at > 0 && size[at - 1] < v) --at;
+    if (at > 0 && size[at - 1] == v && tied < v) tied = v;
+    if (at == most) continue;
+    if (found < most) ++found;
+    for (int q = found - 1; q > at; --q) {
+      size[q] = size[q - 1];
+      place[q] = place[q - 1];
+    }
+    size[at] = v;
+    place[at] = k;
+  }
+  if (tied >= size[most - 1]) return false;
+  L col[kFew];
+  T value[kFew];
+  for (int q = 0; q < most; ++q) {
+    col[q] = col_idx[place[q]];
+    value[q] = values[place[q]];
+  }
+  for (int q = 0; q < most; ++q) {
+    col_idx[q] = col[q];
+    values[q] = value[q];
+  }
+  return true;
+}
+
+/// Sorts a row of n by column and truncates it, with rescaling and by the largest modulus. Where it
+/// makes no difference the row is cut before it is sorted; `failures` counts the last rows where it
+/// did, after some of which only a few more are tried.
+template <class T, class L>
+MIVO_FUNCTION L sortAndTruncateRow(L n, RealType<T> trunc_factor, int max_elmts, L* col_idx,
+                                   T* values, unsigned& failures) {
+  if (n > max_elmts && !(trunc_factor > RealType<T>(0)) && (failures < 8 || failures++ % 64 == 0)) {
+    T whole(0), kept(0);
+    for (L k = 0; k < n; ++k) whole += values[k];
+    if (selectLargest(n, max_elmts, col_idx, values)) {
+      for (int k = 0; k < max_elmts; ++k) kept += values[k];
+      rescaleTo(whole, kept, static_cast<L>(max_elmts), values);
+      failures = 0;
+      return max_elmts;
+    }
+    if (failures < 8) ++failures;
+  }
+  sortRow(L(0), n, col_idx, values);
+  return truncateRow(n, trunc_factor, max_elmts, true, 0, col_idx, values);
 }
 
 }  // namespace sparse
@@ -268,12 +333,11 @@ class SpExtendedInterpolationImpl {
   static void par_boomeramg_interpolation_extended_pi(Space& space, View a, StrengthView s, L first,
                                                       L rows, const int* cf, const T* diagonal,
                                                       const int* dof, int* coarse, L* c_ptr,
-                                                      L* c_col, L* d_ptr, L* d_pos, View p,
-                                                      L* marker);
+                                                      L* c_col, View d, View p, L* marker);
   static void par_boomeramg_interpolation_extended_pi_truncated(
       Space& space, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
-      const int* dof, const int* coarse, L* c_ptr, L* c_col, L* d_ptr, L* d_pos, R trunc_factor,
-      int max_elmts, View row_space, View p, L* marker, L* hints);
+      const int* dof, const int* coarse, L* c_ptr, L* c_col, View d, R trunc_factor, int max_elmts,
+      View row_space, View p, L* marker, L* hints);
   static void par_boomeramg_interpolation_add_rank_bias(Space& space, L n, int bias, int* coarse);
   static void boomeramg_csr_truncate(Space& space, View p, R trunc_factor, int max_elmts,
                                      bool rescale, int nrm_type, L* begin, L* end);
@@ -287,9 +351,9 @@ class SpExtendedInterpolationImpl {
 template <class T, class L, class Space>
 void SpExtendedInterpolationImpl<T, L, Space>::par_boomeramg_interpolation_extended_pi(
     Space& space, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
-    const int* dof, int* coarse, L* c_ptr, L* c_col, L* d_ptr, L* d_pos, View p, L* marker) {
-  const sparse::ExtendedMatrix<T, L> m{a,   s,     first, rows,  cf,    diagonal,
-                                       dof, c_ptr, c_col, d_ptr, d_pos, nullptr};
+    const int* dof, int* coarse, L* c_ptr, L* c_col, View d, View p, L* marker) {
+  const sparse::ExtendedMatrix<T, L> m{a,   s,     first, rows, cf,     diagonal,
+                                       dof, c_ptr, c_col, d,    nullptr};
   if (sparse::counting(p.col_idx, p.values)) {
     extendedCount(space, m, coarse, p, marker);
   } else {
@@ -334,8 +398,10 @@ void SpExtendedInterpolationImpl<T, L, Space>::extendedFill(Space& space,
     for (L c = 0; c < m.a.cols; ++c) marker[c] = -1;
     for (L row = 0; row < m.rows; ++row) {
       const L begin = p.row_begin[row];
-      sparse::interpolateRow(m, row, coarse, begin, -2 - row, marker, p.col_idx + begin,
-                             p.values + begin);
+      L* const col_idx = p.col_idx + begin;
+      const L n =
+          sparse::interpolateRow(m, row, begin, -2 - row, marker, col_idx, p.values + begin);
+      for (L k = 0; k < n; ++k) col_idx[k] = coarse[col_idx[k]];
     }
   });
 }
@@ -343,10 +409,10 @@ void SpExtendedInterpolationImpl<T, L, Space>::extendedFill(Space& space,
 template <class T, class L, class Space>
 void SpExtendedInterpolationImpl<T, L, Space>::par_boomeramg_interpolation_extended_pi_truncated(
     Space& space, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
-    const int* dof, const int* coarse, L* c_ptr, L* c_col, L* d_ptr, L* d_pos, R trunc_factor,
-    int max_elmts, View row_space, View p, L* marker, L* hints) {
-  const sparse::ExtendedMatrix<T, L> m{a,   s,     first, rows,  cf,    diagonal,
-                                       dof, c_ptr, c_col, d_ptr, d_pos, hints};
+    const int* dof, const int* coarse, L* c_ptr, L* c_col, View d, R trunc_factor, int max_elmts,
+    View row_space, View p, L* marker, L* hints) {
+  const sparse::ExtendedMatrix<T, L> m{a,   s,     first, rows, cf,   diagonal,
+                                       dof, c_ptr, c_col, d,    hints};
   const L last = std::numeric_limits<L>::max();
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
     for (L c = 0; c < m.a.cols; ++c) {
@@ -354,20 +420,24 @@ void SpExtendedInterpolationImpl<T, L, Space>::par_boomeramg_interpolation_exten
       hints[c] = m.a.row_begin[c];
     }
     L begin = 0;
+    unsigned failures = 0;
     p.row_begin[0] = 0;
     for (L row = 0; row < m.rows; ++row) {
-      L n = sparse::interpolateRow(m, row, coarse, begin, -2 - row, marker, row_space.col_idx,
+      L n = sparse::interpolateRow(m, row, begin, -2 - row, marker, row_space.col_idx,
                                    row_space.values);
       begin += n;
       if (begin > last - m.a.cols) {  // the next row's marks could pass the end of the type
         for (L c = 0; c < m.a.cols; ++c) marker[c] = -1;
         begin = 0;
       }
-      sparse::sortRow(L(0), n, row_space.col_idx, row_space.values);
-      n = sparse::truncateRow(n, trunc_factor, max_elmts, true, 0, row_space.col_idx,
-                              row_space.values);
+      // Coarse numbers ascend like the points.
+      n = sparse::sortAndTruncateRow(n, trunc_factor, max_elmts, row_space.col_idx,
+                                     row_space.values, failures);
       const L at = p.row_begin[row];
-      sparse::copyRow(n, row_space.col_idx, row_space.values, L(0), p.col_idx + at, p.values + at);
+      for (L k = 0; k < n; ++k) {
+        p.col_idx[at + k] = coarse[row_space.col_idx[k]];
+        p.values[at + k] = row_space.values[k];
+      }
       p.row_begin[row + 1] = at + n;
     }
   });
@@ -398,8 +468,9 @@ void SpExtendedInterpolationImpl<T, L, Space>::boomeramg_csr_truncate(Space& spa
 template <class T, class L, class Space>
 void SpExtendedInterpolationImpl<T, L, Space>::hypre_qsort2_abs(Space& space, L* col_idx, T* values,
                                                                 L left, L right) {
-  spm::parallel_for(Policy(space, 0, 1),
-                    [=] MIVO_FUNCTION(L) { sparse::quicksortByAbs(col_idx, values, left, right); });
+  spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
+    sparse::quicksortByAbs(col_idx, values, left, right, right);
+  });
 }
 
 }  // namespace mivo

@@ -116,19 +116,18 @@ void SpLevelTransferOps<T, G, L>::par_boomeramg_coarsen_pmis(
 template <class T, class G, class L>
 void SpLevelTransferOps<T, G, L>::par_boomeramg_interpolation_extended_pi(
     const Device& device, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
-    const int* dof, int* coarse, L* c_ptr, L* c_col, L* d_ptr, L* d_pos, View p, L* marker) {
+    const int* dof, int* coarse, L* c_ptr, L* c_col, View d, View p, L* marker) {
   MIVO_DISPATCH(par_boomeramg_interpolation_extended_pi, a, s, first, rows, cf, diagonal, dof,
-                coarse, c_ptr, c_col, d_ptr, d_pos, p, marker);
+                coarse, c_ptr, c_col, d, p, marker);
 }
 
 template <class T, class G, class L>
 void SpLevelTransferOps<T, G, L>::par_boomeramg_interpolation_extended_pi_truncated(
     const Device& device, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
-    const int* dof, const int* coarse, L* c_ptr, L* c_col, L* d_ptr, L* d_pos, R trunc_factor,
-    int max_elmts, View row_space, View p, L* marker, L* hints) {
+    const int* dof, const int* coarse, L* c_ptr, L* c_col, View d, R trunc_factor, int max_elmts,
+    View row_space, View p, L* marker, L* hints) {
   MIVO_DISPATCH(par_boomeramg_interpolation_extended_pi_truncated, a, s, first, rows, cf, diagonal,
-                dof, coarse, c_ptr, c_col, d_ptr, d_pos, trunc_factor, max_elmts, row_space, p,
-                marker, hints);
+                dof, coarse, c_ptr, c_col, d, trunc_factor, max_elmts, row_space, p, marker, hints);
 }
 
 template <class T, class G, class L>

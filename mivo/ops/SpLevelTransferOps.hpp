@@ -113,14 +113,14 @@ class MIVO_API SpLevelTransferOps {
   /// Interpolation of rows [first, first + rows) of a matrix that has all the rows and columns that
   /// they reach, see `LevelTransferOps_RS`. Two passes: the first numbers the C points of these
   /// rows in `coarse` and counts, the second reads `coarse` of all columns. The marker has one
-  /// element per column, `c_ptr` and `d_ptr` one more, `c_col` one more than S has entries and
-  /// `d_pos` one more than A: these keep lists of C neighbours of F points between the passes. One
-  /// task.
+  /// element per column, `c_ptr` one more, `c_col` one more than S has entries; `d` has the rows of
+  /// A and room for one entry of each column more: these keep lists of C neighbours of F points
+  /// between the passes. One task.
   static void par_boomeramg_interpolation_extended_pi(const Device& device, View a, StrengthView s,
                                                       L first, L rows, const int* cf,
                                                       const T* diagonal, const int* dof,
-                                                      int* coarse, L* c_ptr, L* c_col, L* d_ptr,
-                                                      L* d_pos, View p, L* marker);
+                                                      int* coarse, L* c_ptr, L* c_col, View d,
+                                                      View p, L* marker);
 
   /// The second pass with each row sorted and truncated as it is made, like
   /// `boomeramg_csr_truncate` with rescaling and the largest modulus. The first pass has been made,
@@ -129,7 +129,7 @@ class MIVO_API SpLevelTransferOps {
   /// one entry per column of A, and `hints` one element. One task.
   static void par_boomeramg_interpolation_extended_pi_truncated(
       const Device& device, View a, StrengthView s, L first, L rows, const int* cf,
-      const T* diagonal, const int* dof, const int* coarse, L* c_ptr, L* c_col, L* d_ptr, L* d_pos,
+      const T* diagonal, const int* dof, const int* coarse, L* c_ptr, L* c_col, View d,
       R trunc_factor, int max_elmts, View row_space, View p, L* marker, L* hints);
 
   /// coarse_i += bias for numbers that are not negative

@@ -74,19 +74,22 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
   counting.start();
   const L size = extended.a.getCols();
   LocalMarks coarse;
-  IndexVector marker, strongPtr, strongC, sharePtr, shares;
+  IndexVector marker, strongPtr, strongC;
+  Local shares;  // as many as there may be; their memory is touched as far as they are used
   coarse.create(size, 1, device);
   marker.create(size, 1, device);
   strongPtr.create(size + 1, 1, device);
   strongC.create(extended.s.getNnz() + 1, 1, device);
-  sharePtr.create(size + 1, 1, device);
-  shares.create(extended.a.getNnz() + 1, 1, device);
+  const std::int64_t sharesRoom = std::int64_t(extended.a.getNnz()) + size + 1;
+  MIVO_CHECK(sharesRoom <= std::numeric_limits<L>::max())
+      << "interpolation: " << sharesRoom << " shares of entries exceed the index type";
+  shares.create(size, size, static_cast<L>(sharesRoom), device);
   const int* const dofs = functions.getSize() > 0 ? functions.getData() : nullptr;
   const auto kernel = [&](const LocalMarks& numbers, auto view) {
     Kernels::par_boomeramg_interpolation_extended_pi(
         device, extended.a.getRawMat(), extended.s.getRawMat(), extended.first, extended.rows,
         marks.getData(), diagonal.getData(), dofs, numbers.getData(), strongPtr.getData(),
-        strongC.getData(), sharePtr.getData(), shares.getData(), view, marker.getData());
+        strongC.getData(), shares.getRawMat(), view, marker.getData());
   };
   const auto ownMarks = cf.getLocalMatrix(-1).toDevice(Device());
   const CoarseCount count(
@@ -128,9 +131,8 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
       Kernels::par_boomeramg_interpolation_extended_pi_truncated(
           device, extended.a.getRawMat(), extended.s.getRawMat(), extended.first, extended.rows,
           marks.getData(), diagonal.getData(), dofs, coarse.getData(), strongPtr.getData(),
-          strongC.getData(), sharePtr.getData(), shares.getData(),
-          static_cast<RealType<T>>(trunc_factor), p_max_elmts, row.getRawMat(), local.getRawMat(),
-          marker.getData(), hints.getData());
+          strongC.getData(), shares.getRawMat(), static_cast<RealType<T>>(trunc_factor),
+          p_max_elmts, row.getRawMat(), local.getRawMat(), marker.getData(), hints.getData());
     }
     local.shrinkNnz(local.evaluateNnzs());
   } else {
