@@ -35,8 +35,8 @@ struct TermBuffer {
   }
 };
 
-/// Row `row` of R A into `out`, which is of the length returned; the marker holds -1 before, and the
-/// positions of its columns after. The rows of A are those of the blocks, then the ghosts.
+/// Row `row` of R A into `out`, which is of the length returned; the marker holds -1 before, and
+/// the positions of its columns after. The rows of A are those of the blocks, then the ghosts.
 template <class T, class I>
 [[gnu::noinline]] MIVO_FUNCTION I multiplyRow(const COT_CSRRawMat<T, I>& r, I row, I own_rows,
                                               I count, const COT_MergeCSRRawMat<T, I>* blocks,
