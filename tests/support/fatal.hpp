@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 /// The statement ends the process with exit code 1, and all that it prints is one line of a failed
@@ -28,6 +29,23 @@
         statement;                              \
       },                                        \
       testing::ExitedWithCode(1), testing::EndsWith("] " + std::string(text) + "\n"))
+
+/// What a statement prints on standard output with MIVO_VERBOSE_LEVEL at `level`: in a child that
+/// starts anew, since a process reads the level once. What stands before it in the test runs in the
+/// child too; the variable stays set, for what has not read it by then.
+#define MIVO_EXPECT_PRINTED_AT(level, statement, matcher) \
+  do {                                                    \
+    testing::FLAGS_gtest_death_test_style = "threadsafe"; \
+    setenv("MIVO_VERBOSE_LEVEL", level, 1);               \
+    EXPECT_EXIT(                                          \
+        {                                                 \
+          ::mivo::test::stdoutToStderr();                 \
+          statement;                                      \
+          std::exit(0);                                   \
+        },                                                \
+        testing::ExitedWithCode(0), matcher)              \
+        << "level " << level;                             \
+  } while (false)
 
 namespace mivo::test {
 

@@ -74,26 +74,21 @@ TEST(MatrixMarket, ReadsWhatIsNamed) {
 }
 
 TEST(MatrixMarket, NamesItsFilesAtLevelThree) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
   const File A("A3.mtx", kA), b("b3.mtx", kB), x("x3.mtx", kX);
-  const auto child = [](const std::string& pathA, const std::string& pathB,
-                        const std::string& pathX) {
-    // the child runs the whole test anew, with files of its own
-    stdoutToStderr();
-    setenv("MIVO_VERBOSE_LEVEL", "3", 1);
+  const auto generate = [&] {
     MatrixMarket_T<double, long, int> problem;
-    problem.filename_A = pathA;
-    problem.filename_b = pathB;
-    problem.filename_x = pathX;
+    problem.filename_A = A.path;
+    problem.filename_b = b.path;
+    problem.filename_x = x.path;
     ParCSRMatrixT<double, long, int> matrix;
     ParMatrixT<double, long, int> start, rhs;
     problem.generate(matrix, start, rhs);
-    std::exit(0);
   };
-  EXPECT_EXIT(child(A.path, b.path, x.path), testing::ExitedWithCode(0),
-              testing::ContainsRegex("^I 0/1 TestCase:156\\] Load A from [^\n]*A3.mtx\n"
-                                     "I 0/1 TestCase:160\\] Load x from [^\n]*x3.mtx\n"
-                                     "I 0/1 TestCase:164\\] Load b from [^\n]*b3.mtx\n$"));
+  MIVO_EXPECT_PRINTED_AT(
+      "3", generate(),
+      testing::ContainsRegex("^I 0/1 TestCase:156\\] Load A from [^\n]*A3.mtx\n"
+                             "I 0/1 TestCase:160\\] Load x from [^\n]*x3.mtx\n"
+                             "I 0/1 TestCase:164\\] Load b from [^\n]*b3.mtx\n$"));
 }
 
 }  // namespace

@@ -194,27 +194,12 @@ TEST(Factory, EndsTheProcessWithoutTheFamilyKey) {
                     "json \"leaf_type\" not contains key leaf_type");
 }
 
-// The verbose level is read once per process, so each level has a child of its own, which starts
-// anew.
-class FactoryMessages : public testing::Test {
- protected:
-  void SetUp() override { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+template <class Action>
+void expectOutput(const char* level, const Action& action, const std::string& text) {
+  MIVO_EXPECT_PRINTED_AT(level, action(), testing::Eq(text));
+}
 
-  template <class Action>
-  static void expectOutput(const char* level, const Action& action, const std::string& text) {
-    EXPECT_EXIT(
-        {
-          stdoutToStderr();
-          setenv("MIVO_VERBOSE_LEVEL", level, 1);
-          action();
-          std::exit(0);
-        },
-        testing::ExitedWithCode(0), testing::Eq(text))
-        << "level " << level;
-  }
-};
-
-TEST_F(FactoryMessages, AnUnknownNameGivesNullAndIsReportedFromLevelOne) {
+TEST(FactoryMessages, AnUnknownNameGivesNullAndIsReportedFromLevelOne) {
   const auto action = [] {
     if (Leaf::getFactory().createInstance({{"leaf_type", "NoSuch"}}) != nullptr) std::exit(3);
   };
@@ -225,7 +210,7 @@ TEST_F(FactoryMessages, AnUnknownNameGivesNullAndIsReportedFromLevelOne) {
   expectOutput("1", action, text);
 }
 
-TEST_F(FactoryMessages, CreationAndSpecialParametersAreTracedAtLevelThree) {
+TEST(FactoryMessages, CreationAndSpecialParametersAreTracedAtLevelThree) {
   const auto action = [] {
     Leaf::getFactory().createInstance({{"leaf_type", "Plain"}, {"Plain_params", {{"value", 5}}}});
     Leaf::getFactory().createInstance({{"leaf_type", "Plain"}});
