@@ -119,15 +119,20 @@ TEST(ClassicalOnRanks, ExtendedInterpolationIsThatOfOneRank) {
         auto A = distributed<double, long>(device, part, part, a);
         auto S = distributed<int, long>(device, part, part, s);
         const Marks marks = marksOf(device, part, cf);
-        long count = 0;
-        Matrix P;
-        Ops::par_BoomerAMGInterpolationExtendedPI(A, S, marks, 1, {}, 0, 0, count, false, P);
-        EXPECT_EQ(count, static_cast<long>(cols));
-        EXPECT_TRUE(P.getRowPartitioner() == part);
-        const auto extended = denseEverywhere(P);
-        ASSERT_EQ(extended.size(), expected.size());
-        for (std::size_t k = 0; k < expected.size(); ++k) {
-          EXPECT_NEAR(extended[k], expected[k], 1e-11 * (1 + std::fabs(expected[k])));
+        // All rows of one function: as if there were no others. Ranks without rows give none.
+        const auto dof = ownColumn<int, long>(device, part, std::vector<int>(cf.size(), 1));
+        for (const int functions : {1, 2}) {
+          long count = 0;
+          Matrix P;
+          Ops::par_BoomerAMGInterpolationExtendedPI(A, S, marks, functions, dof.getLocalMatrix(), 0,
+                                                    0, count, false, P);
+          EXPECT_EQ(count, static_cast<long>(cols));
+          EXPECT_TRUE(P.getRowPartitioner() == part);
+          const auto extended = denseEverywhere(P);
+          ASSERT_EQ(extended.size(), expected.size());
+          for (std::size_t k = 0; k < expected.size(); ++k) {
+            EXPECT_NEAR(extended[k], expected[k], 1e-11 * (1 + std::fabs(expected[k])));
+          }
         }
       }
     }

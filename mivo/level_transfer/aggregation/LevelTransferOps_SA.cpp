@@ -134,6 +134,10 @@ template <class T, class G, class L>
 void LevelTransferOps_SA<T, G, L>::par_tentative_smooth(const Matrix& A, G naggr, const Matrix& T_,
                                                         const Strength& S, Matrix& P,
                                                         double omega) {
+  if (A.getRows() == 0 || A.getCols() == 0) {
+    P.create(A.getRowPartitioner(), T_.getColPartitioner(), {}, A.getDevice(), A.getComm());
+    return;
+  }
   int nprocs = 1;
   MPI_Comm_size(A.getComm(), &nprocs);
   if (nprocs == 1 && S.getNnzs() > 0 && T_.getNnzs() > 0) {

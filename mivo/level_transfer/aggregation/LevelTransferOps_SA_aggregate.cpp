@@ -14,6 +14,7 @@
 #include "mivo/mat/CrossData.hpp"
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/SpLevelTransferOps.hpp"
+#include "mivo/utils/Utils.hpp"
 #include "mivo/utils/logging.hpp"
 #include "mivo/utils/strings.hpp"
 
@@ -44,9 +45,9 @@ class DistributedGreedy {
     MPI_Comm_size(comm, &nprocs);
     owner = aggr.deepCopy();
     if (nprocs > 1) {
-      MIVO_LOG(3, true) << "begin generate S2";
+      MIVO_LOG(3, Utils::getVerboseLevel() >= 3) << "begin generate S2";
       strength.multiply(strength, squared);
-      MIVO_LOG(3, true) << "end generate S2";
+      MIVO_LOG(3, Utils::getVerboseLevel() >= 3) << "end generate S2";
     }
     squared.prepareMatVec(false);
     plan = squared.getSpMVCommPattern();
@@ -65,8 +66,9 @@ class DistributedGreedy {
   void run(const Aggregates& aggr, const Step& step, const Transport& transport) {
     step(AGGREGATE_STEP_INIT);
     undone.toHost();
-    MIVO_LOG(3, true) << ">>>>send_data_all myrank " << rank << ", n_undone " << undoneHere()
-                      << ", rows " << state.getRows();
+    MIVO_LOG(3, Utils::getVerboseLevel() >= 3)
+        << ">>>>send_data_all myrank " << rank << ", n_undone " << undoneHere() << ", rows "
+        << state.getRows();
     refreshGhosts(aggr);
     long total = 0;
     do {
@@ -245,7 +247,8 @@ void LevelTransferOps_SA<T, G, L>::par_renumber(const Aggregates& aggr, const Ag
     const long count = used;
     std::vector<long> counts(static_cast<std::size_t>(nprocs));
     MPI_Allgather(&count, 1, MPI_LONG, counts.data(), 1, MPI_LONG, comm);
-    MIVO_LOG(3, true) << "gather_count is " << listText(counts) << ", count is " << count;
+    MIVO_LOG(3, Utils::getVerboseLevel() >= 3)
+        << "gather_count is " << listText(counts) << ", count is " << count;
     const long before = std::accumulate(counts.begin(), counts.begin() + rank, 0L);
     naggr = static_cast<G>(std::accumulate(counts.begin(), counts.end(), 0L));
     for (auto& reply : replies) {

@@ -6,6 +6,7 @@
 
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/Factory.hpp"
+#include "mivo/utils/Utils.hpp"
 #include "mivo/utils/logging.hpp"
 
 namespace mivo {
@@ -25,8 +26,9 @@ void ParLevelTransferSmoothAggregation_T<T, G, L>::transfer_operators(const Matr
       << "LevelTransferSmoothAggregation: unknown aggregator_type";
   Matrix a = A;
   a.sortRows();
-  MIVO_LOG(3, true) << "Begin get the P for  Interpolator A: " << a.getRows() << "x" << a.getCols()
-                    << std::endl;
+  const bool trace = Utils::getVerboseLevel() >= 3;
+  MIVO_LOG(3, trace) << "Begin get the P for  Interpolator A: " << a.getRows() << "x" << a.getCols()
+                     << std::endl;
   const auto diag = a.getDiag();
   typename Ops::Strength S;
   Ops::par_strength(a, diag, S, this->threshold());
@@ -37,8 +39,10 @@ void ParLevelTransferSmoothAggregation_T<T, G, L>::transfer_operators(const Matr
     MIVO_LOG(3, rank == 0) << std::setw(8) << "level" << meta.getTableHead();
     MIVO_LOG(3, rank == 0) << std::setw(8) << this->levelId << meta.getString();
   }
-  MIVO_LOG(3, true) << "finish strength: " << a.getRows() << " " << a.getCols() << " "
-                    << a.getNnzs() << std::endl;
+  // Collective, and so outside a line that a rank may not print.
+  const G entries = a.getNnzs();
+  MIVO_LOG(3, trace) << "finish strength: " << a.getRows() << " " << a.getCols() << " " << entries
+                     << std::endl;
 
   typename Ops::Aggregates aggr;
   G naggr = 0;

@@ -7,6 +7,7 @@
 
 #include "mivo/level_transfer/aggregation/gathered_strength.hpp"
 #include "mivo/utils/Factory.hpp"
+#include "mivo/utils/Utils.hpp"
 #include "mivo/utils/json.hpp"
 #include "mivo/utils/logging.hpp"
 #include "mivo/utils/strings.hpp"
@@ -109,7 +110,8 @@ class ThreePasses {
 
 template <class T, class G, class L>
 SeqFASPAggregator_T<T, G, L>::SeqFASPAggregator_T() {
-  MIVO_LOG(3, true) << "SeqFASPAggregator_T max_aggregation " << max_aggregation;
+  MIVO_LOG(3, Utils::getVerboseLevel() >= 3)
+      << "SeqFASPAggregator_T max_aggregation " << max_aggregation;
 }
 
 template <class T, class G, class L>
@@ -133,11 +135,17 @@ void SeqFASPAggregator_T<T, G, L>::aggregate(const Matrix& A, const Strength& S,
   int rank = 0;
   MPI_Comm_rank(S.getComm(), &rank);
   if (rank == 0) {
-    const auto onHost = strength.toDevice(Device());
+    CSRMatrixT<int, L> onHost;
+    if (strength.getNnz() > 0) {
+      onHost = strength.toDevice(Device());
+    } else {
+      onHost.create(strength.getRows(), strength.getCols(), 0, Device());
+    }
     ThreePasses passes(onHost, max_aggregation);
     passes.run();
     naggr = passes.aggregates();
-    MIVO_LOG(3, true) << "naggr " << naggr << ", aggr " << listText(passes.states());
+    MIVO_LOG(3, Utils::getVerboseLevel() >= 3)
+        << "naggr " << naggr << ", aggr " << listText(passes.states());
     whole.create(static_cast<L>(passes.states().size()), 1, Device());
     std::copy(passes.states().begin(), passes.states().end(), whole.getData());
   }

@@ -7,6 +7,7 @@
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/SpBlasOps.hpp"
 #include "mivo/utils/Factory.hpp"
+#include "mivo/utils/Utils.hpp"
 #include "mivo/utils/logging.hpp"
 
 namespace mivo {
@@ -47,8 +48,9 @@ void SeqLevelTransferSmoothAggregation_T<T, G, L>::transfer_operators(const Matr
   work.A = A.getLocalMatrix(-1);
   work.A.sortRows();
   const auto& a = work.A;
-  MIVO_LOG(3, true) << "size " << a.getRows() << ", eps_strong " << threshold() << ", block_size  "
-                    << block_size << " relax " << relax << ", omega " << damping() << std::endl;
+  MIVO_LOG(3, Utils::getVerboseLevel() >= 3)
+      << "size " << a.getRows() << ", eps_strong " << threshold() << ", block_size  " << block_size
+      << " relax " << relax << ", omega " << damping() << std::endl;
 
   work.D = {};
   if (a.getNnz() > 0) {
@@ -58,10 +60,10 @@ void SeqLevelTransferSmoothAggregation_T<T, G, L>::transfer_operators(const Matr
                               a.getValues(), work.D.getData(), 0, 0);
   }
   Ops::seq_strength(a, work.D, work.S, threshold());
-  MIVO_LOG(3, true) << "finish strength: " << a.getRows() << " " << a.getCols() << " " << a.getNnz()
-                    << std::endl;
+  MIVO_LOG(3, Utils::getVerboseLevel() >= 3)
+      << "finish strength: " << a.getRows() << " " << a.getCols() << " " << a.getNnz() << std::endl;
   Ops::seq_aggregate(work.S, -1, work.aggregates, work.naggr);
-  MIVO_LOG(3, true) << "finish aggregate: " << work.naggr;
+  MIVO_LOG(3, Utils::getVerboseLevel() >= 3) << "finish aggregate: " << work.naggr;
   Ops::seq_tentative_prolongation(a.getRows(), work.naggr, work.aggregates, work.T_);
   Ops::seq_tentative_smooth(a, work.naggr, work.T_, work.S, work.P, damping());
   work.P.sortRows();

@@ -10,6 +10,7 @@
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/SpBlasOps.hpp"
 #include "mivo/ops/SpLevelTransferOps.hpp"
+#include "mivo/utils/Utils.hpp"
 #include "mivo/utils/logging.hpp"
 
 namespace mivo {
@@ -115,8 +116,8 @@ void LevelTransferOps_RS<T, G, L>::interpolation(const Local& A, const LocalStre
   number.toHost();
   ncoarse = *number.host.getData();
   const L nnz = P.evaluateNnzs();
-  MIVO_LOG(3, true) << "num nodes " << rows << ", the naggr is " << ncoarse << ", the nnz of P is "
-                    << nnz;
+  MIVO_LOG(3, Utils::getVerboseLevel() >= 3)
+      << "num nodes " << rows << ", the naggr is " << ncoarse << ", the nnz of P is " << nnz;
   P.resizeNnz(nnz, static_cast<L>(ncoarse));
   if (nnz > 0) kernel(P.getRawMat());
 }

@@ -11,6 +11,7 @@
 #include "mivo/level_transfer/ruge_stuben/extended_rows.hpp"
 #include "mivo/ops/SpLevelTransferOps.hpp"
 #include "mivo/utils/TickMeter.hpp"
+#include "mivo/utils/Utils.hpp"
 
 namespace mivo {
 namespace {
@@ -32,6 +33,14 @@ void truncateInto(const CSRMatrixT<T, L>& work, double trunc_factor, int max_elm
   CSRMatrixT<T, L> kept;
   work.getSelectedCols(begin, end, kept, work.getCols());
   Pout = kept;
+}
+
+/// Whether any rank has elements: one without rows has none in any case. Collective.
+template <class Vector>
+bool isGivenSomewhere(int comm, const Vector& own) {
+  int given = own.getSize() > 0 ? 1 : 0;
+  MPI_Allreduce(MPI_IN_PLACE, &given, 1, MPI_INT, MPI_MAX, comm);
+  return given != 0;
 }
 
 }  // namespace
@@ -63,7 +72,10 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
   const auto marks = extended.exchange(cf);
   const auto diagonal = extended.exchange(A.getDiag());
   LocalMarks functions;
-  if (num_functions > 1 && dof.getSize() > 0) {
+  if (num_functions > 1 && isGivenSomewhere(A.getComm(), dof)) {
+    MIVO_CHECK(dof.getSize() == A.getLocalRows())
+        << "interpolation: " << dof.getSize() << " functions for " << A.getLocalRows()
+        << " rows of a rank";
     Marks own;
     own.create(A.getRowPartitioner(), device, A.getComm());
     own.setLocalMatrix({dof});
@@ -147,11 +159,11 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
   truncating.stop();
   createProlongation(A, local, ncoarse, P);
   whole.stop();
-  MIVO_LOG(3, true) << "par_BoomerAMGInterpolationExtendedPI time " << whole.getTimeSec()
-                    << " ghost_and_comm_pat_time " << patterns.getTimeSec() << " ghost_time "
-                    << ghosts.getTimeSec() << " get_non_zero_time " << counting.getTimeSec()
-                    << " fill_elem_time " << filling.getTimeSec() << " truncate_time "
-                    << truncating.getTimeSec();
+  MIVO_LOG(3, Utils::getVerboseLevel() >= 3)
+      << "par_BoomerAMGInterpolationExtendedPI time " << whole.getTimeSec()
+      << " ghost_and_comm_pat_time " << patterns.getTimeSec() << " ghost_time "
+      << ghosts.getTimeSec() << " get_non_zero_time " << counting.getTimeSec() << " fill_elem_time "
+      << filling.getTimeSec() << " truncate_time " << truncating.getTimeSec();
 }
 
 #define MIVO_INSTANCE(T) template class LevelTransferOps_RS<T, long, int>;

@@ -10,6 +10,7 @@
 #include "mivo/level_transfer/aggregation/LevelTransferOps_SA.hpp"
 #include "mivo/operators/ParAggregator.hpp"
 #include "mivo/utils/Factory.hpp"
+#include "tests/support/fatal.hpp"
 #include "tests/support/graphs.hpp"
 #include "tests/support/parsparse.hpp"
 #include "tests/support/printed.hpp"
@@ -115,9 +116,12 @@ TEST(ThreePassAggregates, FollowTheirRules) {
   s.endRow();
   s.cols = 5;
   EXPECT_EQ(fasp(s), (Found{{0, 0, 0, 1, -1}, 2}));
-  EXPECT_THAT(printed([&] { byName("AggregatorFASPSeq", Device(), s); }),
-              testing::AllOf(HasSubstr("] SeqFASPAggregator_T max_aggregation 50\n"),
-                             EndsWith("] naggr 2, aggr [0, 0, 0, 1, -1]\n")));
+  EXPECT_EQ(printed([&] { byName("AggregatorFASPSeq", Device(), s); }), "");
+  const auto none = HostCsr<int>::build(3, 3, [](int, HostCsr<int>&) {});
+  EXPECT_EQ(fasp(none), (Found{{-1, -1, -1}, 0}));
+  MIVO_EXPECT_PRINTED_AT("3", byName("AggregatorFASPSeq", Device(), s),
+                         testing::AllOf(HasSubstr("] SeqFASPAggregator_T max_aggregation 50\n"),
+                                        EndsWith("] naggr 2, aggr [0, 0, 0, 1, -1]\n")));
 }
 
 }  // namespace
