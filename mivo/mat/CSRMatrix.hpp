@@ -74,7 +74,7 @@ class MIVO_API CSRMatrixT {
   View getRawMat() const;
 
   // Algebra. A result that holds entries is replaced, so that it may be an operand; one without is
-  // filled in place.
+  // filled in place, for all its handles, except where an operation says that it is built afresh.
 
   /// Sorts each row by column, in place.
   void sortRows();
@@ -91,13 +91,13 @@ class MIVO_API CSRMatrixT {
   /// C = a A + b B; sorts the rows of A and B. An empty operand is left out before any check.
   static void matadd(T a, const CSRMatrixT& A, T b, const CSRMatrixT& B, CSRMatrixT& C);
   /// Diagonal update, see `SpBlasOps::csr_axpby_diag`; an empty vector takes the kernel's default.
-  /// `firstRow`, `firstCol` place this block in the merged matrix.
+  /// `firstRow`, `firstCol` place this block in the merged matrix. `out` is built afresh.
   void axpbyDiag(T a, const Vector& d1, T b, const Vector& d2, CSRMatrixT& out, I firstRow = 0,
                  I firstCol = 0) const;
   /// Copy of the entries with |v| > threshold.
   CSRMatrixT sparsify(T threshold) const;
 
-  // Selection.
+  // Selection. Results are built afresh: other handles of `out` keep what they have.
 
   /// Rows sel[0..n), compact or at their own numbers.
   void getSelectedRows(const IndexVectorT& sel, CSRMatrixT& out, bool keepPositions) const;

@@ -159,7 +159,7 @@ void CSRMatrixT<T, I>::axpbyDiag(T a, const Vector& d1, T b, const Vector& d2, C
   const View m = getRawMat();
   const COT_MergeCSRRawMat<T, I> source{m.rows,    m.cols,   m.nnz,    m.row_begin, m.row_end,
                                         m.col_idx, m.values, firstRow, firstCol};
-  buildTwoPass(out, m.rows, m.cols, device, [&](View r) {
+  buildFresh(out, m.rows, m.cols, device, [&](View r) {
     const COT_MergeCSRRawMat<T, I> result{r.rows,    r.cols,   r.nnz,    r.row_begin, r.row_end,
                                           r.col_idx, r.values, firstRow, firstCol};
     SpBlasOps<T, I>::csr_axpby_diag(device, a, d1.getData(), b, d2.getData(), source, result);
@@ -171,7 +171,7 @@ CSRMatrixT<T, I> CSRMatrixT<T, I>::sparsify(T threshold) const {
   const Device device = getDevice();
   const View source = getRawMat();
   CSRMatrixT out;
-  buildTwoPass(out, source.rows, source.cols, device, [&](View result) {
+  buildFresh(out, source.rows, source.cols, device, [&](View result) {
     SpBlasOps<T, I>::csr_sparsify(device, source, threshold, nullptr, result);
   });
   return out;

@@ -19,10 +19,9 @@ void select(const CSRMatrixT<T, I>& from, CSRMatrixT<T, I>& out, I rows, I cols,
             const Kernel& kernel) {
   const Device device = from.getDevice();
   if (from.getNnz() > 0) {
-    buildTwoPass(out, rows, cols, device, kernel);
+    buildFresh(out, rows, cols, device, kernel);
   } else {
-    if (out.getColIdx() != nullptr) out = CSRMatrixT<T, I>();
-    out.resize(rows, cols, device);
+    out.create(rows, cols, 0, device);
   }
 }
 

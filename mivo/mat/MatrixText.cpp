@@ -165,14 +165,26 @@ void MatrixTextWriter::value(const T& v) {
   }
 }
 
+namespace {
+
+/// A name before and behind its last point; points of folders do not count.
+std::vector<std::string> splitFileName(const std::string& name) {
+  const std::size_t file = name.find_last_of('/') + 1;
+  std::vector<std::string> pieces = stringSplitExt(name.substr(file));
+  pieces[0].insert(0, name, 0, file);
+  return pieces;
+}
+
+}  // namespace
+
 std::string matrixFileExtension(const std::string& name) {
-  const std::string extension = stringSplitExt(name.substr(name.find_last_of('/') + 1))[1];
+  const std::string extension = splitFileName(name)[1];
   return extension.empty() ? "mtx" : extension;
 }
 
 std::string matrixRankFileName(const std::string& name, int size, int rank, int part) {
   if (size == 1) return name;
-  const std::vector<std::string> pieces = stringSplitExt(name);
+  const std::vector<std::string> pieces = splitFileName(name);
   return string_printf("%s-size_%d-rank_%d-part_%d.%s", pieces[0].c_str(), size, rank, part,
                        pieces[1].c_str());
 }

@@ -39,7 +39,7 @@ void ParCSRMatrixT<T, G, L>::loadFromStream(std::istream& is, const Device& devi
   Local local;
   // Only rank 0's stream counts: the others may have none. All ranks learn from it whether there is
   // a matrix.
-  const bool readable = rank != 0 || !is.fail();
+  const bool readable = rank != 0 || is.good();
   if (rank == 0 && readable) local.loadFromStream(is);
   ParCSRMatrixT loaded;
   if (!loaded.scatterFrom(comm, 0, local, readable)) return;

@@ -115,7 +115,7 @@ bool ParMatrixT<T, G, L>::scatterRows(int comm, int root, const Local* m,
     colPart.create(cols, static_cast<L>(size));
   }
   if (given != nullptr) {
-    MIVO_CHECK(given->getNumParts() == size || rows == 0)
+    MIVO_CHECK(given->getNumParts() <= size || rows == 0)
         << "scatter: " << given->getNumParts() << " parts for " << size << " ranks";
     rowPart = *given;
   }
@@ -145,6 +145,8 @@ MatrixT<T, L, MatrixLayoutRowMajor> ParMatrixT<T, G, L>::gather(int root) const 
   std::vector<Local> blocks{host};
   if (size > 1) comu::stlmpi_gather_stream(getComm(), host, blocks, root);
   if (rank != root) return Local();
+  // Ranks beyond the parts have no rows.
+  blocks.resize(static_cast<std::size_t>(getRowPartitioner().getNumParts()));
   return Local::mergeRows(getRowPartitioner(), blocks).toDevice(getDevice());
 }
 

@@ -191,6 +191,27 @@ TYPED_TEST(CSRMatrixTest, ResultMayBeAnOperandOrHoldEntriesAlready) {
     m.multiply(m, m);
     EXPECT_EQ(plainOf(m), plainOf(square));
     EXPECT_EQ(plainOf(handle), plain) << "the other handle keeps the operand";
+    // A selection or a diagonal update is built afresh, also from and into a matrix without
+    // entries.
+    std::vector<M> blocks(2, M());
+    PartitionerT<int, int> halves;
+    halves.create(7, std::vector<int>{0, 7, 7});
+    handle.splitCols(halves, blocks);
+    EXPECT_EQ(plainOf(blocks[0]), plain);
+    EXPECT_EQ(blocks[1].getNnz(), 0);
+    M shaped;
+    shaped.create(7, 7, 0, device);
+    M left = shaped, right = shaped;
+    handle.getSelectedCols(0, 7, left, 0);
+    handle.getSelectedRows(MatrixT<int, int>::range(0, 3, 1), right, false);
+    EXPECT_EQ(plainOf(left), plain);
+    EXPECT_EQ(right.getRows(), 3);
+    M update = shaped;
+    const auto ones = matrixOf<T>(device, 7, 1, std::vector<T>(7, T(1)));
+    update.axpbyDiag(T(3), ones, T(1), MatrixT<T, int>(), update);
+    EXPECT_EQ(plainOf(update),
+              HostCsr<T>::build(7, 7, [](int i, HostCsr<T>& out) { out.push(i, T(3)); }));
+    EXPECT_EQ(shaped.getNnz(), 0);
     handle.multiply(handle, m);
     EXPECT_EQ(plainOf(m), plainOf(square));
     M::matadd(T(1), m, T(-1), m, m);

@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -55,6 +57,12 @@ TEST(FilesOverRanks, AMatrixFileIsReadOnceAndSpreadEvenly) {
       // Nothing happens on any rank without a file.
       A.loadFromFile(fileName("missing", "mtx"), device);
       EXPECT_EQ(A.getRows(), rows);
+      std::istringstream ended("x");
+      ended.get();
+      ended.peek();
+      ended.clear(std::ios::eofbit);
+      A.loadFromStream(ended, device);
+      EXPECT_EQ(A.getRows(), rows);
 
       // Each rank writes its blocks under names of its own, none for an empty block.
       A.saveToFile(fileName("parts", "mtx"), 17);
@@ -95,9 +103,21 @@ TEST(FilesOverRanks, VectorsTravelThroughFiles) {
       local.loadFromStream(stream);
       EXPECT_EQ(valuesOf(local), ownPart(x.getRowPartitioner(), values)) << part;
       std::remove(part.c_str());
+      // The point of a folder begins no extension.
+      const std::string folder = fileName("folder", "d");
+      std::filesystem::create_directories(folder);
+      x.saveToFile(folder + "/plain");
+      const std::string plain =
+          folder + "/plain" +
+          (worldSize() == 1 ? "" : partName("", "", 0).substr(fileName("", "").size() - 1));
+      std::ifstream again(plain);
+      local.loadFromStream(again);
+      EXPECT_EQ(valuesOf(local), ownPart(x.getRowPartitioner(), values)) << plain;
+      std::filesystem::remove(plain);
     }
     MPI_Barrier(kCommWorld);
     if (worldRank() == 0) std::remove(name.c_str());
+    if (worldRank() == 0) std::filesystem::remove(fileName("folder", "d"));
   }
 }
 

@@ -51,6 +51,15 @@ TYPED_TEST(WholeOverRanks, DenseMatricesTravelFromAndToAnyRank) {
         EXPECT_EQ(valuesOf(X.gather(other)), worldRank() == other ? all : std::vector<T>());
         EXPECT_EQ(valuesOf(X.getLocalMatrix()), own) << "gather leaves the matrix alone";
       }
+      // Fewer parts than ranks.
+      PartitionerT<long, int> single;
+      single.create(rows, 1);
+      ParMatrixT<T, long, int> X;
+      const bool first = worldRank() == 0;
+      X.scatter(kCommWorld, 0, first ? test::matrixOf<T>(device, rows, cols, all) : Local(),
+                single);
+      EXPECT_EQ(valuesOf(X.getLocalMatrix()), first ? all : std::vector<T>());
+      EXPECT_EQ(valuesOf(X.gather(0)), first ? all : std::vector<T>());
     }
   }
 }
