@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mivo/precond/ParSmootherJacobi.hpp"
 
+#include <typeinfo>
 #include <vector>
 
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/FusedOps.hpp"
+#include "mivo/precond/ParSmootherJacobiLp.hpp"
 #include "mivo/solver/fused_vectors.hpp"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/json.hpp"
@@ -13,6 +15,8 @@
 namespace mivo {
 
 namespace {
+
+constexpr const char* kNoMatrix = "Jacobi: no matrix was set up";
 
 int sizeOf(int comm) {
   int size = 1;
@@ -42,6 +46,7 @@ bool ParSmootherJacobi_T<T, G, L>::shareMatrix(const Operator& A) {
     return false;
   }
   matrix = *csr;
+  has_matrix = true;
 
   int self = 0;
   MPI_Comm_rank(matrix.getComm(), &self);
@@ -69,6 +74,7 @@ void ParSmootherJacobi_T<T, G, L>::setup(const Operator& A) {
 
 template <class T, class G, class L>
 void ParSmootherJacobi_T<T, G, L>::sweep(const Vector& b, Vector& x, bool needNorm) {
+  MIVO_CHECK(has_matrix) << kNoMatrix;
   // On one rank nobody sees the norm of a sweep that does not need it, while on several the
   // reduction is a collective that has to keep its place.
   if (needNorm || sizeOf(matrix.getComm()) > 1) {
@@ -140,6 +146,11 @@ bool ParSmootherJacobi_T<T, G, L>::startFromZero(const Vector& b, Vector& x) {
 
 template <class T, class G, class L>
 void ParSmootherJacobi_T<T, G, L>::smoothFromZero(const Vector& b, Vector& x) {
+  // A class of a program may smooth in its own way.
+  const std::type_info& type = typeid(*this);
+  if (type != typeid(ParSmootherJacobi_T) && type != typeid(ParSmootherJacobiLp_T<T, G, L>)) {
+    return ParSmootherT<T, G, L>::smoothFromZero(b, x);
+  }
   const bool first_done = startFromZero(b, x);
   for (int i = 0; i < nsweeps; ++i) {
     if (i > 0 || !first_done) sweep(b, x, false);
@@ -169,6 +180,7 @@ void ParSmootherJacobi_T<T, G, L>::precondition(const Vector& b, Vector& x) {
 template <class T, class G, class L>
 void ParSmootherJacobi_T<T, G, L>::solve(Preconditioner&, Operator&, const Vector& b, Vector& x,
                                          int& iter, R& relres) {
+  MIVO_CHECK(has_matrix) << kNoMatrix;
   const R bnorm = Vector::normL2(b);
   const R r0 = Vector::residual(matrix, x, b, scratch);
   if (this->max_its < 1) {

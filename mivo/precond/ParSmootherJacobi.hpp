@@ -73,6 +73,7 @@ class MIVO_API ParSmootherJacobi_T : public ParOpBaseT<T, G, L> {
   bool startFromZero(const Vector& b, Vector& x);
   void logResidual(const char* what, int sweepNumber, const Vector& b, const Vector& x);
 
+  bool has_matrix = false;
   double last_residual = 0;  ///< |b - A x| before the last sweep that needed it
   Vector scratch;            ///< residual of the sweeps
   Vector zeros;              ///< exchanged in a sweep from zero, on several ranks

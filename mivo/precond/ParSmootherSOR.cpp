@@ -9,6 +9,12 @@
 
 namespace mivo {
 
+namespace {
+
+constexpr const char* kNoMatrix = "SOR: no matrix was set up";
+
+}  // namespace
+
 template <class T, class G, class L>
 ParSmootherSOR_T<T, G, L>::~ParSmootherSOR_T() = default;
 
@@ -28,6 +34,7 @@ void ParSmootherSOR_T<T, G, L>::setup(const Operator& A) {
   const auto* csr = dynamic_cast<const ParCSRMatrixT<T, G, L>*>(&A);
   if (csr != nullptr) {
     matrix = *csr;
+    has_matrix = true;
     diagonal = matrix.getDiag();
     MPI_Comm_rank(matrix.getComm(), &matrix_rank);
   } else {
@@ -39,6 +46,7 @@ void ParSmootherSOR_T<T, G, L>::setup(const Operator& A) {
 template <class T, class G, class L>
 void ParSmootherSOR_T<T, G, L>::sor_step(const Vector& b, Vector& x, double omega, bool ascending,
                                          int* rowOrder) {
+  MIVO_CHECK(has_matrix) << kNoMatrix;
   const auto local_b = b.getLocalMatrix(), local_x = x.getLocalMatrix();
   const auto local_d = diagonal.getLocalMatrix();
   // brings the ghost values to the blocks of other ranks
@@ -87,6 +95,7 @@ void ParSmootherSOR_T<T, G, L>::precondition(const Vector& b, Vector& x) {
 template <class T, class G, class L>
 void ParSmootherSOR_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector& b, Vector& x,
                                       int& iter, R& relres) {
+  MIVO_CHECK(has_matrix) << kNoMatrix;
   MPI_Comm_size(A.getComm(), &this->commSize);
   MPI_Comm_rank(A.getComm(), &this->rank);
   MPI_Comm_rank(matrix.getComm(), &matrix_rank);

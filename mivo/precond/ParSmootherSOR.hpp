@@ -61,6 +61,8 @@ class MIVO_API ParSmootherSOR_T : public ParOpBaseT<T, G, L> {
   std::int32_t matrix_rank = 0;  ///< this process's rank in the matrix's communicator
 
  private:
+  bool has_matrix = false;
+
   void sweeps(const char* what, const Vector& b, Vector& x);
 
   // Filled by each sweep, since pointers in the views may change.

@@ -7,6 +7,8 @@
 #include <limits>
 
 #include "mivo/precond/ParPreconditionerAMG.hpp"
+#include "mivo/precond/ParSmootherJacobiLp.hpp"
+#include "mivo/precond/ParSmootherList.hpp"
 #include "tests/support/amg.hpp"
 #include "tests/support/krylov.hpp"
 
@@ -102,6 +104,52 @@ TYPED_TEST(AMGCycleOf, SmoothsRestrictsCorrectsAndSmooths) {
     amg->precondition(rhs, watched);
     expectSameBits(valuesOf(watched), valuesOf(z));
   }
+}
+
+/// A smoother of a program, which smooths in its own way.
+template <class Base>
+class Counted : public Base {
+ public:
+  int calls = 0;
+  void smooth(const ParVector<double>& b, ParVector<double>& x) override {
+    ++calls;
+    Base::smooth(b, x);
+  }
+};
+
+// On each level, the coarsest one included, whatever the library's class does from zero.
+TEST(AMGCycleWith, SmoothersOfAProgramCallsWhatTheyOverride) {
+  const FactoryRegisterer<ParSmootherT<double, long, int>,
+                          Counted<ParSmootherJacobiLp_T<double, long, int>>>
+      lp("ParSmootherT", "TestCountedLp");
+  const FactoryRegisterer<ParSmootherT<double, long, int>,
+                          Counted<ParSmootherList_T<double, long, int>>>
+      list("ParSmootherT", "TestCountedList");
+  const auto amg = makeAmg<double>(
+      pairsParams({{"pre_smoother", {{"smoother_type", "TestCountedLp"}}},
+                   {"post_smoother",
+                    {{"smoother_type", "TestCountedList"},
+                     {"TestCountedList_params", json::array({smootherOf("SmootherJacobi")})}}}}));
+  amg->setup(parSparseOf(Device(), laplacian<double>(32, 1)));
+  ParVector<double> x, b(32, Device());
+  b.fill(1);
+  amg->precondition(b, x);
+  const auto callsOf = [](const auto& smoother) {
+    if (const auto* jacobiLp =
+            dynamic_cast<Counted<ParSmootherJacobiLp_T<double, long, int>>*>(smoother.get())) {
+      return jacobiLp->calls;
+    }
+    return dynamic_cast<Counted<ParSmootherList_T<double, long, int>>&>(*smoother).calls;
+  };
+  ASSERT_EQ(amg->levels.size(), 3u);
+  for (std::size_t l = 0; l < 3; ++l) {
+    const auto& level = amg->levels[l];
+    EXPECT_EQ(callsOf(l < 2 ? level.pre_smoother : level.coarse_pre_smoother), 1) << l;
+    EXPECT_EQ(callsOf(l < 2 ? level.post_smoother : level.coarse_post_smoother), 1) << l;
+  }
+  x.fill(0);
+  amg->levels[0].post_smoother->smoothFromZero(b, x);
+  EXPECT_EQ(callsOf(amg->levels[0].post_smoother), 2);
 }
 
 /// A hierarchy on 5-point systems of 20 by 20 points, and a run of it as a solver.
