@@ -26,6 +26,12 @@ void trimHostMemory() {
 #endif
 }
 
+/// Text of a part that its factory does not know.
+std::string notCreated(const char* key, const char* type, const json& found) {
+  return string_printf("AMG: \"%s\" should be an object with a known \"%s\", found ", key, type) +
+         found.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
 }  // namespace
 
 template <class T, class G, class L>
@@ -45,8 +51,10 @@ void ParPreconditionerAMG_T<T, G, L>::setup(const Operator& A) {
   this->setupTime.start();
   const auto* csr = dynamic_cast<const Matrix*>(&A);
   MIVO_CHECK(csr != nullptr) << "AMG: setup should be given a ParCSRMatrix";
-  MIVO_CHECK(levels.empty()) << "AMG: setup should be called once";
-  fine = *csr;
+  const Matrix given = *csr;  // which may stand in a level
+  discardLevels();
+  fine = given;
+  has_matrix = true;
   MPI_Comm_size(fine.getComm(), &this->commSize);
   MPI_Comm_rank(fine.getComm(), &this->rank);
 
@@ -74,6 +82,17 @@ void ParPreconditionerAMG_T<T, G, L>::setup(const Operator& A) {
 }
 
 template <class T, class G, class L>
+void ParPreconditionerAMG_T<T, G, L>::discardLevels() {
+  if (levels.empty()) return;
+  levels.clear();
+  this->children.remove_if(
+      [](const auto& child) { return child->role.compare(0, 6, "level_") == 0; });
+  fine = Matrix();
+  setup_times = SetupTimes();
+  trimHostMemory();
+}
+
+template <class T, class G, class L>
 bool ParPreconditionerAMG_T<T, G, L>::buildLevel(int l) {
   Level level;
   level.A = l > 0 ? coarseOperator(levels.back()) : fine;
@@ -95,9 +114,10 @@ bool ParPreconditionerAMG_T<T, G, L>::buildLevel(int l) {
   }
 
   setup_times.transfer.start();
-  level.level_transfer =
-      Transfer::getFactory().createInstance(getJsonByKey(parameters, "level_transfer", l), this);
-  MIVO_CHECK(level.level_transfer != nullptr) << "AMG: unknown level_transfer_type";
+  const json& transfer = getJsonByKey(parameters, "level_transfer", l);
+  level.level_transfer = Transfer::getFactory().createInstance(transfer, this);
+  MIVO_CHECK(level.level_transfer != nullptr)
+      << notCreated("level_transfer", "level_transfer_type", transfer);
   level.level_transfer->setLevelId(l);
   level.level_transfer->transfer_operators(level.A, level.P, level.R);
   setup_times.transfer.stop();
@@ -142,7 +162,7 @@ template <class T, class G, class L>
 std::shared_ptr<ParSmootherT<T, G, L>> ParPreconditionerAMG_T<T, G, L>::createSmoother(
     const json& params, const char* key, const Matrix& A) {
   const auto smoother = Smoother::getFactory().createInstance(params, this);
-  MIVO_CHECK(smoother != nullptr) << "AMG: unknown smoother_type of " << key;
+  MIVO_CHECK(smoother != nullptr) << notCreated(key, "smoother_type", params);
   smoother->setup(A);
   return smoother;
 }
@@ -154,7 +174,8 @@ void ParPreconditionerAMG_T<T, G, L>::createCoarsestLevel(Level& level,
   json chosen;
   if (readJsonKey(params, "coarse_solver", chosen)) {
     level.coarse_solver = Solver::getFactory().createInstance(chosen, this);
-    MIVO_CHECK(level.coarse_solver != nullptr) << "AMG: unknown solver_type of coarse_solver";
+    MIVO_CHECK(level.coarse_solver != nullptr)
+        << notCreated("coarse_solver", "solver_type", chosen);
     if (level.coarse_solver->preconditioner != nullptr) {
       level.coarse_solver->preconditioner->setup(level.A);
     }

@@ -25,8 +25,10 @@ namespace mivo {
 ///
 /// "PrecondAMG" applies one cycle from zero. "SolverAMG" repeats cycles on the given x until
 /// |b - A x| < 1e-8 |b|, at most 5000 of them; the keys "rtol" and "max_its" do not change that. It
-/// reports the number of the last cycle counted from 0, and 5000 without convergence. `setup` comes
-/// once per object, with a `ParCSRMatrixT`, which is shared; a fatal check refuses anything else.
+/// reports the number of the last cycle counted from 0, and 5000 without convergence. `setup` takes
+/// a `ParCSRMatrixT`, which is shared; a fatal check refuses anything else. A further `setup`, for
+/// a matrix that has changed, gives the memory of the hierarchy back and builds a new one, children
+/// included.
 /// As a preconditioner of conjugate gradients the cycle has to be symmetric: R = P^T, and a
 /// post-smoother that is the adjoint of the pre-smoother.
 ///
@@ -94,11 +96,11 @@ class MIVO_API ParPreconditionerAMG_T : public ParPreconditionerT<T, G, L>,
   std::int32_t verbose = 0;  ///< beside that of the solver frame; one key sets both
   double cycle_tolerance = 1e-8;
   std::int32_t cycle_limit = 5000;
-  std::int32_t step = 0;  ///< cycles since the end of `setup`
-  Matrix fine;            ///< the matrix given to `setup`
-  json parameters;        ///< the object given to `create`
-  SetupTimes setup_times;
-  bool profile = false;  ///< measure `Level::cycle_time`
+  std::int32_t step = 0;   ///< cycles since the end of `setup`
+  Matrix fine;             ///< the matrix given to `setup`
+  json parameters;         ///< the object given to `create`
+  SetupTimes setup_times;  ///< of the last set-up
+  bool profile = false;    ///< measure `Level::cycle_time`
 
   ~ParPreconditionerAMG_T() override;
 
@@ -121,6 +123,8 @@ class MIVO_API ParPreconditionerAMG_T : public ParPreconditionerT<T, G, L>,
                            const json& params);
 
  private:
+  /// Back to the state before a set-up, but for the times that every preconditioner sums up.
+  void discardLevels();
   /// Appends level l; false when it is the coarsest.
   bool buildLevel(int l);
   /// R A P, with sorted rows.
@@ -140,6 +144,7 @@ class MIVO_API ParPreconditionerAMG_T : public ParPreconditionerT<T, G, L>,
   void traceChange(int l, const char* what, R before, R after, const char* end = "") const;
 
   Vector scratch;  ///< residuals of `solve`
+  bool has_matrix = false;
 };
 
 #define MIVO_EXTERN(T) extern template class ParPreconditionerAMG_T<T, long, int>;

@@ -38,6 +38,7 @@ void ParPreconditionerAMG_T<T, G, L>::cycle(int l, const Vector& b, Vector& x, b
   const int count = static_cast<int>(levels.size());
   // The norms and their reductions are for those who ask.
   const bool watch = verbose > 2;
+  MIVO_CHECK(has_matrix) << "AMG: no matrix was set up";
   // Smoothers that begin from zero write x themselves.
   if (fromZero && (watch || l >= count)) x.fill(T(0));
   if (l >= count) return;
@@ -150,6 +151,7 @@ void ParPreconditionerAMG_T<T, G, L>::traceChange(int l, const char* what, R bef
 template <class T, class G, class L>
 void ParPreconditionerAMG_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector& b,
                                             Vector& x, int& iter, R& relres) {
+  MIVO_CHECK(has_matrix) << "AMG: no matrix was set up";
   Matrix matrix = levels.empty() ? fine : levels[0].A;
   const R r0 = Vector::residual(matrix, x, b, scratch);
   const R bnorm = Vector::normL2(b);

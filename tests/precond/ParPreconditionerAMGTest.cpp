@@ -148,17 +148,57 @@ TEST(AMGHierarchy, RefusesWhatItCannotUse) {
   MIVO_EXPECT_FATAL_TEXT(
       makeAmg<double>(pairsParams())->setup(DenseOperator<double>(Device(), 1, {1})),
       "AMG: setup should be given a ParCSRMatrix");
-  MIVO_EXPECT_FATAL_TEXT(
-      chain(64, pairsParams())->setup(parSparseOf(Device(), laplacian<double>(9, 1))),
-      "AMG: setup should be called once");
   setenv("MIVO_VERBOSE_LEVEL", "0", 1);
-  MIVO_EXPECT_FATAL_TEXT(chain(64, pairsParams({{"post_smoother", {{"smoother_type", "NoSuch"}}}})),
-                         "AMG: unknown smoother_type of post_smoother");
-  MIVO_EXPECT_FATAL_TEXT(
-      chain(64, pairsParams({{"level_transfer", {{"level_transfer_type", "NoSuch"}}}})),
-      "AMG: unknown level_transfer_type");
-  MIVO_EXPECT_FATAL_TEXT(chain(64, pairsParams({{"coarse_solver", {{"solver_type", "NoSuch"}}}})),
-                         "AMG: unknown solver_type of coarse_solver");
+  for (const std::string key :
+       {"post_smoother smoother", "level_transfer level_transfer", "coarse_solver solver"}) {
+    const std::string part = key.substr(0, key.find(' ')),
+                      type = key.substr(key.find(' ') + 1) + "_type";
+    MIVO_EXPECT_FATAL_TEXT(chain(64, pairsParams({{part, {{type, "NoSuch"}}}})),
+                           "AMG: \"" + part + "\" should be an object with a known \"" + type +
+                               "\", found {\"" + type + "\":\"NoSuch\"}");
+  }
+}
+
+TEST(AMGHierarchy, IsBuiltAnewByEachSetup) {
+  const json params = pairsParams({{"min_coarse_size", 3}, {"coarse_solver", kGauss}});
+  const auto amg = chain(64, params), fresh = chain(21, params);
+  const std::weak_ptr<ParOperator> before = amg->levels[0].pre_smoother;
+  const auto A = amg->levels[1].A;  // of the hierarchy itself
+  amg->setup(A);
+  EXPECT_TRUE(before.expired());
+  EXPECT_EQ(rowsOf(*amg), (std::vector<long>{32, 16, 8, 4, 2}));
+  EXPECT_EQ(amg->setup_times.coarse.getCount(), 1u);
+  EXPECT_EQ(amg->setupTime.getCount(), 2u);
+  amg->setup(fresh->fine);
+  EXPECT_EQ(treeOf(*amg), treeOf(*fresh));
+  const auto run = [](Amg<double>& solver) {
+    ParVector<double> x(21, Device()), b(21, Device());
+    x.fill(0);
+    b.fill(1);
+    solver.precondition(b, x);
+    solver.precondition(x, b);
+    return valuesOf(b);
+  };
+  EXPECT_EQ(run(*amg), run(*fresh));
+  EXPECT_EQ(amg->step, 2);
+}
+
+// The least that is asked of an object without a set-up is that it says so.
+TEST(AMGHierarchy, IsMissedWhereNobodyCalledSetup) {
+  ParVector<double> x(4, Device()), b(4, Device());
+  x.fill(0);
+  b.fill(1);
+  for (const std::string name : {"AMG", "Jacobi", "SOR"}) {
+    const auto p = ParPreconditionerT<double, long, int>::getFactory().createInstance(
+        {{"preconditioner_type", "Precond" + name}});
+    MIVO_EXPECT_FATAL_TEXT(p->precondition(b, x), name + ": no matrix was set up");
+    const auto s = ParSolverT<double, long, int>::getFactory().createInstance(
+        {{"solver_type", "Solver" + name}});
+    int iter = 0;
+    double relres = 0;
+    auto A = parSparseOf(Device(), laplacian<double>(4, 1));
+    MIVO_EXPECT_FATAL_TEXT(s->solve(A, b, x, iter, relres), name + ": no matrix was set up");
+  }
 }
 
 TEST(AMGHierarchy, CallbacksReachItsObjectsByTag) {
