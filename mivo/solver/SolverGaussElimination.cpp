@@ -56,23 +56,39 @@ template <class T, class G, class L>
 void SolverGaussElimination_T<T, G, L>::setup(const Operator&) {}
 
 template <class T, class G, class L>
-void SolverGaussElimination_T<T, G, L>::solve(Preconditioner&, Operator& A, const Vector& b,
-                                              Vector& x, int&, R&) {
-  const int comm = A.getComm();
-  MPI_Comm_size(comm, &this->commSize);
-  MPI_Comm_rank(comm, &this->rank);
+void SolverGaussElimination_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector& b,
+                                              Vector& x, int& iter, R& relres) {
+  MPI_Comm_size(A.getComm(), &this->commSize);
+  MPI_Comm_rank(A.getComm(), &this->rank);
   const auto* matrix = dynamic_cast<const ParCSRMatrixT<T, G, L>*>(&A);
   MIVO_CHECK(matrix != nullptr) << "Gauss elimination needs a ParCSRMatrixT";
   const G rows = matrix->getRows();
-  MIVO_CHECK(rows == matrix->getCols()) << "Gauss elimination needs a square matrix";
-  if (rows < 1) return;
-  MIVO_CHECK(b.getRows() == rows && b.getCols() == 1)
-      << "Gauss elimination needs a right-hand side of one column, as long as the matrix";
+  MIVO_CHECK(rows == matrix->getCols()) << "Gauss elimination needs a square matrix, this one is "
+                                        << rows << " x " << matrix->getCols();
+  this->beginSolve(P, A, b, x, iter, relres);
+  R rel{};
+  if (rows > 0) {
+    if (x.getSize() == 0) {
+      x.create(matrix->getColPartitioner(), matrix->getDevice(), matrix->getComm());
+    }
+    solveOnRankZero(*matrix, b, x);
+    // Only the last line tells it.
+    if (this->verbose > 0) rel = Vector::residual(A, x, b) / Vector::normL2(b);
+  }
+  this->finishSolve(P, this->max_its, rows > 0 ? 1 : 0, rel);
+}
 
-  const CSRMatrixT<T, L> whole = matrix->gather(0);
+template <class T, class G, class L>
+void SolverGaussElimination_T<T, G, L>::solveOnRankZero(const ParCSRMatrixT<T, G, L>& A,
+                                                        const Vector& b, Vector& x) {
+  const G rows = A.getRows();
+  MIVO_CHECK(b.getRows() == rows && b.getCols() == 1)
+      << "Gauss elimination needs a right-hand side of " << rows << " x 1, found " << b.getRows()
+      << " x " << b.getCols();
+  const CSRMatrixT<T, L> whole = A.gather(0);
   auto rhs = b.gather(0);
   if (this->rank == 0) {
-    rhs = rhs.toDevice(matrix->getDevice());
+    rhs = rhs.toDevice(A.getDevice());
     solveDense(whole, static_cast<L>(rows), rhs, factorTime, sweepTime);
     MIVO_LOG(3, this->verbose > 1) << "gauss_elim time: fact " << factorTime.getTimeSec() * 1e3
                                    << " ms, solve " << sweepTime.getTimeSec() * 1e3 << " ms";
@@ -80,11 +96,12 @@ void SolverGaussElimination_T<T, G, L>::solve(Preconditioner&, Operator& A, cons
   }
   // Through the host, since the ranks may have different devices.
   Vector found;
-  found.scatter(comm, 0, rhs, matrix->getRowPartitioner());
+  found.scatter(A.getComm(), 0, rhs, x.getRowPartitioner());
   const auto piece = found.getLocalMatrix();
   const auto target = x.getLocalMatrix();
   MIVO_CHECK(target.getSize() == piece.getSize())
-      << "Gauss elimination needs a solution vector as long as the matrix";
+      << "Gauss elimination needs a solution of " << rows << " x 1, found " << x.getRows() << " x "
+      << x.getCols();
   Device().rawCopyTo(static_cast<std::size_t>(piece.getSize()) * sizeof(T), piece.getData(),
                      target.getDevice(), target.getData());
 }

@@ -18,7 +18,9 @@ namespace mivo {
 ///
 /// A must be a `ParCSRMatrixT`, anything else is a fatal check; b has one column. The
 /// preconditioner and the keys "rtol" and "max_its" have no effect, `iter` and `relres` are left
-/// alone; "verbose" above 1 prints the times. Collective, in two gathers and a scatter.
+/// alone. x of size 0 is created in the column partition of A. With "verbose" 1 the last line tells
+/// the residual, which costs a product; above 1 there are the times too. Collective, in two gathers
+/// and a scatter.
 template <class T, class G, class L>
 class MIVO_API SolverGaussElimination_T : public ParSolverT<T, G, L> {
  public:
@@ -40,6 +42,9 @@ class MIVO_API SolverGaussElimination_T : public ParSolverT<T, G, L> {
   void setup(const Operator& A) override;
   void solve(Preconditioner& P, Operator& A, const Vector& b, Vector& x, int& iter,
              R& relres) override;
+
+ private:
+  void solveOnRankZero(const ParCSRMatrixT<T, G, L>& A, const Vector& b, Vector& x);
 };
 
 #define MIVO_EXTERN(T) extern template class SolverGaussElimination_T<T, long, int>;
