@@ -26,12 +26,6 @@ void trimHostMemory() {
 #endif
 }
 
-/// Text of a part that its factory does not know.
-std::string notCreated(const char* key, const char* type, const json& found) {
-  return string_printf("AMG: \"%s\" should be an object with a known \"%s\", found ", key, type) +
-         found.dump(-1, ' ', false, json::error_handler_t::replace);
-}
-
 }  // namespace
 
 template <class T, class G, class L>
@@ -117,7 +111,7 @@ bool ParPreconditionerAMG_T<T, G, L>::buildLevel(int l) {
   const json& transfer = getJsonByKey(parameters, "level_transfer", l);
   level.level_transfer = Transfer::getFactory().createInstance(transfer, this);
   MIVO_CHECK(level.level_transfer != nullptr)
-      << notCreated("level_transfer", "level_transfer_type", transfer);
+      << unknownPartText("AMG", "level_transfer", "level_transfer_type", transfer);
   level.level_transfer->setLevelId(l);
   level.level_transfer->transfer_operators(level.A, level.P, level.R);
   setup_times.transfer.stop();
@@ -162,7 +156,7 @@ template <class T, class G, class L>
 std::shared_ptr<ParSmootherT<T, G, L>> ParPreconditionerAMG_T<T, G, L>::createSmoother(
     const json& params, const char* key, const Matrix& A) {
   const auto smoother = Smoother::getFactory().createInstance(params, this);
-  MIVO_CHECK(smoother != nullptr) << notCreated(key, "smoother_type", params);
+  MIVO_CHECK(smoother != nullptr) << unknownPartText("AMG", key, "smoother_type", params);
   smoother->setup(A);
   return smoother;
 }
@@ -175,7 +169,7 @@ void ParPreconditionerAMG_T<T, G, L>::createCoarsestLevel(Level& level,
   if (readJsonKey(params, "coarse_solver", chosen)) {
     level.coarse_solver = Solver::getFactory().createInstance(chosen, this);
     MIVO_CHECK(level.coarse_solver != nullptr)
-        << notCreated("coarse_solver", "solver_type", chosen);
+        << unknownPartText("AMG", "coarse_solver", "solver_type", chosen);
     if (level.coarse_solver->preconditioner != nullptr) {
       level.coarse_solver->preconditioner->setup(level.A);
     }

@@ -17,6 +17,12 @@ json getJsonByKey(const json& j, const std::string& key, int index) {
   return j[key];
 }
 
+std::string unknownPartText(const std::string& owner, const std::string& key,
+                            const std::string& type, const json& found) {
+  return owner + ": \"" + key + "\" should be an object with a known \"" + type + "\", found " +
+         found.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
 void checkJsonInteger(const json& value, const char* key, std::int64_t low, std::uint64_t high) {
   bool fits = true;
   if (value.is_number_unsigned()) {

@@ -21,6 +21,11 @@ MIVO_API json getJsonByKey(const json& j, const std::string& key, int index);
 MIVO_API void checkJsonInteger(const json& value, const char* key, std::int64_t low,
                                std::uint64_t high);
 
+/// Text for a part of `owner` that no factory could make: the object expected under `key`, with the
+/// key `type` that names its class, and what stands there.
+MIVO_API std::string unknownPartText(const std::string& owner, const std::string& key,
+                                     const std::string& type, const json& found);
+
 /// Reads one key of a parameter object; true when it was there. The field keeps its value when
 /// `params` is no object or lacks the key; a value of the wrong type raises the `type_error` of the
 /// JSON library, a number beyond the range of an integer field its `out_of_range`.

@@ -7,6 +7,7 @@
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/Utils.hpp"
+#include "mivo/utils/json.hpp"
 #include "mivo/utils/logging.hpp"
 
 namespace mivo {
@@ -23,7 +24,8 @@ template <class T, class G, class L>
 void ParLevelTransferSmoothAggregation_T<T, G, L>::transfer_operators(const Matrix& A, Matrix& P,
                                                                       Matrix& R) {
   MIVO_CHECK(this->aggregator != nullptr)
-      << "LevelTransferSmoothAggregation: unknown aggregator_type";
+      << unknownPartText("LevelTransferSmoothAggregation", "aggregator", "aggregator_type",
+                         this->aggregator_parameters);
   Matrix a = A;
   a.sortRows();
   const bool trace = Utils::getVerboseLevel() >= 3;

@@ -19,7 +19,7 @@ std::shared_ptr<Part> createPart(ParOperator& parent, const json& params, const 
   const std::string type = std::string(key) + "_type";
   if (!chosen.contains(type)) chosen[type] = name;
   const auto part = Part::getFactory().createInstance(chosen, &parent);
-  MIVO_CHECK(part != nullptr) << "LevelTransferBoomerAMG: unknown " << type;
+  MIVO_CHECK(part != nullptr) << unknownPartText("LevelTransferBoomerAMG", key, type, chosen);
   parent.appendChild(part, key);
   return part;
 }

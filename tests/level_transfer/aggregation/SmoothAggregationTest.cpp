@@ -287,7 +287,8 @@ TEST(SmoothAggregationForms, ReadTheirKeysAndTellWhatTheyDo) {
   MIVO_EXPECT_FATAL_TEXT(
       transferOf<double>("LevelTransferSmoothAggregation",
                          {{"aggregator", {{"aggregator_type", "AggregatorVBM"}}}}, A),
-      "LevelTransferSmoothAggregation: unknown aggregator_type");
+      R"(LevelTransferSmoothAggregation: "aggregator" should be an object with a known )"
+      R"("aggregator_type", found {"aggregator_type":"AggregatorVBM"})");
 
   // eps_strong / 8 on level 3.
   MIVO_EXPECT_PRINTED_AT(

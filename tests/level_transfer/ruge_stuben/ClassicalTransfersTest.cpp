@@ -129,7 +129,8 @@ TEST(ClassicalPipelines, NameTheirPartsAndTellTheirTimes) {
   MIVO_EXPECT_PRINTED_AT("3", direct(),
                          HasSubstr("] num nodes 81, the naggr is 41, the nnz of P is "));
   MIVO_EXPECT_FATAL_TEXT(transfer.create({{"splitter", {{"splitter_type", "SplitterPMIS"}}}}),
-                         "LevelTransferBoomerAMG: unknown splitter_type");
+                         R"(LevelTransferBoomerAMG: "splitter" should be an object with a known )"
+                         R"("splitter_type", found {"splitter_type":"SplitterPMIS"})");
 }
 
 }  // namespace
