@@ -32,7 +32,9 @@ C COOMatrixT<T, R, C>::getCols() const {
 
 template <class T, class R, class C>
 std::shared_ptr<typename COOMatrixT<T, R, C>::Row> COOMatrixT<T, R, C>::getRowEx(R row) const {
-  return std::shared_ptr<Row>(impl_, &impl_->getRow(row));
+  // The row outlives what an assembly into this matrix puts in its place.
+  Row& found = impl_->getRow(row);
+  return std::shared_ptr<Row>(impl_->getArenas(), &found);
 }
 
 namespace {
@@ -98,7 +100,7 @@ void COOMatrixT<T, R, C>::endAssemble(int comm, const PartitionerT<R, L>& rowPar
       messages.announce(owner, entries.size());
     }
   });
-  own.shareArenas(impl_->getArenas());
+  own.shareArenas(*impl_->getArenas());
   messages.open();
   for (const SentRow<Row>& row : sent) {
     messages.beginRow(row.owner, row.local, row.entries->size());
@@ -150,6 +152,7 @@ template <class T, class R, class C>
 template <class L>
 void COOMatrixT<T, R, C>::toCSR(CSRMatrixT<T, L>& out) const {
   COOMatrixImpl& self = *impl_;
+  const auto lock = self.lockRows();
   if (self.getRowCount() == 0 || self.rows <= 0) return;
   const L rows = narrowTo<L>(self.rows, "row count");
   const L cols = narrowColumn<L>(self.cols);

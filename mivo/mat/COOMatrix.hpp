@@ -33,6 +33,7 @@ class MIVO_API COOMatrixT {
   C getCols() const;
 
   /// The row's map, made when the row is missing (also in a const matrix). Safe from any thread.
+  /// The row lives as long as a pointer to it, also where the matrix gets other rows.
   std::shared_ptr<Row> getRowEx(R row) const;
 
   /// Moves every row to the rank that owns it and sums all contributions to one position there;

@@ -18,13 +18,17 @@ namespace mivo {
 
 /// Rows by number. Neighbouring rows share a page of pointers, so that the hash table of pages is
 /// small and a walk in row order hardly touches it. Rows and pages lie in arenas; a row that came
-/// from another matrix lies in that one's arena, which is shared.
+/// from another matrix lies in that one's arena, which is shared. Whoever holds the list of arenas
+/// keeps all rows alive.
 template <class T, class R, class C>
 struct COOMatrixT<T, R, C>::COOMatrixImpl {
+  using Arenas = std::vector<std::shared_ptr<RowArena>>;
+
   R rows = -1;
   C cols = -1;
 
-  /// The row, made when missing. Safe from any thread; the row lives as long as this object.
+  /// The row, made when missing. Safe from any thread; the row lives as long as this object keeps
+  /// it, or somebody the arenas.
   Row& getRow(R row) {
     const std::lock_guard<std::mutex> guard(lock_);
     Row*& place = getPlace(row);
@@ -35,7 +39,10 @@ struct COOMatrixT<T, R, C>::COOMatrixImpl {
     return *place;
   }
 
-  /// The row, null when missing. Not while rows are being made.
+  /// Keeps other threads from making rows and from using the cache of `findRow`.
+  std::unique_lock<std::mutex> lockRows() { return std::unique_lock<std::mutex>(lock_); }
+
+  /// The row, null when missing. One thread, or under the lock.
   Row* findRow(R row) {
     const R key = pageOf(row);
     if (last_page_ == nullptr || key != last_key_) {
@@ -78,10 +85,10 @@ struct COOMatrixT<T, R, C>::COOMatrixImpl {
     getPlace(row) = &entries;
     ++row_count_;
   }
-  void shareArenas(const std::vector<std::shared_ptr<RowArena>>& arenas) {
-    arenas_.insert(arenas_.end(), arenas.begin(), arenas.end());
+  void shareArenas(const Arenas& arenas) {
+    arenas_->insert(arenas_->end(), arenas.begin(), arenas.end());
   }
-  const std::vector<std::shared_ptr<RowArena>>& getArenas() const { return arenas_; }
+  const std::shared_ptr<Arenas>& getArenas() const { return arenas_; }
 
   /// Exchanges all rows, not the shape.
   void swapRows(COOMatrixImpl& other) {
@@ -154,7 +161,8 @@ struct COOMatrixT<T, R, C>::COOMatrixImpl {
   Page* last_page_ = nullptr;
   std::size_t row_count_ = 0;
   std::shared_ptr<RowArena> own_arena_ = std::make_shared<RowArena>();
-  std::vector<std::shared_ptr<RowArena>> arenas_{own_arena_};  ///< of all rows, own ones included
+  std::shared_ptr<Arenas> arenas_ =
+      std::make_shared<Arenas>(1, own_arena_);  ///< of all rows, own ones included
 };
 
 }  // namespace mivo

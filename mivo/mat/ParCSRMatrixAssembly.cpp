@@ -20,22 +20,24 @@
 namespace mivo {
 namespace {
 
-/// Rows of an assembly that has reached its owners, which are sorted in place: nobody looks them up
-/// again.
+/// Rows of an assembly that has reached its owners, sorted as they are read.
 template <class T, class G, class L>
 struct AssembledRows {
   using Impl = typename COOMatrixT<T, L, G>::COOMatrixImpl;
   using Row = typename COOMatrixT<T, L, G>::Row;
 
   Impl& impl;
+  std::vector<typename Row::value_type> entries;
+
   std::size_t count(L i) const {
     const Row* row = impl.findRow(i);
     return row == nullptr ? 0 : row->size();
   }
-  const typename Row::value_type* row(L i) const {
-    Row& found = *impl.findRow(i);
-    sortRow(found.begin(), found.size());
-    return found.begin();
+  const typename Row::value_type* row(L i) {
+    const Row& found = *impl.findRow(i);
+    entries.assign(found.begin(), found.end());
+    sortRow(entries.data(), entries.size());
+    return entries.data();
   }
   void restart(bool) {}
 };
@@ -115,7 +117,7 @@ void ParCSRMatrixT<T, G, L>::endAssemble() {
   result.setShape(rows, impl.cols);
   impl.assembly->endAssemble(impl.comm, impl.row_part, result);
   impl.assembly.reset();
-  AssembledRows<T, G, L> source{result.getImpl()};
+  AssembledRows<T, G, L> source{result.getImpl(), {}};
   takeRows(source);
 }
 

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <map>
 #include <mutex>
 #include <random>
+#include <stdexcept>
 #include <thread>
 #include <unordered_map>
 #include <vector>
@@ -37,13 +39,20 @@ void compareWithStandardMap(RowArena* arena, int count) {
   std::mt19937 rng(static_cast<unsigned>(count));
   MapWithLockType<K, V> map(arena);
   std::unordered_map<K, V> expected;
+  std::unordered_map<K, V*> places;
   std::vector<K> order;
+  if (count % 2 == 1) map.reserve(static_cast<std::size_t>(count) / 2);
   for (const K key : someKeys<K>(rng, count)) {
+    ASSERT_EQ(map.count(key), expected.count(key));
+    if (rng() % 4 == 0) {
+      ASSERT_EQ(map.erase(key), expected.erase(key));
+      order.erase(std::remove(order.begin(), order.end(), key), order.end());
+      continue;
+    }
     if (expected.count(key) == 0) order.push_back(key);
     const V value = smallValue<V>(rng);
-    ASSERT_EQ(map.count(key), expected.count(key));
     ASSERT_EQ(map[key], expected[key]) << "a new value is zero";
-    map[key] += value;
+    places[key] = &(map[key] += value);
     expected[key] += value;
   }
   ASSERT_EQ(map.size(), expected.size());
@@ -51,9 +60,25 @@ void compareWithStandardMap(RowArena* arena, int count) {
   for (const auto& entry : map) {
     ASSERT_EQ(entry.first, order[k++]);
     ASSERT_EQ(entry.second, expected[entry.first]);
-    ASSERT_EQ(map.find(entry.first), &entry);
+    ASSERT_EQ(&*map.find(entry.first), &entry);
+    ASSERT_EQ(&map.at(entry.first), places[entry.first]) << "entries stay where they are";
   }
-  EXPECT_EQ(map.find(static_cast<K>(77777)), map.end());
+  ASSERT_EQ(k, order.size());
+  EXPECT_TRUE(map.find(static_cast<K>(77777)) == map.end());
+  EXPECT_THROW(map.at(static_cast<K>(77777)), std::out_of_range);
+
+  comu::Stream stream;
+  stream.setCapacity(2 * static_cast<int>(comu::getStreamSize(map)));
+  comu::packStream(stream, map);
+  comu::packStream(stream, map);
+  std::unordered_map<K, V> standard;
+  comu::unpackStream(stream, standard);
+  EXPECT_EQ(standard, expected);
+  map.clear();
+  EXPECT_TRUE(map.begin() == map.end());
+  comu::unpackStream(stream, map);
+  EXPECT_EQ(map.size(), order.size());
+  for (const K key : order) ASSERT_EQ(map.at(key), expected[key]);
 }
 
 TEST(MapWithLock, BehavesAsAStandardMapInOrderOfFirstUse) {
@@ -64,6 +89,23 @@ TEST(MapWithLock, BehavesAsAStandardMapInOrderOfFirstUse) {
     compareWithStandardMap<long, double>(&arena, count);
     compareWithStandardMap<int, Complex<double>>(&arena, count);
   }
+}
+
+TEST(MapWithLock, InsertsAndErasesLikeAStandardMap) {
+  MapWithLockType<int, double> map;
+  const std::map<int, double> more = {{5, 0.5}, {1, 9.0}};
+  EXPECT_TRUE(map.emplace(1, 2.0).second);
+  EXPECT_FALSE(map.insert({1, 3.0}).second);
+  EXPECT_FALSE(map.insert_or_assign(1, 4.0).second);
+  EXPECT_TRUE(map.insert(std::make_pair(3, 1.0)).second);
+  EXPECT_EQ(map.try_emplace(4).first->second, 0.0);
+  map.insert(more.begin(), more.end());
+  auto next = map.erase(map.find(3));
+  EXPECT_EQ(next->first, 4);
+  next = map.erase(map.erase(next));
+  EXPECT_TRUE(next == map.end());
+  EXPECT_EQ(map.size(), 1u);
+  EXPECT_EQ(map.begin()->second, 4.0);
 }
 
 TEST(MapWithLock, LockKeepsWritersApart) {
@@ -200,8 +242,10 @@ TYPED_TEST(COOMatrixTest, AssemblyOnOneRankSharesTheRows) {
   part.create(300, 1);
   COOMatrixT<T, int, long> out;
   out.setShape(300, 50);
-  out.getRowEx(299);  // what was there before goes
+  const auto before = out.getRowEx(299);
+  (*before)[7] = T(1);
   m.endAssemble(kCommSelf, part, out);
+  EXPECT_EQ((*before)[7], T(1)) << "what was there goes from the matrix, not from who holds it";
   EXPECT_EQ(out.getRows(), 300);
   std::map<int, std::map<long, T>> local;
   for (const auto& row : sums) local[static_cast<int>(row.first)] = row.second;
@@ -255,6 +299,11 @@ TEST(COOMatrix, ThreadsAddToSharedRowsAtOnce) {
     });
   }
   for (std::thread& thread : threads) thread.join();
+  CSRMatrixT<double, int> compressed[2];
+  threads.clear();
+  for (auto& out : compressed) threads.emplace_back([&m, &out] { m.toCSR(out); });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_TRUE(compressed[0] == compressed[1]);
   EXPECT_EQ(m.getImpl().getRowCount(), static_cast<std::size_t>(kRows));
   for (long row = 0; row < kRows; ++row) {
     auto& entries = *m.getRowEx(row);
