@@ -15,11 +15,45 @@
 
 // How a value becomes bytes of a message: `getStreamSize(e)` gives the exact length,
 // `packStream(stream, e)` writes just that many bytes, `unpackStream(stream, e)` reads them. A
-// class takes part through members of these names without the value argument. Numbers are sent as
-// their bytes; std::vector, std::map with int keys and std::unordered_map send a 32-bit count and
-// then their elements in order (each after its key). Values lie in host memory.
+// class takes part through members of these names without the value argument, or through free
+// functions of these names in its own namespace. Numbers are sent as their bytes; std::vector,
+// std::map with int keys and std::unordered_map send a 32-bit count and then their elements in
+// order (each after its key). Values lie in host memory.
 
-namespace mivo::comu {
+namespace mivo {
+namespace free_protocol {
+
+/// Converts to the stream that it stands for. Calls with it reach the free functions of a user's
+/// namespace and not those of `comu`, which take streams alone and would call themselves.
+struct StreamArgument {
+  comu::Stream& stream;
+  operator comu::Stream&() const { return stream; }
+};
+
+template <class E, class = void>
+struct Exists : std::false_type {};
+template <class E>
+struct Exists<
+    E, std::void_t<decltype(packStream(std::declval<StreamArgument>(), std::declval<const E&>()))>>
+    : std::true_type {};
+
+template <class E>
+std::size_t size(const E& e) {
+  static_assert(Exists<E>::value, "the type has no serialisation");
+  return static_cast<std::size_t>(getStreamSize(e));
+}
+template <class E>
+void pack(comu::Stream& stream, const E& e) {
+  packStream(StreamArgument{stream}, e);
+}
+template <class E>
+void unpack(comu::Stream& stream, E& e) {
+  unpackStream(StreamArgument{stream}, e);
+}
+
+}  // namespace free_protocol
+
+namespace comu {
 
 /// A count or a byte length as the 32-bit number that messages carry; ends the program when it does
 /// not fit.
@@ -32,10 +66,17 @@ inline int narrowToInt(std::size_t count, const char* what) {
 
 namespace detail {
 
-/// The protocol for one type, by its members. The specialisations below are the types without
-/// members.
+/// The protocol for one type, by free functions of its own namespace. The specialisations below are
+/// the types that need none.
 template <class E, class = void>
 struct Serializer {
+  static std::size_t size(const E& e) { return free_protocol::size(e); }
+  static void pack(Stream& stream, const E& e) { free_protocol::pack(stream, e); }
+  static void unpack(Stream& stream, E& e) { free_protocol::unpack(stream, e); }
+};
+
+template <class E>
+struct Serializer<E, std::void_t<decltype(std::declval<const E&>().getStreamSize())>> {
   static std::size_t size(const E& e) { return static_cast<std::size_t>(e.getStreamSize()); }
   static void pack(Stream& stream, const E& e) { e.packStream(stream); }
   static void unpack(Stream& stream, E& e) { e.unpackStream(stream); }
@@ -126,15 +167,16 @@ std::size_t getStreamSize(const E& e) {
   return detail::Serializer<E>::size(e);
 }
 
-template <class E>
-void packStream(Stream& stream, const E& e) {
+template <class S, class E, class = std::enable_if_t<std::is_same_v<S, Stream>>>
+void packStream(S& stream, const E& e) {
   detail::Serializer<E>::pack(stream, e);
 }
 
 /// Replaces the value of `e`; a container on a device keeps its device.
-template <class E>
-void unpackStream(Stream& stream, E& e) {
+template <class S, class E, class = std::enable_if_t<std::is_same_v<S, Stream>>>
+void unpackStream(S& stream, E& e) {
   detail::Serializer<E>::unpack(stream, e);
 }
 
-}  // namespace mivo::comu
+}  // namespace comu
+}  // namespace mivo
