@@ -84,8 +84,9 @@ class MIVO_API CSRMatrixT {
   /// C = A B, columns in order of first appearance. An empty factor gives the empty matrix
   /// unchecked.
   void multiply(const CSRMatrixT& B, CSRMatrixT& C) const;
-  /// C = A_0 B_0 + A_1 B_1 + ..., to the bit what `multiply` and `matadd` in this order give,
-  /// without their intermediate matrices. Terms with an empty factor are left out.
+  /// C = A_0 B_0 + A_1 B_1 + ..., with the order and rounding of `multiply` and `matadd` one after
+  /// the other, without their intermediate matrices. It has no factors of 1 as `matadd` has, which
+  /// turn complex infinities into NaN. Terms with an empty factor are left out.
   static void multiplySum(const std::vector<std::pair<CSRMatrixT, CSRMatrixT>>& terms,
                           CSRMatrixT& C);
   /// C = a A + b B; sorts the rows of A and B. An empty operand is left out before any check.

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -50,7 +49,6 @@ struct ParCSRMatrixT<T, G, L>::ParCSRMatrixImpl {
   Partitioner row_part;
   Partitioner col_part;
   std::shared_ptr<COOMatrixT<T, G, G>> assembly;  ///< between beginAssemble and endAssemble
-  std::uint64_t assembly_id = 0;                  ///< different for every assembly of the process
   std::map<int, LocalBlockT<T, G, L>> local_blocks;  ///< by column block; those with entries
   bool prepared = false;                             ///< plan and block links are valid
   std::mutex product_lock;                           ///< serialises additions into the result

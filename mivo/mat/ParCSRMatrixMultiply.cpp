@@ -146,7 +146,7 @@ void ParCSRMatrixT<T, G, L>::multiply(const ParCSRMatrixT& B, ParCSRMatrixT& C) 
   }
   std::vector<RowParts<T, L>> received = fetchRows(a->plan, a->comm, rank, ownRows);
 
-  // C_c = sum over p of A_p B_pc. `multiplySum` gives what a product and a sum for each p would.
+  // C_c = sum over p of A_p B_pc. `multiplySum` adds in the order of p, each product as a whole.
   std::vector<std::vector<std::pair<Local, Local>>> terms(
       static_cast<std::size_t>(b->col_part.getNumParts()));
   for (const auto& entry : a->local_blocks) {
