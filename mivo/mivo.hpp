@@ -86,6 +86,7 @@
 #include "mivo/utils/EnvVar.hpp"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/ScalarTraits.hpp"
+#include "mivo/utils/TestCase.hpp"
 #include "mivo/utils/TickMeter.hpp"
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/communicator.hpp"

@@ -26,9 +26,9 @@ namespace mivo {
 /// the host: look at the number of entries before trusting the shape.
 ///
 /// T is one of the six value types with I = int; I = long carries global columns during assembly
-/// and has the storage members and `packStream` alone. Nothing is collective. Failed checks end the
-/// process.
-template <class T, class I>
+/// and has the storage members, those of single elements and `packStream` alone. Nothing is
+/// collective. Failed checks end the process.
+template <class T, class I = int>
 class MIVO_API CSRMatrixT {
  public:
   using Vector = MatrixT<T, I, MatrixLayoutRowMajor>;
@@ -130,6 +130,7 @@ class MIVO_API CSRMatrixT {
   bool setElementValue(I row, I col, const T& value);
   /// Equal values, whatever the order of entries and stored zeros; NaN is unequal to itself.
   bool operator==(const CSRMatrixT& other) const;
+  bool operator!=(const CSRMatrixT& other) const { return !(*this == other); }
   /// Ends the process unless the structure is sound; `sorted` asks for strictly ascending columns.
   /// Host memory only.
   void check(bool sorted) const;

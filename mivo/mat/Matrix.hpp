@@ -28,7 +28,7 @@ class PartitionerT;
 /// Element (i, j) lies at data[i * cols + j]; the storage frees itself with the last handle. The
 /// members of "Storage" and "Exchange" work for any plain data type T; the others exist for the six
 /// value types with I int and long. Checks end the process; "same device" compares kinds.
-template <class T, class I, class Layout = MatrixLayoutRowMajor>
+template <class T, class I = int, class Layout = MatrixLayoutRowMajor>
 class MIVO_API MatrixT {
  public:
   using R = RealType<T>;

@@ -25,6 +25,25 @@ namespace mivo {
 template <class T, class G, class L>
 class RowAssembly;
 
+/// One column block of a distributed matrix with its product buffer. The plan's block, which feeds
+/// it, is linked both ways from the first product on.
+template <class T, class G, class L>
+struct MIVO_API LocalBlockT {
+  CSRMatrixT<T, L> matrix;  ///< the rank's rows by the block's columns, numbered from 0
+  MatrixT<T, L, MatrixLayoutRowMajor> product_buffer;  ///< partial product, one element per row
+  typename SpMVCommPatternT<T, G, L>::SpmvColBlock* plan_block = nullptr;
+
+  // Rows that have entries, where they are few, and the row pointers from which they were read.
+  MatrixT<L, L, MatrixLayoutRowMajor> filled_rows;
+  const L* filled_rows_of = nullptr;
+  L filled_rows_nnz = 0;
+
+  bool hasFilledRows() const {
+    return filled_rows_of != nullptr && filled_rows_of == matrix.getRowPtr() &&
+           filled_rows_nnz == matrix.getNnz();
+  }
+};
+
 /// Distributed sparse matrix. Rows are cut over the ranks by the row partitioner; a rank's rows are
 /// cut by the column partitioner into column blocks with columns numbered from 0, so that a product
 /// needs no index translation: block p meets the vector entries of rank p.
@@ -40,6 +59,7 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
   using Partitioner = PartitionerT<G, L>;
   using Meta = MatrixMetaT<G>;
   using Plan = SpMVCommPatternT<T, G, L>;
+  using LocalBlock = LocalBlockT<T, G, L>;
   using typename ParMatrixFreeT<T, G, L>::AsyncMatVecObject;
   using ParMatrixFreeT<T, G, L>::matVec;
   using BlockTable = MatrixT<COT_SpMVCSRRawMat<T, L>, L, MatrixLayoutRowMajor>;
@@ -54,7 +74,7 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
   void create(const Partitioner& rowPart, const Partitioner& colPart,
               const std::vector<Local>& blocks, const Device& device, int comm = kCommWorld);
   /// Wraps a local matrix on a communicator of one rank.
-  void createSeq(const Local& m, int comm);
+  void createSeq(const Local& m, int comm = kCommWorld);
   /// Stores the blocks that have entries. Follow with `prepareMatVec(true)` on a matrix in use.
   void setLocalMatrix(const std::vector<Local>& blocks);
   void getLocalMatrix(std::vector<Local>& out) const;
@@ -119,7 +139,7 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
 
   /// Diagonal as a vector in the row partition, 0 where there is none; `rowOrCol` must be 0.
   void getDiag(Vector& d, int rowOrCol = 0) const;
-  Vector getDiag() const;
+  Vector getDiag(int rowOrCol = 0) const;
   /// Per row (sum |a|^p)^(1/p), the largest |a| for p not above 0.
   void rowNorm(ParMatrixT<RealType<T>, G, L>& n, double p) const;
   ParMatrixT<RealType<T>, G, L> rowNorm(double p) const;
@@ -138,6 +158,8 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
   ParCSRMatrixT deepCopy() const;
   /// Equal values. Collective; meaningful on rank 0, true elsewhere.
   bool operator==(const ParCSRMatrixT& other) const;
+  /// The negation: false on ranks above 0.
+  bool operator!=(const ParCSRMatrixT& other) const { return !(*this == other); }
 
   // Algebra of whole matrices (`ParCSRMatrixAlgebra.cpp`). Collective, apart from `matmul_aDA` and
   // `copyStructure`. Works block by block and keeps the blocks; a result may be an operand.

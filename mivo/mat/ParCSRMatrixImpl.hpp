@@ -24,23 +24,6 @@ CSRMatrixT<T, I> onHost(const CSRMatrixT<T, I>& m) {
 }
 
 template <class T, class G, class L>
-struct LocalBlockT {
-  CSRMatrixT<T, L> matrix;  ///< the rank's rows by the block's columns, numbered from 0
-  MatrixT<T, L, MatrixLayoutRowMajor> product_buffer;  ///< partial product, one element per row
-  typename SpMVCommPatternT<T, G, L>::SpmvColBlock* plan_block = nullptr;
-
-  // Rows that have entries, where they are few, and the row pointers from which they were read.
-  MatrixT<L, L, MatrixLayoutRowMajor> filled_rows;
-  const L* filled_rows_of = nullptr;
-  L filled_rows_nnz = 0;
-
-  bool hasFilledRows() const {
-    return filled_rows_of != nullptr && filled_rows_of == matrix.getRowPtr() &&
-           filled_rows_nnz == matrix.getNnz();
-  }
-};
-
-template <class T, class G, class L>
 struct ParCSRMatrixT<T, G, L>::ParCSRMatrixImpl {
   int comm = kCommWorld;
   G rows = 0;
@@ -49,9 +32,9 @@ struct ParCSRMatrixT<T, G, L>::ParCSRMatrixImpl {
   Partitioner row_part;
   Partitioner col_part;
   std::shared_ptr<COOMatrixT<T, G, G>> assembly;  ///< between beginAssemble and endAssemble
-  std::map<int, LocalBlockT<T, G, L>> local_blocks;  ///< by column block; those with entries
-  bool prepared = false;                             ///< plan and block links are valid
-  std::mutex product_lock;                           ///< serialises additions into the result
+  std::map<int, LocalBlock> local_blocks;         ///< by column block; those with entries
+  bool prepared = false;                          ///< plan and block links are valid
+  std::mutex product_lock;                        ///< serialises additions into the result
   Plan plan;
 
   int rank() const {

@@ -58,9 +58,9 @@ void ParCSRMatrixT<T, G, L>::getDiag(Vector& d, int rowOrCol) const {
 }
 
 template <class T, class G, class L>
-typename ParCSRMatrixT<T, G, L>::Vector ParCSRMatrixT<T, G, L>::getDiag() const {
+typename ParCSRMatrixT<T, G, L>::Vector ParCSRMatrixT<T, G, L>::getDiag(int rowOrCol) const {
   Vector d;
-  getDiag(d, 0);
+  getDiag(d, rowOrCol);
   return d;
 }
 

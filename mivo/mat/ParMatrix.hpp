@@ -51,7 +51,7 @@ class MIVO_API ParMatrixT {
   void create(const Partitioner& rowPart, const Partitioner& colPart, const Device& device,
               int comm = kCommWorld);
   /// Wraps a local matrix; `comm` must have one rank.
-  void createSeq(const Local& m, int comm);
+  void createSeq(const Local& m, int comm = kCommWorld);
   /// Nothing when rows, cols, comm and device kind agree; else `create`.
   void resize(G rows, G cols, const Device& device, int comm = kCommWorld);
 

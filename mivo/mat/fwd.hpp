@@ -8,9 +8,9 @@
 /// a plain declaration, all that has it as an argument would stay private to the library.
 namespace mivo {
 
-template <class T, class G, class L>
+template <class T, class G = long, class L = int>
 class MIVO_API ParMatrixT;
-template <class T, class G, class L>
+template <class T, class G = long, class L = int>
 class MIVO_API ParCSRMatrixT;
 
 }  // namespace mivo

@@ -22,6 +22,7 @@ enum class CallBackPlace : int { Before = 0, After = 1 };
 /// holds the root can print it and search it by tag. Copies share the children.
 class MIVO_API ParOperator {
  public:
+  using CallBackPlace = mivo::CallBackPlace;
   using CallBack = std::function<void(std::shared_ptr<ParOperator>)>;
 
   std::string registered_name;  ///< name under which the factory made it, such as "SolverPCG"
@@ -44,6 +45,10 @@ class MIVO_API ParOperator {
   void registerCallBack(const std::string& tag, CallBackPlace place, CallBack fn);
   /// An empty function when there is none.
   CallBack getCallBack(const std::string& tag, CallBackPlace place) const;
+  /// The same with the place as a number, 0 or 1.
+  CallBack getCallBack(const std::string& tag, int place) const {
+    return getCallBack(tag, static_cast<CallBackPlace>(place));
+  }
   /// One line per object: indent, role and tag, family, registered name.
   void describe(std::ostringstream& out, int level) const;
   /// First object with that tag, depth first from `root`, which must not be null; null without a

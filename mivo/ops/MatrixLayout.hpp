@@ -10,4 +10,6 @@ struct MIVO_API MatrixLayoutRowMajor {};
 /// Element (i, j) stands at j * ld + i.
 struct MIVO_API MatrixLayoutColMajor {};
 
+using RowMajor = MatrixLayoutRowMajor;
+
 }  // namespace mivo

@@ -17,7 +17,7 @@
 
 namespace mivo {
 
-const std::map<std::string, int> Device::type_map = {
+const Device::KindMap Device::type_map = {
     {"cpu", Device::kHost}, {"cuda", Device::kCuda}, {"hip", Device::kHip}};
 
 namespace {

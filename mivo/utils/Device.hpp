@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "mivo/utils/export.hpp"
@@ -33,15 +34,30 @@ class MIVO_API Device {
   int id = 0;                ///< ordinal within the kind, 0 for the host
   std::string name = "cpu";  ///< text of the kind in `type_map`
 
-  /// Text of each kind: "cpu" 0, "cuda" 1, "hip" 2.
-  static const std::map<std::string, int> type_map;
+  /// Kinds by text. A lookup never adds one: it gives 0 for a text that is no kind.
+  struct MIVO_API KindMap : std::map<std::string, int> {
+    using std::map<std::string, int>::map;
+    int operator[](const std::string& text) const {
+      const auto entry = find(text);
+      return entry == end() ? kHost : entry->second;
+    }
+  };
 
+  /// Text of each kind: "cpu" 0, "cuda" 1, "hip" 2.
+  static const KindMap type_map;
+
+  // A number alone does not convert: it would pass for a count or an index.
+  Device() = default;
+  explicit Device(int kind) : Device(kind, 0) {}
   /// An unknown kind keeps its number and the name "cpu".
-  explicit Device(int type = kHost, int id = 0);
+  Device(int type, int id);
 
   /// Parses "cuda:1" or "cpu". An unknown kind prints a line and gives `cpu:0`. A text behind the
   /// colon that is no number, or too large, raises the exception of `std::stoi`.
-  explicit Device(const std::string& text);
+  Device(const std::string& text);
+  /// The same for a literal; a template, since the number 0 would pass for a null pointer.
+  template <class Char, std::enable_if_t<std::is_same_v<Char, char>, int> = 0>
+  Device(const Char* text) : Device(std::string(text)) {}
 
   /// "cpu:0", "cuda:1".
   std::string getString() const;

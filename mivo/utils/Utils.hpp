@@ -3,7 +3,9 @@
 
 #include <string>
 
+#include "mivo/utils/TickMeter.hpp"
 #include "mivo/utils/export.hpp"
+#include "mivo/utils/strings.hpp"
 
 namespace mivo {
 

@@ -64,12 +64,12 @@ void SeqLevelTransferSmoothAggregation_T<T, G, L>::transfer_operators(const Matr
       << "finish strength: " << a.getRows() << " " << a.getCols() << " " << a.getNnz() << std::endl;
   Ops::seq_aggregate(work.S, -1, work.aggregates, work.naggr);
   MIVO_LOG(3, Utils::getVerboseLevel() >= 3) << "finish aggregate: " << work.naggr;
-  Ops::seq_tentative_prolongation(a.getRows(), work.naggr, work.aggregates, work.T_);
-  Ops::seq_tentative_smooth(a, work.naggr, work.T_, work.S, work.P, damping());
+  Ops::seq_tentative_prolongation(a.getRows(), work.naggr, work.aggregates, work.T);
+  Ops::seq_tentative_smooth(a, work.naggr, work.T, work.S, work.P, damping());
   work.P.sortRows();
   if (a.getDevice().type == Device::kHost) {
     a.check(true);
-    work.T_.check(true);
+    work.T.check(true);
     work.P.check(true);
   }
   P.createSeq(work.P, A.getComm());

@@ -26,21 +26,21 @@ namespace mivo {
 ///
 /// Sorts the rows of A. Prints its parameters and the sizes of what it makes. Takes one pass over
 /// A each for strength, aggregates and P, and two for the pattern of P.
-template <class T, class G, class L>
-class MIVO_API SeqLevelTransferSmoothAggregation_T : public ParLevelTransferT<T, G, L> {
+template <class ValueT, class G, class L>
+class MIVO_API SeqLevelTransferSmoothAggregation_T : public ParLevelTransferT<ValueT, G, L> {
  public:
-  using Ops = LevelTransferOps_SA<T, G, L>;
-  using Matrix = ParCSRMatrixT<T, G, L>;
-  using Aggregator = ParAggregatorT<T, G, L>;
+  using Ops = LevelTransferOps_SA<ValueT, G, L>;
+  using Matrix = ParCSRMatrixT<ValueT, G, L>;
+  using Aggregator = ParAggregatorT<ValueT, G, L>;
 
-  /// What a transfer is made of.
+  /// What a transfer is made of. Its T is why the value type has a longer name here.
   struct MIVO_API Impl {
     typename Ops::Local A;
     typename Ops::LocalVector D;    ///< diagonal of A
     typename Ops::LocalStrength S;  ///< strength of connection
     typename Ops::LocalAggregates aggregates;
     G naggr = 0;
-    typename Ops::Local T_;  ///< piecewise constant prolongation
+    typename Ops::Local T;  ///< piecewise constant prolongation
     typename Ops::Local P;
     typename Ops::Local Ac;  ///< P^T A P, when it is kept
   };
