@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cmath>
 #include <ostream>
 
 #include "mivo/spm/function.hpp"
@@ -39,9 +40,17 @@ struct MIVO_API Complex {
   friend MIVO_FUNCTION Complex operator*(const Complex& a, const Complex& b) {
     return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re};
   }
+  /// Scaled by the larger part of b (Smith 1962), whose square may not fit the type. A quotient of
+  /// real numbers is that of T to the bit.
   friend MIVO_FUNCTION Complex operator/(const Complex& a, const Complex& b) {
-    const T den = b.re * b.re + b.im * b.im;
-    return {(a.re * b.re + a.im * b.im) / den, (a.im * b.re - a.re * b.im) / den};
+    if (std::fabs(b.re) >= std::fabs(b.im)) {
+      const T ratio = b.im / b.re;
+      const T den = b.re + b.im * ratio;
+      return {(a.re + a.im * ratio) / den, (a.im - a.re * ratio) / den};
+    }
+    const T ratio = b.re / b.im;
+    const T den = b.re * ratio + b.im;
+    return {(a.re * ratio + a.im) / den, (a.im * ratio - a.re) / den};
   }
   friend MIVO_FUNCTION bool operator==(const Complex& a, const Complex& b) {
     return a.re == b.re && a.im == b.im;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "mivo/solver/ParSolver.hpp"
+#include "tests/support/amg.hpp"
 #include "tests/support/krylov.hpp"
 
 namespace mivo::test {
@@ -91,6 +92,48 @@ TEST_P(KrylovSolvers, SolveASecondTimeAsTheFirst) {
   EXPECT_EQ(second.history, first.history);
   EXPECT_EQ(second.x, first.x);
   EXPECT_EQ(solver->solveTime.getCount(), 2u);
+}
+
+/// Iterations and relative residual of a small system, real and positive definite, for |b| about
+/// `size`.
+template <class T>
+std::pair<int, RealType<T>> solveOfSize(const json& config, RealType<T> size) {
+  auto A = parSparseOf(Device(), laplacian<T>(6, 5));
+  ParMatrixT<T, long, int> x(A.getRows(), Device()), b(A.getRows(), Device());
+  for (int i = 0; i < 30; ++i) b.getLocalMatrix(-1).getData()[i] = T(size * (1 + i % 4));
+  x.fill(T(0));
+  const auto solver = ParSolverT<T, long, int>::getFactory().createInstance(config);
+  solver->preconditioner->setup(A);
+  std::pair<int, RealType<T>> out;
+  solver->solve(A, b, x, out.first, out.second);
+  return out;
+}
+
+// Scalars of these sizes have squares that a float cannot hold.
+TEST(ComplexKrylovSolvers, TakeTheSameStepsInRealAndComplexWhateverTheSizeOfB) {
+  const json jacobi = {{"preconditioner_type", "PrecondJacobi"}};
+  const json transfer = {{"level_transfer_type", "LevelTransferRugeStuben"}};
+  const json multigrid = {{"preconditioner_type", "PrecondAMG"},
+                          {"PrecondAMG_params",
+                           {{"level_transfer", transfer},
+                            {"min_coarse_size", 8},
+                            {"pre_smoother", smootherOf("SmootherSOR")},
+                            {"post_smoother", smootherOf("SmootherSOR")},
+                            {"coarse_solver", {{"solver_type", "SolverGaussElim"}}}}}};
+  for (const std::string name : {"SolverPCG", "SolverBiCGSTAB"}) {
+    for (const json& preconditioner : {jacobi, multigrid}) {
+      const json params = {{"rtol", 1e-5}, {"max_its", 60}, {"preconditioner", preconditioner}};
+      const json config = {{"solver_type", name}, {name + "_params", params}};
+      const int steps = solveOfSize<float>(config, 1).first;
+      for (const float size : {1e-12f, 1e-8f, 1e-6f, 1.0f, 1e6f, 1e9f, 1e12f}) {
+        const auto real = solveOfSize<float>(config, size);
+        const auto complex = solveOfSize<Complex<float>>(config, size);
+        EXPECT_EQ(real.first, steps) << config << size;
+        EXPECT_EQ(complex.first, steps) << config << size;
+        EXPECT_LE(complex.second, 2e-5f) << config << size;
+      }
+    }
+  }
 }
 
 }  // namespace
