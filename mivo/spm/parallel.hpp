@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "mivo/spm/RangePolicy.hpp"
 #include "mivo/spm/function.hpp"
@@ -48,26 +49,63 @@ inline std::pair<std::int64_t, std::int64_t> chunkRange(std::int64_t begin, std:
   return {first, first + q + (k < r ? 1 : 0)};
 }
 
+/// How a body is handed on: plain ones by value, since an object whose address goes round keeps
+/// what it captures out of registers.
+template <class Body>
+using Handed = std::conditional_t<std::is_trivially_copyable_v<Body>, Body, const Body&>;
+
+/// Calls body(i) for n indices from `first` on. The one place that calls it, so that compilers
+/// inline it whatever its size.
+template <class I, class Body>
+void loopThrough(I first, I n, Handed<Body> body) {
+  for (I k = 0; k < n; ++k) body(static_cast<I>(first + k));
+}
+/// The same for body(i, acc); returns the final acc.
+template <class I, class Body, class Value>
+Value loopThrough(I first, I n, Handed<Body> body, Value acc) {
+  for (I k = 0; k < n; ++k) body(static_cast<I>(first + k), acc);
+  return acc;
+}
+
+/// Calls run(first, n) for runs of numbers of type I that make up [begin, end), as a rule a single
+/// one. Indices that I does not hold are converted, as by a loop in 64 bits.
+template <class I, class Run>
+void forEachRun(std::int64_t begin, std::int64_t end, const Run& run) {
+  constexpr std::int64_t kMost = std::numeric_limits<I>::max();
+  while (begin < end) {
+    const I first = static_cast<I>(begin);
+    std::int64_t n = end - begin;
+    if constexpr (sizeof(I) < sizeof(std::int64_t)) {
+      if (n > kMost) n = kMost;
+      if (n - 1 > kMost - first) n = kMost - first + 1;
+    }
+    run(first, static_cast<I>(n));
+    begin += n;
+  }
+}
+
 }  // namespace detail
 
 /// Calls `body(i)` for each index of the range, in rising order, chunk after chunk.
-template <class Body>
-void parallel_for(const RangePolicy<OpenMP>& policy, const Body& body) {
+template <class Space, class Body>
+detail::IfSpace<Space, OpenMP> parallel_for(const RangePolicy<Space>& policy, const Body& body) {
   using I = typename detail::IndexOf<Body>::type;
   const std::int64_t n = policy.end - policy.begin;
   if (n < 1) return;
   const std::int64_t c = n < policy.space.threads ? n : policy.space.threads;
   for (std::int64_t k = 0; k < c; ++k) {
     const auto range = detail::chunkRange(policy.begin, n, c, k);
-    const I end = static_cast<I>(range.second);
-    for (I i = static_cast<I>(range.first); i < end; ++i) body(i);
+    detail::forEachRun<I>(range.first, range.second, [&](I first, I count) {
+      detail::loopThrough<I, Body>(first, count, body);
+    });
   }
 }
 
 /// Calls `body(i, acc)` for each index, with one partial result per chunk, and joins the partial
 /// results in rising order into the reducer's value. An empty range gives the identity.
-template <class Body, class Reducer>
-void parallel_reduce(const RangePolicy<OpenMP>& policy, const Body& body, const Reducer& reducer) {
+template <class Space, class Body, class Reducer>
+detail::IfSpace<Space, OpenMP> parallel_reduce(const RangePolicy<Space>& policy, const Body& body,
+                                               const Reducer& reducer) {
   using I = typename detail::IndexOf<Body>::type;
   using Value = typename Reducer::value_type;
   const std::int64_t n = policy.end - policy.begin;
@@ -80,9 +118,10 @@ void parallel_reduce(const RangePolicy<OpenMP>& policy, const Body& body, const 
   Value result = reducer.identity;
   for (std::int64_t k = 0; k < c; ++k) {
     const auto range = detail::chunkRange(policy.begin, n, c, k);
-    const I end = static_cast<I>(range.second);
     Value acc = reducer.identity;
-    for (I i = static_cast<I>(range.first); i < end; ++i) body(i, acc);
+    detail::forEachRun<I>(range.first, range.second, [&](I first, I count) {
+      acc = detail::loopThrough<I, Body, Value>(first, count, body, acc);
+    });
     if (k == 0) {
       result = acc;
     } else {

@@ -235,9 +235,8 @@ void Device::finalize() {
 }
 
 namespace spm {
-namespace {
+
 bool gs_spm_init = false;
-}
 
 void initialize(int, char**) { gs_spm_init = true; }
 void finalize() { gs_spm_init = false; }

@@ -107,6 +107,7 @@ MIVO_API void buildInfoMap();
 namespace spm {
 
 /// State of the kernel layer; `Device::initialize` and `Device::finalize` drive it.
+extern MIVO_API bool gs_spm_init;
 MIVO_API void initialize(int argc, char** argv);
 MIVO_API void finalize();
 MIVO_API bool is_initialized();

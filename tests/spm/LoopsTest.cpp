@@ -63,12 +63,36 @@ TEST(HostLoops, ForVisitsEachIndexOnceInRisingOrder) {
   }
 }
 
-TEST(HostLoops, IndicesPassTheRangeOfAnInt) {
-  OpenMP space{1};
-  const std::int64_t begin = (std::int64_t(1) << 40) - 1;
-  std::vector<long> seen;
-  parallel_for(Policy(space, begin, begin + 2), [&](long i) { seen.push_back(i); });
-  EXPECT_EQ(seen, (std::vector<long>{begin, begin + 1}));
+template <class I>
+void expectIndicesAs(std::int64_t begin, std::int64_t end) {
+  const OpenMP space(2);
+  std::vector<I> expected, seen, reduced;
+  for (std::int64_t i = begin; i < end; ++i) expected.push_back(static_cast<I>(i));
+  parallel_for<OpenMP>(Policy(space, begin, end), [&](I i) { seen.push_back(i); });
+  EXPECT_EQ(seen, expected) << begin << " " << end;
+  int count = 0;
+  parallel_reduce<OpenMP>(
+      Policy(space, begin, end),
+      [&](I i, int& acc) {
+        reduced.push_back(i);
+        ++acc;
+      },
+      Sum(count, 0));
+  EXPECT_EQ(reduced, expected) << begin << " " << end;
+  EXPECT_EQ(count, end - begin);
+}
+
+TEST(HostLoops, IndicesMayPassTheRangeOfTheBodysType) {
+  const std::int64_t last = std::numeric_limits<int>::max();
+  expectIndicesAs<int>(last - 7, last + 1);
+  expectIndicesAs<int>(last - 2, last + 3);
+  expectIndicesAs<int>(-last - 3, -last + 2);
+  expectIndicesAs<unsigned>(-3, 3);
+  expectIndicesAs<unsigned>(2 * last - 1, 2 * last + 5);
+  expectIndicesAs<unsigned char>(0, 300);
+  expectIndicesAs<signed char>(-300, 300);
+  expectIndicesAs<unsigned long>(-3, 3);
+  expectIndicesAs<long>(last * last, last * last + 2);
 }
 
 template <template <class, class> class Reducer, class T>
@@ -96,6 +120,22 @@ TEST(Reducers, EmptyRangeGivesTheIdentity) {
   expectIdentities<double>(std::numeric_limits<double>::max(), 2.2250738585072014e-308);
   expectIdentities<Complex<float>>(0.0f, 0.0f);
   expectIdentities<Complex<double>>(0.0, 0.0);
+}
+
+TEST(Reducers, StartFromAGivenIdentity) {
+  OpenMP space(2);
+  const auto leastAndMost = [&](std::int64_t n, double least, double most) {
+    const auto square = [](std::int64_t i) { return static_cast<double>(i * i - 4 * i); };
+    parallel_reduce(
+        RangePolicy(space, 0, n, -1),
+        [&](int i, double& acc) { acc = square(i) < acc ? square(i) : acc; }, Min(least, 7.5));
+    parallel_reduce(
+        Policy(space, 0, n), [&](int i, double& acc) { acc = square(i) > acc ? square(i) : acc; },
+        Max<double, OpenMP>(most, -8.5));
+    return std::make_pair(least, most);
+  };
+  EXPECT_EQ(leastAndMost(0, 1, 1), std::make_pair(7.5, -8.5));
+  EXPECT_EQ(leastAndMost(4, 1, 1), std::make_pair(-4.0, 0.0));
 }
 
 TEST(Reducers, JoinChunksWhateverTheirNumber) {

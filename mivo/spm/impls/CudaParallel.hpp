@@ -27,23 +27,24 @@ __global__ void spmKernelFor(std::int64_t nThreads, std::int64_t begin, std::int
   for (std::int64_t i = begin + t; i < end; i += nThreads) body(i);
 }
 
-template <class Body, class Value>
+// Of a reducer, the place of the result is the host's: kernels use its identity and its step alone.
+template <class Body, class Value, class Reducer>
 __global__ void spmKernelReduce(Body body, int nPart, std::int64_t begin, std::int64_t end,
-                                Value* partial, Value identity) {
+                                Value* partial, Reducer reducer) {
   const std::int64_t p = static_cast<std::int64_t>(blockIdx.x) * blockDim.x + threadIdx.x;
   if (p >= nPart) return;
-  Value acc = identity;
+  Value acc = reducer.identity;
   for (std::int64_t i = begin + p; i < end; i += nPart) body(i, acc);
   partial[p] = acc;
 }
 
-template <class Reducer, class Value>
-__global__ void spmKernelReduceSmallArray(int nPart, Value* partial) {
+template <class Value, class Reducer>
+__global__ void spmKernelReduceSmallArray(int nPart, Value* partial, Reducer /*reducer*/) {
   for (int p = 1; p < nPart; ++p) Reducer::join(partial[0], partial[p]);
 }
 
-template <class Body>
-void parallel_for(const RangePolicy<Cuda>& policy, const Body& body) {
+template <class Space, class Body>
+detail::IfSpace<Space, Cuda> parallel_for(const RangePolicy<Space>& policy, const Body& body) {
   const Cuda& space = policy.space;
   if (policy.end - policy.begin < 1) return;
   const std::int64_t nThreads = static_cast<std::int64_t>(space.prop.multiProcessorCount) *
@@ -57,8 +58,9 @@ void parallel_for(const RangePolicy<Cuda>& policy, const Body& body) {
   cudaCheck(cudaStreamSynchronize(space.stream), "cudaStreamSynchronize(stream)", 98);
 }
 
-template <class Body, class Reducer>
-void parallel_reduce(const RangePolicy<Cuda>& policy, const Body& body, const Reducer& reducer) {
+template <class Space, class Body, class Reducer>
+detail::IfSpace<Space, Cuda> parallel_reduce(const RangePolicy<Space>& policy, const Body& body,
+                                             const Reducer& reducer) {
   using ValT = typename Reducer::value_type;
   const Cuda& space = policy.space;
   const std::int64_t n = policy.end - policy.begin;
@@ -78,9 +80,9 @@ void parallel_reduce(const RangePolicy<Cuda>& policy, const Body& body, const Re
   if (block > 0) {
     const int grid = (nPart + block - 1) / block;
     MIVO_LAUNCH(spmKernelReduce, grid, block, space.stream, body, nPart, policy.begin, policy.end,
-                partial, reducer.identity);
+                partial, reducer);
   }
-  MIVO_LAUNCH(spmKernelReduceSmallArray<Reducer>, 1, 1, space.stream, nPart, partial);
+  MIVO_LAUNCH(spmKernelReduceSmallArray, 1, 1, space.stream, nPart, partial, reducer);
   cudaCheck(
       cudaMemcpyAsync(&reducer.value, partial, sizeof(ValT), cudaMemcpyDeviceToHost, space.stream),
       "cudaMemcpyAsync(&op.value, partial_reduce, sizeof(ValT), cudaMemcpyDeviceToHost, stream)",

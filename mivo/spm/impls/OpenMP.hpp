@@ -8,6 +8,9 @@ namespace mivo::spm {
 /// order and results are reproducible to the bit.
 struct OpenMP {
   int threads = 1;
+
+  OpenMP() = default;
+  constexpr explicit OpenMP(int chunks) : threads(chunks) {}
 };
 
 }  // namespace mivo::spm
