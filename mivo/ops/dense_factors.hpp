@@ -80,6 +80,7 @@ MIVO_FUNCTION I luFactor(View<T, I, Layout> a, I m, I n, I* ipiv) {
         }
       }
       ipiv[j] = pivot;
+      if (largest == 0) return j;  // the modulus of a complex element may vanish before its parts
       if (pivot != j) swapRows(a, n, j, pivot);
     }
     if (isZero(a(j, j))) return j;
