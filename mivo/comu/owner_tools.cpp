@@ -108,8 +108,17 @@ void map_reduce(int comm, unsigned long n, const K* keys,
 
   std::vector<std::vector<V>> replies;
   shapeLike(requests, replies);
+  std::vector<std::size_t> expected;
+  for (const auto& list : replies) expected.push_back(list.size());
   reducer(rank, nprocs, requests, replies);
   if (results == nullptr) return;
+  MIVO_CHECK(replies.size() == expected.size())
+      << "map_reduce: replies to " << replies.size() << " of " << expected.size() << " ranks";
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    MIVO_CHECK(replies[i].size() == expected[i])
+        << "map_reduce: " << replies[i].size() << " replies to " << expected[i]
+        << " requests of rank " << i;
+  }
 
   std::vector<std::vector<V>> answers;
   shapeLike(questions, answers);

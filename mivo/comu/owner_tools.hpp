@@ -24,15 +24,15 @@ MIVO_API void get_owner_rank(int comm, int n, const int* ids, int* owners);
 MIVO_API void get_owner_rank(int comm, const std::vector<int>& ids, std::vector<int>& owners);
 
 /// The reduction of `map_reduce`, called once on each rank: requests[i] are the keys that rank i
-/// sent here, replies[i] comes sized like requests[i] and takes the answers, position by position.
-/// It may call collectives of its own.
+/// sent here, which it may use up, replies[i] comes sized like requests[i] and takes the answers,
+/// position by position. It may call collectives of its own.
 template <class K, class V>
-using MapReducer =
-    std::function<void(int rank, int nprocs, const std::vector<std::vector<K>>& requests,
-                       std::vector<std::vector<V>>& replies)>;
+using MapReducer = std::function<void(int rank, int nprocs, std::vector<std::vector<K>>& requests,
+                                      std::vector<std::vector<V>>& replies)>;
 
 /// Sends each of the n keys to the rank `directory(key)`, lets `reducer` answer there, and writes
-/// the answers to results[k] in the order of the keys. `results` may be `keys`.
+/// the answers to results[k] in the order of the keys. `results` may be `keys`. Replies that are
+/// not as many as the requests end the program.
 ///
 /// Null `results` means that no rank wants answers, and has to be so on all ranks; a rank without
 /// keys among others that have some passes any other pointer. Instantiated for int keys and int

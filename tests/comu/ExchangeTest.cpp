@@ -188,7 +188,7 @@ TEST(MapReduce, AnswersEachKeyInItsPlaceAndMayAnswerInPlace) {
   for (int k = 0; k < keyCount(rank); ++k) keys.push_back((5 * k + rank) % 7);
   const auto directory = [size](const int& key) { return key % size; };
   // Counts how often a key is sent in all.
-  const auto count = [&](int reducerRank, int nprocs, const Lists& requests, Lists& replies) {
+  const auto count = [&](int reducerRank, int nprocs, Lists& requests, Lists& replies) {
     EXPECT_EQ(reducerRank, rank);
     EXPECT_EQ(nprocs, size);
     std::map<int, int> seen;
@@ -201,6 +201,7 @@ TEST(MapReduce, AnswersEachKeyInItsPlaceAndMayAnswerInPlace) {
     for (std::size_t i = 0; i < requests.size(); ++i) {
       EXPECT_EQ(replies[i].size(), requests[i].size());
       for (std::size_t k = 0; k < requests[i].size(); ++k) replies[i][k] = seen[requests[i][k]];
+      requests[i].clear();  // they are the reducer's
     }
   };
   std::vector<int> expected;

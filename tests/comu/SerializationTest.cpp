@@ -150,5 +150,18 @@ TEST(Directory, RefusesIdsThatNoRankAnswersFor) {
                          "transpose_matrix: column -3");
 }
 
+TEST(Directory, RefusesRepliesThatAreNotAsManyAsTheRequests) {
+  using Lists = std::vector<std::vector<int>>;
+  const std::vector<int> keys = {0, 0};
+  std::vector<int> answers = keys;
+  const auto directory = [](const int&) { return 0; };
+  for (const std::size_t length : {1u, 3u}) {
+    const auto reduce = [&](int, int, const Lists&, Lists& replies) { replies[0].resize(length); };
+    MIVO_EXPECT_FATAL_TEXT(
+        (map_reduce<int, int>(kCommWorld, 2, keys.data(), directory, reduce, answers.data())),
+        "map_reduce: " + std::to_string(length) + " replies to 2 requests of rank 0");
+  }
+}
+
 }  // namespace
 }  // namespace mivo::comu
