@@ -28,10 +28,10 @@ void SpLevelTransferOps<T, G, L>::csr_strength(const Device& device, View a, con
 }
 
 template <class T, class G, class L>
-void SpLevelTransferOps<T, G, L>::csr_tentative_prolongation(const Device& device, L n,
+void SpLevelTransferOps<T, G, L>::csr_tentative_prolongation(const Device& device, L n, L naggr,
                                                              const int* aggr, L* rowptr, L* col_idx,
                                                              T* values) {
-  MIVO_DISPATCH(csr_tentative_prolongation, n, aggr, rowptr, col_idx, values);
+  MIVO_DISPATCH(csr_tentative_prolongation, n, naggr, aggr, rowptr, col_idx, values);
 }
 
 template <class T, class G, class L>
@@ -151,6 +151,11 @@ void SpLevelTransferOps<T, G, L>::hypre_qsort2_abs(const Device& device, L* col_
   MIVO_DISPATCH(hypre_qsort2_abs, col_idx, values, left, right);
 }
 
+template <class T, class G, class L>
+void SpLevelTransferOps<T, G, L>::hypre_qsort2_abs(L* col_idx, T* values, L left, L right) {
+  hypre_qsort2_abs(Device(), col_idx, values, left, right);
+}
+
 // Ruge-Stueben splitting and direct interpolation. Marks C, F and U are characters.
 
 template <class T, class G, class L>
@@ -167,9 +172,10 @@ void SpLevelTransferOps<T, G, L>::par_rs_connect(const Device& device, L rows, L
 }
 
 template <class T, class G, class L>
-void SpLevelTransferOps<T, G, L>::rs_cfsplit(const Device& device, StrengthView s, StrengthView st,
-                                             int* cf, L* lambda, L* ptr, L* cnt, L* i2n, L* n2i) {
-  MIVO_DISPATCH(rs_cfsplit, s, st, cf, lambda, ptr, cnt, i2n, n2i);
+void SpLevelTransferOps<T, G, L>::rs_cfsplit(const Device& device, View a, StrengthView s, int* cf,
+                                             StrengthView st, L* lambda, L* ptr, L* cnt, L* i2n,
+                                             L* n2i) {
+  MIVO_DISPATCH(rs_cfsplit, a, s, cf, st, lambda, ptr, cnt, i2n, n2i);
 }
 
 template <class T, class G, class L>

@@ -42,8 +42,8 @@ class MIVO_API SpLevelTransferOps {
                            G firstCol, StrengthView s);
   /// Row i of the n by naggr matrix T is 1 in column aggr_i, and empty where that is negative. Two
   /// passes.
-  static void csr_tentative_prolongation(const Device& device, L n, const int* aggr, L* rowptr,
-                                         L* col_idx, T* values);
+  static void csr_tentative_prolongation(const Device& device, L n, L naggr, const int* aggr,
+                                         L* rowptr, L* col_idx, T* values);
   /// Af = A with its weak entries made 0 and their sum taken from the diagonal; all three matrices
   /// in blocks of the same pattern.
   static void csr_tentative_filter(const Device& device, L rows, L nblocks, const Block* a,
@@ -146,6 +146,8 @@ class MIVO_API SpLevelTransferOps {
   /// Sorts the entries [left, right] from the largest modulus down by quicksort with the middle
   /// element as pivot. One task.
   static void hypre_qsort2_abs(const Device& device, L* col_idx, T* values, L left, L right);
+  /// The same on arrays in host memory
+  static void hypre_qsort2_abs(L* col_idx, T* values, L left, L right);
 
   // Ruge-Stueben splitting and direct interpolation. Marks C, F and U are characters.
 
@@ -157,10 +159,11 @@ class MIVO_API SpLevelTransferOps {
   static void par_rs_connect(const Device& device, L rows, L nblocks, const Block* a, R eps_strong,
                              const StrengthBlock* s, int* cf);
 
-  /// First pass of the classical splitting. St is the transpose of the strong part of S; lambda,
-  /// i2n and n2i have one element per row, ptr and cnt twice as many and two more. One task.
-  static void rs_cfsplit(const Device& device, StrengthView s, StrengthView st, int* cf, L* lambda,
-                         L* ptr, L* cnt, L* i2n, L* n2i);
+  /// First pass of the classical splitting. St is the transpose of the strong part of S, whose
+  /// pattern serves for that of A, which is not read; lambda, i2n and n2i have one element per row,
+  /// ptr and cnt twice as many and two more. One task.
+  static void rs_cfsplit(const Device& device, View a, StrengthView s, int* cf, StrengthView st,
+                         L* lambda, L* ptr, L* cnt, L* i2n, L* n2i);
 
   /// The same for the merged matrix of a rank.
   static void par_rs_cfsplit(const Device& device, StrengthView s, StrengthView st, int* cf,
@@ -172,9 +175,9 @@ class MIVO_API SpLevelTransferOps {
                                bool do_trunc, R eps_trunc, int cmark, int* cidx, int* ncoarse,
                                R* bounds, View p);
 
-  /// The same on sorted column blocks, of which S may lack entries; marks and coarse numbers of
-  /// ghosts come through exchange views. `counts` tells the first pass, which does not read coarse
-  /// numbers.
+  /// The same on column blocks in rank order, of which S has the entries in the order of A and may
+  /// lack some; marks and coarse numbers of ghosts come through exchange views. `counts` tells the
+  /// first pass, which does not read coarse numbers.
   static void par_rs_interpolation(const Device& device, bool counts, int rank, L rows, L nblocks,
                                    const Block* a, L nstrong, const StrengthBlock* s, L nviews,
                                    const Ghosts* cf_ghosts, const Ghosts* cidx_ghosts, int* cf,

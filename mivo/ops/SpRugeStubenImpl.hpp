@@ -103,8 +103,8 @@ struct LocalRows {
   }
 };
 
-/// The rows of a distributed matrix. S is sorted by rank and column as A is, and may lack entries
-/// and blocks: an entry is strong where S has a nonzero in its column.
+/// The rows of a distributed matrix. S has blocks and entries in the order of A, and may lack some
+/// of both: an entry is strong where S has a nonzero in its column.
 template <class T, class L>
 struct BlockRows {
   int rank;
@@ -131,8 +131,9 @@ struct BlockRows {
       const L end = found ? strong->row_end[i] : L(0);
       for (L k = block.row_begin[i]; k < block.row_end[i]; ++k) {
         const L j = block.col_idx[k];
-        while (at < end && strong->col_idx[at] < j) ++at;
-        const bool isStrong = at < end && strong->col_idx[at] == j && strong->values[at] != 0;
+        const bool has = at < end && strong->col_idx[at] == j;
+        const bool isStrong = has && strong->values[at] != 0;
+        at += has ? 1 : 0;
         const bool diagonal = onDiagonal(block, i, j);
         bool strongC = false;
         int coarse = -1;
@@ -200,8 +201,8 @@ class SpRugeStubenImpl {
   static void rs_connect(Space& space, View a, R eps_strong, StrengthView s, int* cf);
   static void par_rs_connect(Space& space, L rows, L nblocks, const Block* a, R eps_strong,
                              const StrengthBlock* s, int* cf);
-  static void rs_cfsplit(Space& space, StrengthView s, StrengthView st, int* cf, L* lambda, L* ptr,
-                         L* cnt, L* i2n, L* n2i);
+  static void rs_cfsplit(Space& space, View a, StrengthView s, int* cf, StrengthView st, L* lambda,
+                         L* ptr, L* cnt, L* i2n, L* n2i);
   static void par_rs_cfsplit(Space& space, StrengthView s, StrengthView st, int* cf, L* lambda,
                              L* ptr, L* cnt, L* i2n, L* n2i);
   static void rs_interpolation(Space& space, View a, StrengthView s, const int* cf, bool do_trunc,
@@ -268,8 +269,9 @@ void SpRugeStubenImpl<T, L, Space>::rs_connect(Space& space, View a, R eps_stron
 }
 
 template <class T, class L, class Space>
-void SpRugeStubenImpl<T, L, Space>::rs_cfsplit(Space& space, StrengthView s, StrengthView st,
-                                               int* cf, L* lambda, L* ptr, L* cnt, L* i2n, L* n2i) {
+void SpRugeStubenImpl<T, L, Space>::rs_cfsplit(Space& space, View /*a*/, StrengthView s, int* cf,
+                                               StrengthView st, L* lambda, L* ptr, L* cnt, L* i2n,
+                                               L* n2i) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
     const sparse::WeightBuckets<L> buckets{lambda, ptr, cnt, i2n, n2i};
     const L n = s.rows;
@@ -321,7 +323,7 @@ template <class T, class L, class Space>
 void SpRugeStubenImpl<T, L, Space>::par_rs_cfsplit(Space& space, StrengthView s, StrengthView st,
                                                    int* cf, L* lambda, L* ptr, L* cnt, L* i2n,
                                                    L* n2i) {
-  rs_cfsplit(space, s, st, cf, lambda, ptr, cnt, i2n, n2i);
+  rs_cfsplit(space, View(), s, cf, st, lambda, ptr, cnt, i2n, n2i);
 }
 
 template <class T, class L, class Space>

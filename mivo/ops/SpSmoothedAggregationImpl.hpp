@@ -133,8 +133,8 @@ class SpSmoothedAggregationImpl {
 
   static void csr_strength(Space& space, View a, const T* d, L n, R eps2, G firstRow, G firstCol,
                            StrengthView s);
-  static void csr_tentative_prolongation(Space& space, L n, const int* aggr, L* rowptr, L* col_idx,
-                                         T* values);
+  static void csr_tentative_prolongation(Space& space, L n, L naggr, const int* aggr, L* rowptr,
+                                         L* col_idx, T* values);
   static void csr_tentative_filter(Space& space, L rows, L nblocks, const Block* a,
                                    const StrengthBlock* s, const Block* af);
   static void csr_tentative_smooth(Space& space, View a, StrengthView s, View t, R omega, View p,
@@ -165,10 +165,8 @@ void SpSmoothedAggregationImpl<T, G, L, Space>::csr_strength(Space& space, View 
 }
 
 template <class T, class G, class L, class Space>
-void SpSmoothedAggregationImpl<T, G, L, Space>::csr_tentative_prolongation(Space& space, L n,
-                                                                           const int* aggr,
-                                                                           L* rowptr, L* col_idx,
-                                                                           T* values) {
+void SpSmoothedAggregationImpl<T, G, L, Space>::csr_tentative_prolongation(
+    Space& space, L n, L /*naggr*/, const int* aggr, L* rowptr, L* col_idx, T* values) {
   if (sparse::counting(col_idx, values)) {
     spm::parallel_for(Policy(space, 0, n),
                       [=] MIVO_FUNCTION(L i) { rowptr[i + 1] = aggr[i] >= 0 ? 1 : 0; });

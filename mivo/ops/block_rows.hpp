@@ -59,3 +59,11 @@ MIVO_FUNCTION bool onDiagonal(const Block& block, L i, L col) {
 }
 
 }  // namespace mivo::sparse
+
+namespace mivo {
+
+using sparse::loopLocalCol;
+using sparse::loopRemoteCol;
+using sparse::rsLoopAllCol;
+
+}  // namespace mivo

@@ -40,12 +40,34 @@ void expectRowsOf(const ParSparse<T>& P, const HostCsr<T>& whole, const Part& ro
   }
 }
 
+/// The same matrix with the entries of each row from the last to the first.
+template <class T>
+ParSparse<T> backwards(const ParSparse<T>& A) {
+  std::vector<CSRMatrixT<T, int>> blocks;
+  for (int p = 0; p < A.getColPartitioner().getNumParts(); ++p) {
+    blocks.push_back(A.getLocalMatrix(p));
+    if (blocks.back().getNnz() == 0) continue;
+    const auto block = plainOf(blocks.back());
+    const auto turned = HostCsr<T>::build(block.rows, block.cols, [&](int i, HostCsr<T>& out) {
+      const auto row = block.row(i);
+      for (auto entry = row.rbegin(); entry != row.rend(); ++entry) {
+        out.push(entry->first, entry->second);
+      }
+    });
+    blocks.back() = sparseOf(A.getDevice(), turned);
+  }
+  ParSparse<T> out;
+  out.create(A.getRowPartitioner(), A.getColPartitioner(), blocks, A.getDevice());
+  return out;
+}
+
 template <class T>
 class DirectInterpolationOnRanks : public testing::Test {};
 using DoubleTypes = testing::Types<double, Complex<double>>;
 TYPED_TEST_SUITE(DirectInterpolationOnRanks, DoubleTypes);
 
-// For the same marks, also when the weak entries have left S, and some of its blocks with them.
+// For the same marks, also when the weak entries have left S, and some of its blocks with them, and
+// when rows are in no order.
 TYPED_TEST(DirectInterpolationOnRanks, IsThatOfOneRank) {
   using T = TypeParam;
   using Ops = LevelTransferOps_RS<T, long, int>;
@@ -60,9 +82,13 @@ TYPED_TEST(DirectInterpolationOnRanks, IsThatOfOneRank) {
         Ops::interpolation(sparseOf(Device(), problem.a), sparseOf(Device(), problem.s),
                            matrixOf(Device(), n, 1, problem.cf), do_trunc, 0.4, 1, -1, ncoarse,
                            whole);
-        const auto A = distributed<T, long>(device, part, part, problem.a);
-        const auto S = distributed<int, long>(device, part, part, problem.s);
+        auto A = distributed<T, long>(device, part, part, problem.a);
+        auto S = distributed<int, long>(device, part, part, problem.s);
         const auto cf = ownColumn(device, part, problem.cf);
+        if (rng() % 2 == 0) {
+          A = backwards(A);
+          S = backwards(S);
+        }
         for (const bool sparse : {false, true}) {
           ParSparse<T> P;
           long found = -1;

@@ -72,8 +72,9 @@ void LevelTransferOps_SA<T, G, L>::seq_tentative_prolongation(L rows, G naggr,
                                                               const LocalAggregates& aggr,
                                                               Local& T_) {
   const Device device = aggr.getDevice();
-  buildTwoPass(T_, rows, narrowAggregateCount<L>(naggr), device, [&](auto t) {
-    SpLevelTransferOps<T, G, L>::csr_tentative_prolongation(device, rows, aggr.getData(),
+  const L cols = narrowAggregateCount<L>(naggr);
+  buildTwoPass(T_, rows, cols, device, [&](auto t) {
+    SpLevelTransferOps<T, G, L>::csr_tentative_prolongation(device, rows, cols, aggr.getData(),
                                                             t.row_begin, t.col_idx, t.values);
   });
 }

@@ -74,9 +74,10 @@ void LevelTransferOps_RS<T, G, L>::par_connect(const Matrix& A, double eps_stron
 }
 
 template <class T, class G, class L>
-void LevelTransferOps_RS<T, G, L>::cfsplit(const Local& /*A*/, const LocalStrength& S,
-                                           LocalMarks& cf) {
-  splitLocally(S, cf, [](auto... args) { SpLevelTransferOps<T, G, L>::rs_cfsplit(args...); });
+void LevelTransferOps_RS<T, G, L>::cfsplit(const Local& A, const LocalStrength& S, LocalMarks& cf) {
+  splitLocally(S, cf, [&](const Device& device, auto s, auto st, int* marks, auto... scratch) {
+    SpLevelTransferOps<T, G, L>::rs_cfsplit(device, A.getRawMat(), s, marks, st, scratch...);
+  });
 }
 
 template <class T, class G, class L>

@@ -44,7 +44,7 @@ class MIVO_API LevelTransferOps_RS {
   static void interpolation(const Local& A, const LocalStrength& S, const LocalMarks& cf,
                             bool do_trunc, double eps_trunc, int cmark, int fmark, G& ncoarse,
                             Local& P);
-  /// The same on sorted distributed matrices; S may lack entries of A
+  /// The same on distributed matrices; S has its entries in the order of A and may lack some
   /// (`LevelTransferOps_RS_direct.cpp`).
   static void par_interpolation(const Matrix& A, const Strength& S, const Marks& cf, bool do_trunc,
                                 double eps_trunc, int cmark, int fmark, G& ncoarse, Matrix& P);

@@ -221,6 +221,10 @@ TEST(Truncation, SortsByQuicksortWithTheMiddleAsPivot) {
       SpLevelTransferOps<double, long, int>::hypre_qsort2_abs(device, columns.data(), values.data(),
                                                               0, static_cast<int>(v.size()) - 1);
       const auto out = values.values();
+      const int last = static_cast<int>(v.size()) - 1;
+      SpLevelTransferOps<double, long, int>::hypre_qsort2_abs(c.data(), v.data(), 0, last);
+      EXPECT_EQ(c, columns.values());
+      EXPECT_EQ(v, out);
       for (std::size_t k = 1; k < out.size(); ++k) {
         EXPECT_GE(std::fabs(out[k - 1]), std::fabs(out[k]));
       }
