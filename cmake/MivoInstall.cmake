@@ -7,7 +7,8 @@ include(CMakePackageConfigHelpers)
 install(TARGETS mivo EXPORT mivoTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
 
-# Workers and definitions (*Impl.hpp, *_impl.hpp) and the headers named by mivo_internal_headers() stay out.
+# Definitions (*Impl.hpp, *_impl.hpp) and the headers named by mivo_internal_headers() stay out. The workers of the
+# kernel families, which run on a space that a caller makes, are part of the interface.
 get_property(internal_headers GLOBAL PROPERTY MIVO_INTERNAL_HEADERS)
 set(exclusions "")
 foreach(header IN LISTS internal_headers)
@@ -15,6 +16,8 @@ foreach(header IN LISTS internal_headers)
 endforeach()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/mivo DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
   FILES_MATCHING PATTERN "*.hpp" PATTERN "*Impl.hpp" EXCLUDE PATTERN "*_impl.hpp" EXCLUDE PATTERN "mpi_stub" EXCLUDE ${exclusions})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/mivo/ops DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mivo COMPONENT development
+  FILES_MATCHING PATTERN "*Impl.hpp" ${exclusions})
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/mivo)
 install(EXPORT mivoTargets NAMESPACE mivo:: DESTINATION ${package_dir} COMPONENT development)

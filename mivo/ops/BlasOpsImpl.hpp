@@ -62,7 +62,8 @@ MIVO_FUNCTION RealType<T> scaledSquare(const RealType<T>& c, const T& a) {
   }
 }
 
-/// Bodies of `BlasOps`, written once for all execution spaces.
+/// Bodies of `BlasOps`, written once for all execution spaces: the same members with a space, which
+/// may be the caller's own, in place of the device, whose memory the space has to reach.
 template <class T, class I, class Space>
 class BlasOpsImpl {
  public:

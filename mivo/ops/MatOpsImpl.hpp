@@ -11,7 +11,8 @@
 
 namespace mivo {
 
-/// Bodies of `MatOps`, written once for all execution spaces.
+/// Bodies of `MatOps`, written once for all execution spaces: the same members with a space in
+/// place of the device.
 template <class T, class I, class Layout, class Space>
 class MatOpsImpl {
  public:

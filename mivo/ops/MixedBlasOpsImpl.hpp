@@ -15,7 +15,8 @@ MIVO_FUNCTION To convertValue(const From& a) {
   }
 }
 
-/// Bodies of `MixedBlasOps`, written once for all execution spaces.
+/// Bodies of `MixedBlasOps`, written once for all execution spaces: the same member with a space in
+/// place of the device.
 template <class To, class From, class I, class Space>
 class MixedBlasOpsImpl {
  public:

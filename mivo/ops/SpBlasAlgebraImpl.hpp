@@ -19,6 +19,10 @@ class SpBlasAlgebraImpl {
 
   static void csr2dense(Space& space, I rows, I cols, const I* rowptr, const I* col_idx,
                         const T* values, T* dense);
+  static void csr_matmul(Space& space, I rows_a, I cols_a, I cols_b, const I* a_rowptr,
+                         const I* a_col_idx, const T* a_values, const I* b_rowptr,
+                         const I* b_col_idx, const T* b_values, I* c_rowptr, I* c_col_idx,
+                         T* c_values, I* marker);
   static void csr_matmul_count(Space& space, I rows_a, I cols_b, const I* a_rowptr,
                                const I* a_col_idx, const I* b_rowptr, const I* b_col_idx,
                                I* c_rowptr, I* marker);
@@ -26,6 +30,8 @@ class SpBlasAlgebraImpl {
                               const I* a_col_idx, const T* a_values, const I* b_rowptr,
                               const I* b_col_idx, const T* b_values, const I* c_rowptr,
                               I* c_col_idx, T* c_values, I* marker);
+  static void csr_matmul_vec(Space& space, I rows, I cols, I count, const View* a, const View* b,
+                             View c, I* used, I* marker, View scratch);
   static void csr_matmul_vec_count(Space& space, I rows, I cols, I count, const View* a,
                                    const View* b, I* c_rowptr, I* used, I* marker);
   static void csr_matmul_vec_fill(Space& space, I rows, I cols, I count, const View* a,
@@ -34,7 +40,8 @@ class SpBlasAlgebraImpl {
                                 View ghosts, View p, View c, I c_room, View rest, I rest_room,
                                 I* reached, I* marker_a, I* marker_p, View row_a);
   static void csr_matadd(Space& space, T alpha, View a, T beta, View b, View scratch, View c);
-  static void csr_matadd_hash(Space& space, T alpha, View a, T beta, View b, View c, Slot* slots);
+  static void csr_matadd_hash(Space& space, T alpha, View a, T beta, View b, View scratch, View c,
+                              Slot* slots);
   static void csr_matadd_vec(Space& space, I rows, I cols, I count, const View* matrices, View c,
                              I* marker);
   static void csr_matmul_aDA(Space& space, T alpha, const T* d, MergeView a);
@@ -43,7 +50,7 @@ class SpBlasAlgebraImpl {
                              MergeView source, MergeView result);
   static void csr_transpose(Space& space, I rows, I cols, const I* rowptr, const I* col_idx,
                             const T* values, I* t_rowptr, I* t_col_idx, T* t_values);
-  static void csr_sort_rows(Space& space, I rows, const I* rowptr, I* col_idx, T* values);
+  static void csr_sort_rows(Space& space, I rows, I cols, const I* rowptr, I* col_idx, T* values);
   static void csr_sparsify(Space& space, View a, T threshold, const T* per_row, View out);
 };
 
@@ -54,6 +61,21 @@ void SpBlasAlgebraImpl<T, I, Space>::csr2dense(Space& space, I rows, I cols, con
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(I i) {
     for (I k = rowptr[i]; k < rowptr[i + 1]; ++k) dense[i * width + col_idx[k]] = values[k];
   });
+}
+
+template <class T, class I, class Space>
+void SpBlasAlgebraImpl<T, I, Space>::csr_matmul(Space& space, I rows_a, I /*cols_a*/, I cols_b,
+                                                const I* a_rowptr, const I* a_col_idx,
+                                                const T* a_values, const I* b_rowptr,
+                                                const I* b_col_idx, const T* b_values, I* c_rowptr,
+                                                I* c_col_idx, T* c_values, I* marker) {
+  if (sparse::counting(c_col_idx, c_values)) {
+    csr_matmul_count(space, rows_a, cols_b, a_rowptr, a_col_idx, b_rowptr, b_col_idx, c_rowptr,
+                     marker);
+  } else {
+    csr_matmul_fill(space, rows_a, cols_b, a_rowptr, a_col_idx, a_values, b_rowptr, b_col_idx,
+                    b_values, c_rowptr, c_col_idx, c_values, marker);
+  }
 }
 
 template <class T, class I, class Space>
@@ -88,6 +110,17 @@ void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_fill(Space& space, I rows_a, I c
                             start, c_col_idx, c_values, marker);
     }
   });
+}
+
+template <class T, class I, class Space>
+void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_vec(Space& space, I rows, I cols, I count,
+                                                    const View* a, const View* b, View c, I* used,
+                                                    I* marker, View scratch) {
+  if (sparse::counting(c.col_idx, c.values)) {
+    csr_matmul_vec_count(space, rows, cols, count, a, b, c.row_begin, used, marker);
+  } else {
+    csr_matmul_vec_fill(space, rows, cols, count, a, b, c, used, marker, scratch);
+  }
 }
 
 // One task, as the product of two matrices is.
@@ -171,7 +204,7 @@ void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_triple(Space& space, View r, I o
     const MergeView own = count > 0 ? blocks[0] : MergeView();
     sparse::TermBuffer<T, I> terms;
     I i = *reached;
-    if (i == 0) {
+    if (i == 0 && r.rows > 0) {
       for (I j = 0; j < p.rows; ++j) marker_a[j] = -1;
       for (I j = 0; j < p.cols; ++j) marker_p[j] = -1;
       c.row_begin[0] = 0;
@@ -245,7 +278,7 @@ void SpBlasAlgebraImpl<T, I, Space>::csr_matadd(Space& space, T alpha, View a, T
 
 template <class T, class I, class Space>
 void SpBlasAlgebraImpl<T, I, Space>::csr_matadd_hash(Space& space, T alpha, View a, T beta, View b,
-                                                     View c, Slot* slots) {
+                                                     View /*scratch*/, View c, Slot* slots) {
   if (sparse::counting(c.col_idx, c.values)) {
     spm::parallel_for(Policy(space, 0, a.rows), [=] MIVO_FUNCTION(I i) {
       Slot* table = slots + (a.row_begin[i] + b.row_begin[i]);
@@ -406,8 +439,8 @@ void SpBlasAlgebraImpl<T, I, Space>::csr_transpose(Space& space, I rows, I cols,
 }
 
 template <class T, class I, class Space>
-void SpBlasAlgebraImpl<T, I, Space>::csr_sort_rows(Space& space, I rows, const I* rowptr,
-                                                   I* col_idx, T* values) {
+void SpBlasAlgebraImpl<T, I, Space>::csr_sort_rows(Space& space, I rows, I /*cols*/,
+                                                   const I* rowptr, I* col_idx, T* values) {
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(I i) {
     sparse::sortRow(rowptr[i], rowptr[i + 1], col_idx, values);
   });

@@ -25,53 +25,45 @@ MIVO_INSTANTIATE_VALUES(MIVO_EXTERN)
 // Products with vectors.
 
 template <class T, class I>
-void SpBlasOps<T, I>::aAxpby(const Device& device, T alpha, I rows, I /*cols*/, const I* rowptr,
-                             const I* /*rowend*/, const I* col_idx, const T* values, const T* x,
-                             T beta, T* y) {
-  if (isZero(beta)) {
-    MIVO_DISPATCH(aAx, alpha, rows, rowptr, col_idx, values, x, y);
-  } else {
-    MIVO_DISPATCH(aAxpby, alpha, rows, rowptr, col_idx, values, x, beta, y);
-  }
+void SpBlasOps<T, I>::aAxpby(const Device& device, T alpha, I rows, I cols, const I* rowptr,
+                             const I* rowend, const I* col_idx, const T* values, const T* x, T beta,
+                             T* y) {
+  MIVO_DISPATCH(aAxpby, alpha, rows, cols, rowptr, rowend, col_idx, values, x, beta, y);
 }
 
 template <class T, class I>
 void SpBlasOps<T, I>::aAxpby_multi(const Device& device, T alpha, I rows, I cols, const I* rowptr,
                                    const I* col_idx, const T* values, I nvec, I xstride, const T* x,
                                    T beta, I ystride, T* y) {
-  for (I k = 0; k < nvec; ++k) {
-    aAxpby(device, alpha, rows, cols, rowptr, nullptr, col_idx, values, x, beta, y);
-    x += xstride;
-    y += ystride;
-  }
+  MIVO_DISPATCH(aAxpby_multi, alpha, rows, cols, rowptr, col_idx, values, nvec, xstride, x, beta,
+                ystride, y);
 }
 
 template <class T, class I>
-void SpBlasOps<T, I>::jacobi(const Device& device, I rows, I /*cols*/, const I* rowptr,
+void SpBlasOps<T, I>::jacobi(const Device& device, I rows, I cols, const I* rowptr,
                              const I* col_idx, const T* values, const T* x, const T* b, T* y,
                              T omega) {
-  MIVO_DISPATCH(jacobi, rows, rowptr, col_idx, values, x, b, y, omega);
+  MIVO_DISPATCH(jacobi, rows, cols, rowptr, col_idx, values, x, b, y, omega);
 }
 
 template <class T, class I>
-void SpBlasOps<T, I>::jacobi_diagLp(const Device& device, I rows, I /*cols*/, const I* rowptr,
+void SpBlasOps<T, I>::jacobi_diagLp(const Device& device, I rows, I cols, const I* rowptr,
                                     const I* col_idx, const T* values, const T* x, const T* b, T* y,
                                     T omega, T p, const I* row_map) {
-  MIVO_DISPATCH(jacobi_diagLp, rows, rowptr, col_idx, values, x, b, y, omega, p, row_map);
+  MIVO_DISPATCH(jacobi_diagLp, rows, cols, rowptr, col_idx, values, x, b, y, omega, p, row_map);
 }
 
 template <class T, class I>
-void SpBlasOps<T, I>::richardson(const Device& device, I rows, I /*cols*/, const I* rowptr,
+void SpBlasOps<T, I>::richardson(const Device& device, I rows, I cols, const I* rowptr,
                                  const I* col_idx, const T* values, const T* x, const T* b, T* y,
                                  T omega) {
-  MIVO_DISPATCH(richardson, rows, rowptr, col_idx, values, x, b, y, omega);
+  MIVO_DISPATCH(richardson, rows, cols, rowptr, col_idx, values, x, b, y, omega);
 }
 
 template <class T, class I>
-void SpBlasOps<T, I>::sor(const Device& device, I rows, I /*cols*/, const I* rowptr,
-                          const I* col_idx, const T* values, const T* b, T* x, T omega, int forward,
-                          const I* order) {
-  MIVO_DISPATCH(sor, rows, rowptr, col_idx, values, b, x, omega, forward, order);
+void SpBlasOps<T, I>::sor(const Device& device, I rows, I cols, const I* rowptr, const I* col_idx,
+                          const T* values, const T* b, T* x, T omega, int forward, const I* order) {
+  MIVO_DISPATCH(sor, rows, cols, rowptr, col_idx, values, b, x, omega, forward, order);
 }
 
 template <class T, class I>
@@ -90,27 +82,18 @@ void SpBlasOps<T, I>::csr2dense(const Device& device, I rows, I cols, const I* r
 }
 
 template <class T, class I>
-void SpBlasOps<T, I>::csr_matmul(const Device& device, I rows_a, I /*cols_a*/, I cols_b,
+void SpBlasOps<T, I>::csr_matmul(const Device& device, I rows_a, I cols_a, I cols_b,
                                  const I* a_rowptr, const I* a_col_idx, const T* a_values,
                                  const I* b_rowptr, const I* b_col_idx, const T* b_values,
                                  I* c_rowptr, I* c_col_idx, T* c_values, I* marker) {
-  if (sparse::counting(c_col_idx, c_values)) {
-    MIVO_DISPATCH(csr_matmul_count, rows_a, cols_b, a_rowptr, a_col_idx, b_rowptr, b_col_idx,
-                  c_rowptr, marker);
-  } else {
-    MIVO_DISPATCH(csr_matmul_fill, rows_a, cols_b, a_rowptr, a_col_idx, a_values, b_rowptr,
-                  b_col_idx, b_values, c_rowptr, c_col_idx, c_values, marker);
-  }
+  MIVO_DISPATCH(csr_matmul, rows_a, cols_a, cols_b, a_rowptr, a_col_idx, a_values, b_rowptr,
+                b_col_idx, b_values, c_rowptr, c_col_idx, c_values, marker);
 }
 
 template <class T, class I>
 void SpBlasOps<T, I>::csr_matmul_vec(const Device& device, I rows, I cols, I count, const View* a,
                                      const View* b, View c, I* used, I* marker, View scratch) {
-  if (sparse::counting(c.col_idx, c.values)) {
-    MIVO_DISPATCH(csr_matmul_vec_count, rows, cols, count, a, b, c.row_begin, used, marker);
-  } else {
-    MIVO_DISPATCH(csr_matmul_vec_fill, rows, cols, count, a, b, c, used, marker, scratch);
-  }
+  MIVO_DISPATCH(csr_matmul_vec, rows, cols, count, a, b, c, used, marker, scratch);
 }
 
 template <class T, class I>
@@ -130,8 +113,8 @@ void SpBlasOps<T, I>::csr_matadd(const Device& device, T alpha, View a, T beta, 
 
 template <class T, class I>
 void SpBlasOps<T, I>::csr_matadd_hash(const Device& device, T alpha, View a, T beta, View b,
-                                      View /*scratch*/, View c, HashTableSlot<I, I>* slots) {
-  MIVO_DISPATCH(csr_matadd_hash, alpha, a, beta, b, c, slots);
+                                      View scratch, View c, HashTableSlot<I, I>* slots) {
+  MIVO_DISPATCH(csr_matadd_hash, alpha, a, beta, b, scratch, c, slots);
 }
 
 template <class T, class I>
@@ -164,9 +147,9 @@ void SpBlasOps<T, I>::csr_transpose(const Device& device, I rows, I cols, const 
 }
 
 template <class T, class I>
-void SpBlasOps<T, I>::csr_sort_rows(const Device& device, I rows, I /*cols*/, const I* rowptr,
+void SpBlasOps<T, I>::csr_sort_rows(const Device& device, I rows, I cols, const I* rowptr,
                                     I* col_idx, T* values) {
-  MIVO_DISPATCH(csr_sort_rows, rows, rowptr, col_idx, values);
+  MIVO_DISPATCH(csr_sort_rows, rows, cols, rowptr, col_idx, values);
 }
 
 template <class T, class I>
@@ -178,16 +161,16 @@ void SpBlasOps<T, I>::csr_sparsify(const Device& device, View a, T threshold, co
 // Selection, splitting and joining.
 
 template <class T, class I>
-void SpBlasOps<T, I>::csr_diag(const Device& device, I rows, I /*cols*/, const I* rowptr,
+void SpBlasOps<T, I>::csr_diag(const Device& device, I rows, I cols, const I* rowptr,
                                const I* col_idx, const T* values, T* out, I first_row,
                                I first_col) {
-  MIVO_DISPATCH(csr_diag, rows, rowptr, col_idx, values, out, first_row, first_col);
+  MIVO_DISPATCH(csr_diag, rows, cols, rowptr, col_idx, values, out, first_row, first_col);
 }
 
 template <class T, class I>
 void SpBlasOps<T, I>::get_selected_rows(const Device& device, View a, I n, const I* rows,
-                                        const I* /*row_map*/, View out, int keep) {
-  MIVO_DISPATCH(get_selected_rows, a, n, rows, out, keep);
+                                        const I* row_map, View out, int keep) {
+  MIVO_DISPATCH(get_selected_rows, a, n, rows, row_map, out, keep);
 }
 
 template <class T, class I>
@@ -198,8 +181,8 @@ void SpBlasOps<T, I>::get_selected_cols(const Device& device, View a, I n, const
 
 template <class T, class I>
 void SpBlasOps<T, I>::get_selected_cols_v2(const Device& device, View a, const I* begins,
-                                           const I* ends, View out, int /*flag*/) {
-  MIVO_DISPATCH(get_selected_cols_v2, a, begins, ends, out);
+                                           const I* ends, View out, int flag) {
+  MIVO_DISPATCH(get_selected_cols_v2, a, begins, ends, out, flag);
 }
 
 template <class T, class I>
@@ -211,11 +194,7 @@ void SpBlasOps<T, I>::get_selected_cols_v3(const Device& device, View a, I begin
 template <class T, class I>
 void SpBlasOps<T, I>::csr_split_cols(const Device& device, CSRMatStep step, View a, I nparts,
                                      const I* bounds, View* out, int rebase) {
-  if (step != CSR_MAT_STEP_FILL) {
-    MIVO_DISPATCH(csr_split_cols_count, a, nparts, bounds, out);
-  } else {
-    MIVO_DISPATCH(csr_split_cols_fill, a, nparts, bounds, out, rebase);
-  }
+  MIVO_DISPATCH(csr_split_cols, step, a, nparts, bounds, out, rebase);
 }
 
 template <class T, class I>
@@ -249,17 +228,17 @@ void SpBlasOps<T, I>::get_col_element_count(const Device& device, View a, I n, I
 }
 
 template <class T, class I>
-void SpBlasOps<T, I>::get_element_value(const Device& device, I /*rows*/, I /*cols*/,
-                                        const I* rowptr, const I* col_idx, const T* values, I row,
-                                        I col, T* value, int* found) {
-  MIVO_DISPATCH(get_element_value, rowptr, col_idx, values, row, col, value, found);
+void SpBlasOps<T, I>::get_element_value(const Device& device, I rows, I cols, const I* rowptr,
+                                        const I* col_idx, const T* values, I row, I col, T* value,
+                                        int* found) {
+  MIVO_DISPATCH(get_element_value, rows, cols, rowptr, col_idx, values, row, col, value, found);
 }
 
 template <class T, class I>
-void SpBlasOps<T, I>::set_element_value(const Device& device, I /*rows*/, I /*cols*/,
-                                        const I* rowptr, const I* col_idx, T* values, I row, I col,
-                                        T value, int* found) {
-  MIVO_DISPATCH(set_element_value, rowptr, col_idx, values, row, col, value, found);
+void SpBlasOps<T, I>::set_element_value(const Device& device, I rows, I cols, const I* rowptr,
+                                        const I* col_idx, T* values, I row, I col, T value,
+                                        int* found) {
+  MIVO_DISPATCH(set_element_value, rows, cols, rowptr, col_idx, values, row, col, value, found);
 }
 
 // Rows of a block table.
@@ -273,12 +252,7 @@ void SpBlasOps<T, I>::par_csr_row_meta(const Device& device, I rows, I nblocks,
 template <class T, class I>
 void SpBlasOps<T, I>::par_csr_row_norm_lp(const Device& device, I rows, I nblocks,
                                           const BlockView* blocks, T p, R* norms) {
-  const R order = realPart(p);
-  if (order > R(0)) {
-    MIVO_DISPATCH(par_csr_row_norm_lp, rows, nblocks, blocks, order, norms);
-  } else {
-    MIVO_DISPATCH(par_csr_row_norm_max, rows, nblocks, blocks, norms);
-  }
+  MIVO_DISPATCH(par_csr_row_norm_lp, rows, nblocks, blocks, p, norms);
 }
 
 template <class T, class I>

@@ -8,7 +8,8 @@
 
 namespace mivo {
 
-/// Bodies of `SpBlasOps`, written once for all execution spaces, gathered from one class per theme.
+/// Bodies of `SpBlasOps`, written once for all execution spaces, gathered from one class per theme:
+/// the same members with a space in place of the device, and the passes that they are made of.
 template <class T, class I, class Space>
 class SpBlasOpsImpl : public SpBlasProductsImpl<T, I, Space>,
                       public SpBlasAlgebraImpl<T, I, Space>,

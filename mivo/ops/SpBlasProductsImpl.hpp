@@ -14,18 +14,21 @@ class SpBlasProductsImpl {
   using BlockView = COT_SpMVCSRRawMat<T, I>;
   using Policy = spm::RangePolicy<Space>;
 
+  /// y = alpha A x
   static void aAx(Space& space, T alpha, I rows, const I* rowptr, const I* col_idx, const T* values,
                   const T* x, T* y);
-  static void aAxpby(Space& space, T alpha, I rows, const I* rowptr, const I* col_idx,
-                     const T* values, const T* x, T beta, T* y);
-  static void jacobi(Space& space, I rows, const I* rowptr, const I* col_idx, const T* values,
-                     const T* x, const T* b, T* y, T omega);
-  static void jacobi_diagLp(Space& space, I rows, const I* rowptr, const I* col_idx,
+  static void aAxpby(Space& space, T alpha, I rows, I cols, const I* rowptr, const I* rowend,
+                     const I* col_idx, const T* values, const T* x, T beta, T* y);
+  static void aAxpby_multi(Space& space, T alpha, I rows, I cols, const I* rowptr, const I* col_idx,
+                           const T* values, I nvec, I xstride, const T* x, T beta, I ystride, T* y);
+  static void jacobi(Space& space, I rows, I cols, const I* rowptr, const I* col_idx,
+                     const T* values, const T* x, const T* b, T* y, T omega);
+  static void jacobi_diagLp(Space& space, I rows, I cols, const I* rowptr, const I* col_idx,
                             const T* values, const T* x, const T* b, T* y, T omega, T p,
                             const I* row_map);
-  static void richardson(Space& space, I rows, const I* rowptr, const I* col_idx, const T* values,
-                         const T* x, const T* b, T* y, T omega);
-  static void sor(Space& space, I rows, const I* rowptr, const I* col_idx, const T* values,
+  static void richardson(Space& space, I rows, I cols, const I* rowptr, const I* col_idx,
+                         const T* values, const T* x, const T* b, T* y, T omega);
+  static void sor(Space& space, I rows, I cols, const I* rowptr, const I* col_idx, const T* values,
                   const T* b, T* x, T omega, int forward, const I* order);
   static void par_sor(Space& space, I rows, int rank, I nblocks, const BlockView* blocks,
                       const T* b, const T* diag, T* x, T omega, int forward, const I* order);
@@ -44,9 +47,13 @@ void SpBlasProductsImpl<T, I, Space>::aAx(Space& space, T alpha, I rows, const I
 }
 
 template <class T, class I, class Space>
-void SpBlasProductsImpl<T, I, Space>::aAxpby(Space& space, T alpha, I rows, const I* rowptr,
-                                             const I* col_idx, const T* values, const T* x, T beta,
-                                             T* y) {
+void SpBlasProductsImpl<T, I, Space>::aAxpby(Space& space, T alpha, I rows, I /*cols*/,
+                                             const I* rowptr, const I* /*rowend*/, const I* col_idx,
+                                             const T* values, const T* x, T beta, T* y) {
+  if (isZero(beta)) {
+    aAx(space, alpha, rows, rowptr, col_idx, values, x, y);
+    return;
+  }
   const auto store = [=](I i, const T& s) { y[i] = alpha * s + beta * y[i]; };
   if (sparse::longRowProducts(space, rows, rowptr, col_idx, values, x, store)) return;
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(I i) {
@@ -58,30 +65,43 @@ void SpBlasProductsImpl<T, I, Space>::aAxpby(Space& space, T alpha, I rows, cons
 }
 
 template <class T, class I, class Space>
-void SpBlasProductsImpl<T, I, Space>::jacobi(Space& space, I rows, const I* rowptr,
+void SpBlasProductsImpl<T, I, Space>::aAxpby_multi(Space& space, T alpha, I rows, I cols,
+                                                   const I* rowptr, const I* col_idx,
+                                                   const T* values, I nvec, I xstride, const T* x,
+                                                   T beta, I ystride, T* y) {
+  for (I k = 0; k < nvec; ++k) {
+    aAxpby(space, alpha, rows, cols, rowptr, nullptr, col_idx, values, x, beta, y);
+    x += xstride;
+    y += ystride;
+  }
+}
+
+template <class T, class I, class Space>
+void SpBlasProductsImpl<T, I, Space>::jacobi(Space& space, I rows, I /*cols*/, const I* rowptr,
                                              const I* col_idx, const T* values, const T* x,
                                              const T* b, T* y, T omega) {
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(I i) {
     const I begin = rowptr[i];
     const I end = rowptr[i + 1];
     sparse::prefetchEntry(col_idx, values, std::int64_t(begin) + sparse::kFetchAhead);
+    // The place of the diagonal, not its value, so that there is no branch to be foretold.
     T s = T(0);
-    T d = T(1);
+    I own = end;
     for (I k = begin; k < end; ++k) {
       const I c = col_idx[k];
-      const T v = values[k];
-      s += v * x[c];
-      if (c == i) d = v;
+      s += values[k] * x[c];
+      own = c == i ? k : own;
     }
+    const T d = own < end ? values[own] : T(1);
     y[i] += (b[i] - s) * omega / d;
   });
 }
 
 template <class T, class I, class Space>
-void SpBlasProductsImpl<T, I, Space>::jacobi_diagLp(Space& space, I rows, const I* rowptr,
-                                                    const I* col_idx, const T* values, const T* x,
-                                                    const T* b, T* y, T omega, T p,
-                                                    const I* row_map) {
+void SpBlasProductsImpl<T, I, Space>::jacobi_diagLp(Space& space, I rows, I /*cols*/,
+                                                    const I* rowptr, const I* col_idx,
+                                                    const T* values, const T* x, const T* b, T* y,
+                                                    T omega, T p, const I* row_map) {
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(I i) {
     if (row_map != nullptr && row_map[i] < 0) {
       y[i] = x[i];
@@ -98,7 +118,7 @@ void SpBlasProductsImpl<T, I, Space>::jacobi_diagLp(Space& space, I rows, const 
 }
 
 template <class T, class I, class Space>
-void SpBlasProductsImpl<T, I, Space>::richardson(Space& space, I rows, const I* rowptr,
+void SpBlasProductsImpl<T, I, Space>::richardson(Space& space, I rows, I /*cols*/, const I* rowptr,
                                                  const I* col_idx, const T* values, const T* x,
                                                  const T* b, T* y, T omega) {
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(I i) {
@@ -110,9 +130,9 @@ void SpBlasProductsImpl<T, I, Space>::richardson(Space& space, I rows, const I* 
 }
 
 template <class T, class I, class Space>
-void SpBlasProductsImpl<T, I, Space>::sor(Space& space, I rows, const I* rowptr, const I* col_idx,
-                                          const T* values, const T* b, T* x, T omega, int forward,
-                                          const I* order) {
+void SpBlasProductsImpl<T, I, Space>::sor(Space& space, I rows, I /*cols*/, const I* rowptr,
+                                          const I* col_idx, const T* values, const T* b, T* x,
+                                          T omega, int forward, const I* order) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(I) {
     const T keep = T(1) - omega;
     const std::int64_t ahead = forward != 0 ? sparse::kFetchAhead : -sparse::kFetchAhead;

@@ -16,16 +16,18 @@ class SpBlasQueriesImpl {
 
   static void get_row_element_count(Space& space, View a, I n, I* counts);
   static void get_col_element_count(Space& space, View a, I n, I* counts);
-  static void get_element_value(Space& space, const I* rowptr, const I* col_idx, const T* values,
-                                I row, I col, T* value, int* found);
-  static void set_element_value(Space& space, const I* rowptr, const I* col_idx, T* values, I row,
-                                I col, T value, int* found);
+  static void get_element_value(Space& space, I rows, I cols, const I* rowptr, const I* col_idx,
+                                const T* values, I row, I col, T* value, int* found);
+  static void set_element_value(Space& space, I rows, I cols, const I* rowptr, const I* col_idx,
+                                T* values, I row, I col, T value, int* found);
   static void par_csr_row_meta(Space& space, I rows, I nblocks, const BlockView* blocks, I* counts,
                                T* sums, int skip_zero);
-  static void par_csr_row_norm_lp(Space& space, I rows, I nblocks, const BlockView* blocks, R p,
+  static void par_csr_row_norm_lp(Space& space, I rows, I nblocks, const BlockView* blocks, T p,
                                   R* norms);
   static void par_csr_row_norm_max(Space& space, I rows, I nblocks, const BlockView* blocks,
                                    R* norms);
+  static void par_csr_row_norm_topk(Space& space, I rows, I nblocks, const BlockView* blocks, I k,
+                                    View out);
   static void par_csr_diag(Space& space, I rows, I nblocks, const BlockView* blocks, T* out);
 };
 
@@ -46,9 +48,10 @@ void SpBlasQueriesImpl<T, I, Space>::get_col_element_count(Space& space, View a,
 }
 
 template <class T, class I, class Space>
-void SpBlasQueriesImpl<T, I, Space>::get_element_value(Space& space, const I* rowptr,
-                                                       const I* col_idx, const T* values, I row,
-                                                       I col, T* value, int* found) {
+void SpBlasQueriesImpl<T, I, Space>::get_element_value(Space& space, I /*rows*/, I /*cols*/,
+                                                       const I* rowptr, const I* col_idx,
+                                                       const T* values, I row, I col, T* value,
+                                                       int* found) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(I) {
     const I end = rowptr[row + 1];
     const I k = sparse::findColumn(rowptr[row], end, col_idx, col);
@@ -58,9 +61,9 @@ void SpBlasQueriesImpl<T, I, Space>::get_element_value(Space& space, const I* ro
 }
 
 template <class T, class I, class Space>
-void SpBlasQueriesImpl<T, I, Space>::set_element_value(Space& space, const I* rowptr,
-                                                       const I* col_idx, T* values, I row, I col,
-                                                       T value, int* found) {
+void SpBlasQueriesImpl<T, I, Space>::set_element_value(Space& space, I /*rows*/, I /*cols*/,
+                                                       const I* rowptr, const I* col_idx, T* values,
+                                                       I row, I col, T value, int* found) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(I) {
     const I end = rowptr[row + 1];
     const I k = sparse::findColumn(rowptr[row], end, col_idx, col);
@@ -90,14 +93,19 @@ void SpBlasQueriesImpl<T, I, Space>::par_csr_row_meta(Space& space, I rows, I nb
 
 template <class T, class I, class Space>
 void SpBlasQueriesImpl<T, I, Space>::par_csr_row_norm_lp(Space& space, I rows, I nblocks,
-                                                         const BlockView* blocks, R p, R* norms) {
+                                                         const BlockView* blocks, T p, R* norms) {
+  const R order = realPart(p);
+  if (!(order > R(0))) {
+    par_csr_row_norm_max(space, rows, nblocks, blocks, norms);
+    return;
+  }
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(I i) {
     R sum = R(0);
     for (I m = 0; m < nblocks; ++m) {
       const BlockView& a = blocks[m];
-      for (I k = a.row_begin[i]; k < a.row_end[i]; ++k) sum += powReal(abs(a.values[k]), p);
+      for (I k = a.row_begin[i]; k < a.row_end[i]; ++k) sum += powReal(abs(a.values[k]), order);
     }
-    norms[i] = rootOfOrder(sum, p);
+    norms[i] = rootOfOrder(sum, order);
   });
 }
 
@@ -116,6 +124,10 @@ void SpBlasQueriesImpl<T, I, Space>::par_csr_row_norm_max(Space& space, I rows, 
     norms[i] = largest;
   });
 }
+
+template <class T, class I, class Space>
+void SpBlasQueriesImpl<T, I, Space>::par_csr_row_norm_topk(Space&, I, I, const BlockView*, I,
+                                                           View) {}
 
 template <class T, class I, class Space>
 void SpBlasQueriesImpl<T, I, Space>::par_csr_diag(Space& space, I rows, I nblocks,

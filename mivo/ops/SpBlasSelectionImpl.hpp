@@ -13,12 +13,16 @@ class SpBlasSelectionImpl {
   using MergeView = COT_MergeCSRRawMat<T, I>;
   using Policy = spm::RangePolicy<Space>;
 
-  static void csr_diag(Space& space, I rows, const I* rowptr, const I* col_idx, const T* values,
-                       T* out, I first_row, I first_col);
-  static void get_selected_rows(Space& space, View a, I n, const I* rows, View out, int keep);
+  static void csr_diag(Space& space, I rows, I cols, const I* rowptr, const I* col_idx,
+                       const T* values, T* out, I first_row, I first_col);
+  static void get_selected_rows(Space& space, View a, I n, const I* rows, const I* row_map,
+                                View out, int keep);
   static void get_selected_cols(Space& space, View a, I n, const I* columns, View out, I shift);
-  static void get_selected_cols_v2(Space& space, View a, const I* begins, const I* ends, View out);
+  static void get_selected_cols_v2(Space& space, View a, const I* begins, const I* ends, View out,
+                                   int flag);
   static void get_selected_cols_v3(Space& space, View a, I begin, I end, View out, I shift);
+  static void csr_split_cols(Space& space, CSRMatStep step, View a, I nparts, const I* bounds,
+                             View* out, int rebase);
   static void csr_split_cols_count(Space& space, View a, I nparts, const I* bounds, View* out);
   static void csr_split_cols_fill(Space& space, View a, I nparts, const I* bounds, View* out,
                                   int rebase);
@@ -28,7 +32,7 @@ class SpBlasSelectionImpl {
 };
 
 template <class T, class I, class Space>
-void SpBlasSelectionImpl<T, I, Space>::csr_diag(Space& space, I rows, const I* rowptr,
+void SpBlasSelectionImpl<T, I, Space>::csr_diag(Space& space, I rows, I /*cols*/, const I* rowptr,
                                                 const I* col_idx, const T* values, T* out,
                                                 I first_row, I first_col) {
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(I i) {
@@ -40,7 +44,7 @@ void SpBlasSelectionImpl<T, I, Space>::csr_diag(Space& space, I rows, const I* r
 
 template <class T, class I, class Space>
 void SpBlasSelectionImpl<T, I, Space>::get_selected_rows(Space& space, View a, I n, const I* rows,
-                                                         View out, int keep) {
+                                                         const I* /*row_map*/, View out, int keep) {
   if (sparse::counting(out.col_idx, out.values)) {
     const I out_rows = keep != 0 ? out.rows : n;
     spm::parallel_for(Policy(space, 0, out_rows),
@@ -82,7 +86,7 @@ void SpBlasSelectionImpl<T, I, Space>::get_selected_cols(Space& space, View a, I
 
 template <class T, class I, class Space>
 void SpBlasSelectionImpl<T, I, Space>::get_selected_cols_v2(Space& space, View a, const I* begins,
-                                                            const I* ends, View out) {
+                                                            const I* ends, View out, int /*flag*/) {
   if (sparse::counting(out.col_idx, out.values)) {
     spm::parallel_for(Policy(space, 0, a.rows),
                       [=] MIVO_FUNCTION(I i) { out.row_begin[i + 1] = ends[i] - begins[i]; });
@@ -118,11 +122,23 @@ void SpBlasSelectionImpl<T, I, Space>::get_selected_cols_v3(Space& space, View a
 }
 
 template <class T, class I, class Space>
+void SpBlasSelectionImpl<T, I, Space>::csr_split_cols(Space& space, CSRMatStep step, View a,
+                                                      I nparts, const I* bounds, View* out,
+                                                      int rebase) {
+  if (step != CSR_MAT_STEP_FILL) {
+    csr_split_cols_count(space, a, nparts, bounds, out);
+  } else {
+    csr_split_cols_fill(space, a, nparts, bounds, out, rebase);
+  }
+}
+
+template <class T, class I, class Space>
 void SpBlasSelectionImpl<T, I, Space>::csr_split_cols_count(Space& space, View a, I nparts,
                                                             const I* bounds, View* out) {
   spm::parallel_for(Policy(space, 0, nparts), [=] MIVO_FUNCTION(I p) {
-    for (I i = 0; i <= a.rows; ++i) out[p].row_begin[i] = 0;
     out[p].nnz = 0;
+    if (out[p].row_begin == nullptr) return;  // no rows
+    for (I i = 0; i <= a.rows; ++i) out[p].row_begin[i] = 0;
   });
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(I) {
     for (I i = 0; i < a.rows; ++i) {
@@ -218,6 +234,7 @@ template <class T, class I, class Space>
 void SpBlasSelectionImpl<T, I, Space>::csr_append_rows(Space& space, View out, I first_row, I count,
                                                        View block) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(I) {
+    if (out.row_begin == nullptr) return;  // no rows
     if (first_row == 0) out.row_begin[0] = 0;
     I end = out.row_begin[first_row];
     for (I j = 0; j < count; ++j) {

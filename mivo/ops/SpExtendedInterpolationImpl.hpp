@@ -421,7 +421,7 @@ void SpExtendedInterpolationImpl<T, L, Space>::par_boomeramg_interpolation_exten
     }
     L begin = 0;
     unsigned failures = 0;
-    p.row_begin[0] = 0;
+    if (m.rows > 0) p.row_begin[0] = 0;
     for (L row = 0; row < m.rows; ++row) {
       L n = sparse::interpolateRow(m, row, begin, -2 - row, marker, row_space.col_idx,
                                    row_space.values);

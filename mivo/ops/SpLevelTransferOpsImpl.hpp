@@ -9,7 +9,8 @@
 
 namespace mivo {
 
-/// Bodies of `SpLevelTransferOps`, gathered from one class per theme.
+/// Bodies of `SpLevelTransferOps`, gathered from one class per theme: the same members with a space
+/// in place of the device, and the passes that they are made of.
 template <class T, class G, class L, class Space>
 class SpLevelTransferOpsImpl : public SpSmoothedAggregationImpl<T, G, L, Space>,
                                public SpAggregationImpl<L, Space>,

@@ -280,9 +280,10 @@ void prefixSum(Space& space, I n, I* rowptr) {
 }
 
 /// Undoes the use of row pointers as cursors: rowptr[i] holds the end of row i and becomes its
-/// begin.
+/// begin. Matrices without rows may come with a null array.
 template <class I>
 MIVO_FUNCTION void shiftUp(I n, I* rowptr) {
+  if (rowptr == nullptr) return;
   for (I i = n; i > 0; --i) rowptr[i] = rowptr[i - 1];
   rowptr[0] = 0;
 }

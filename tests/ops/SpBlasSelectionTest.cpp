@@ -136,6 +136,20 @@ TYPED_TEST(SpBlasSelection, RowsAppendAfterAndBetweenEmptyOnes) {
   });
 }
 
+// Matrices without rows have no row pointers.
+TYPED_TEST(SpBlasSelection, NothingIsWrittenForMatricesWithoutRows) {
+  USE_TYPES
+  for (const Device& device : test::testDevices()) {
+    test::DeviceArray<I> bounds(device, std::vector<I>{0, 2, 5});
+    test::DeviceArray<View> table(device, std::vector<View>(2));
+    for (const CSRMatStep step : {CSR_MAT_STEP_COUNT, CSR_MAT_STEP_FILL}) {
+      Ops::csr_split_cols(device, step, {}, 2, bounds.data(), table.data(), 1);
+    }
+    Ops::csr_append_rows(device, {}, 0, 0, {});
+    EXPECT_EQ(table.values()[1].row_begin, nullptr);
+  }
+}
+
 TYPED_TEST(SpBlasSelection, DiagonalFollowsTheBlockOffsets) {
   USE_TYPES
   this->forEachMatrix([&](const Device& device, const auto& a, const auto& d) {
