@@ -98,4 +98,5 @@
 #include "mivo/utils/communicator.hpp"
 #include "mivo/utils/json.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/memory.hpp"
 #include "mivo/utils/strings.hpp"

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "mivo/utils/Device.hpp"
+#include "mivo/utils/memory.hpp"
 
 namespace mivo::bench {
 
@@ -14,7 +15,7 @@ template <class T>
 class Array {
  public:
   explicit Array(std::size_t size, T value = T(1))
-      : size_(size), data_(static_cast<T*>(Device().rawMalloc(size * sizeof(T)))) {
+      : size_(size), data_(detail::allocate<T>(Device(), size, "an array")) {
     std::fill_n(data_.get(), size, value);
   }
   T* data() const { return data_.get(); }

@@ -3,7 +3,10 @@
 
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <utility>
+
+#include "mivo/utils/memory.hpp"
 
 namespace mivo::comu {
 
@@ -29,7 +32,10 @@ void Stream::swap(Stream& other) noexcept {
 
 void Stream::setCapacity(int size) {
   if (size == 0) return;
-  setAllocactedBuffer(size, new unsigned char[static_cast<std::size_t>(size)]);
+  const std::size_t bytes = static_cast<std::size_t>(size);
+  unsigned char* const fresh = new (std::nothrow) unsigned char[bytes];
+  if (fresh == nullptr) detail::endWithoutMemory(bytes, Device(), "a message");
+  setAllocactedBuffer(size, fresh);
   borrowed = false;
 }
 

@@ -6,10 +6,14 @@
 
 #include "mivo/ops/BlasOps.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/memory.hpp"
 
 namespace mivo {
 
 namespace {
+
+constexpr const char* kColumns = "columns of a sparse matrix";
+constexpr const char* kValues = "values of a sparse matrix";
 
 /// The pointers of an empty matrix are null, which must not reach a copy.
 template <class X>
@@ -30,7 +34,7 @@ I* allocateRowPtr(I rows, const Device& device, bool clear) {
   MIVO_CHECK(rows < std::numeric_limits<I>::max())
       << "CSRMatrix: " << rows << " rows have no row pointers in the index type";
   const std::size_t count = rowPtrCount(rows);
-  I* row_ptr = static_cast<I*>(device.rawMalloc(count * sizeof(I)));
+  I* row_ptr = detail::allocate<I>(device, count, "row pointers of a sparse matrix");
   if (clear && row_ptr != nullptr) {
     BlasOps<I, long>::fill(device, static_cast<long>(count), I(0), row_ptr);
   }
@@ -38,9 +42,8 @@ I* allocateRowPtr(I rows, const Device& device, bool clear) {
 }
 
 template <class X, class I>
-X* allocateEntries(I nnz, const Device& device) {
-  if (nnz <= 0) return nullptr;
-  return static_cast<X*>(device.rawMalloc(static_cast<std::size_t>(nnz) * sizeof(X)));
+X* allocateEntries(I nnz, const Device& device, const char* what) {
+  return nnz > 0 ? detail::allocate<X>(device, static_cast<std::size_t>(nnz), what) : nullptr;
 }
 
 template <class T, class I>
@@ -83,8 +86,8 @@ void CSRMatrixT<T, I>::create(I rows, I cols, I nnz, const Device& device) {
   fresh->cols = cols;
   fresh->nnz = nnz;
   fresh->row_ptr = allocateRowPtr(rows, device, nnz <= 0);
-  fresh->col_idx = allocateEntries<I>(nnz, device);
-  fresh->values = allocateEntries<T>(nnz, device);
+  fresh->col_idx = allocateEntries<I>(nnz, device, kColumns);
+  fresh->values = allocateEntries<T>(nnz, device, kValues);
   impl_ = fresh;
 }
 
@@ -108,8 +111,8 @@ void CSRMatrixT<T, I>::resizeNnz(I nnz, I cols) {
   if (cols > 0) impl_->cols = cols;
   if (nnz == impl_->nnz) return;
   impl_->nnz = nnz;
-  impl_->col_idx = allocateEntries<I>(nnz, impl_->device);
-  impl_->values = allocateEntries<T>(nnz, impl_->device);
+  impl_->col_idx = allocateEntries<I>(nnz, impl_->device, kColumns);
+  impl_->values = allocateEntries<T>(nnz, impl_->device, kValues);
 }
 
 template <class T, class I>

@@ -12,6 +12,7 @@
 #include "mivo/mat/MatrixText.hpp"
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/memory.hpp"
 
 namespace mivo {
 
@@ -104,9 +105,8 @@ class EntryList {
     total_ += capacity_;
     MIVO_CHECK(total_ <= static_cast<std::size_t>(std::numeric_limits<I>::max()))
         << "loadFromStream: too many entries for the index type";
-    void* const data = Device().rawMalloc(capacity_ * sizeof(Entry));
-    MIVO_CHECK(data != nullptr) << "loadFromStream: no memory for the entries";
-    chunks_.push_back({static_cast<Entry*>(data), 0});
+    chunks_.push_back(
+        {detail::allocate<Entry>(Device(), capacity_, "entries of a matrix file"), 0});
   }
 
   std::size_t capacity_ = 0;  ///< of the last chunk
@@ -229,8 +229,6 @@ void CSRMatrixT<T, I>::loadFromStream(std::istream& is) {
   I* counts = nullptr;
   const auto shape = [&](I rows, I cols) {
     create(rows, cols, 0, Device(0, 0));
-    MIVO_CHECK(rows <= 0 || getRowPtr() != nullptr)
-        << "loadFromStream: no memory for " << rows << " rows";
     counts = rows > 0 ? getRowPtr() + 1 : nullptr;
   };
   const auto store = [&](I row, I col, const T& value) {

@@ -15,6 +15,7 @@
 #include "mivo/mat/RowArena.hpp"
 #include "mivo/utils/export.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/memory.hpp"
 
 namespace mivo {
 
@@ -374,9 +375,10 @@ class MIVO_API MapWithLockType {
   }
 
   void* allocate(unsigned sizeClass) {
-    void* const block =
-        arena_ != nullptr ? arena_->allocate(sizeClass) : std::malloc(std::size_t(1) << sizeClass);
-    MIVO_CHECK(block != nullptr) << "assembly: no memory for a row";
+    if (arena_ != nullptr) return arena_->allocate(sizeClass);
+    const std::size_t bytes = std::size_t(1) << sizeClass;
+    void* const block = std::malloc(bytes);
+    if (block == nullptr) detail::endWithoutMemory(bytes, Device(), "a row of an assembly");
     return block;
   }
   void release(void* block, unsigned sizeClass) {

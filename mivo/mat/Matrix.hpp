@@ -16,6 +16,7 @@
 #include "mivo/utils/export.hpp"
 #include "mivo/utils/instantiate.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/memory.hpp"
 
 namespace mivo {
 
@@ -52,7 +53,7 @@ class MIVO_API MatrixT {
     fresh->cols = cols;
     fresh->device = device;
     fresh->capacity = static_cast<I>(count);
-    if (count > 0) fresh->data = static_cast<T*>(device.rawMalloc(count * sizeof(T)));
+    fresh->data = detail::allocate<T>(device, count, "elements of a dense matrix");
     impl_ = fresh;
   }
 

@@ -103,13 +103,6 @@ void MatrixT<T, I, Layout>::loadFromStream(std::istream& is) {
   const bool known = parseShape(readSizeLine(is), rows, cols);
   MIVO_LOG(1, !known && Utils::getVerboseLevel() >= 1) << "invalid matrix format";
   create(rows, cols, Device());
-  if (getSize() > 0 && getData() == nullptr) {
-    MIVO_LOG(1, Utils::getVerboseLevel() >= 1)
-        << "no memory for a matrix of " << rows << " x " << cols << " elements";
-    create(0, 0, Device());
-    is.setstate(std::ios::failbit);
-    return;
-  }
 
   MatrixTextReader reader(is, Utils::isStrictMatrixMarket());
   T* data = getData();

@@ -8,6 +8,7 @@
 
 #include "mivo/utils/Device.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/memory.hpp"
 
 namespace mivo {
 namespace {
@@ -36,10 +37,9 @@ RowArena::~RowArena() {
 }
 
 char* RowArena::addChunk(std::size_t bytes) {
-  void* chunk = Device().rawMalloc(bytes);
-  MIVO_CHECK(chunk != nullptr) << "assembly: no memory for " << bytes << " bytes";
+  char* const chunk = detail::allocate<char>(Device(), bytes, "rows of an assembly");
   chunks_.push_back(chunk);
-  return static_cast<char*>(chunk);
+  return chunk;
 }
 
 void* RowArena::allocate(unsigned sizeClass) {

@@ -9,6 +9,7 @@
 #include "mivo/mat/ColumnBlocks.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
 #include "mivo/mat/RowMessages.hpp"
+#include "mivo/utils/memory.hpp"
 
 namespace mivo {
 namespace {
@@ -30,8 +31,7 @@ typename RowAssembly<T, G, L>::Entry* RowAssembly<T, G, L>::Store::grow(std::siz
   const std::size_t common = std::min(std::max(2 * last, kFirstChunkBytes / sizeof(Entry)),
                                       kLargestChunkBytes / sizeof(Entry));
   const std::size_t capacity = std::max(common, 2 * used);
-  Entry* const data = static_cast<Entry*>(Device().rawMalloc(capacity * sizeof(Entry)));
-  MIVO_CHECK(data != nullptr) << "assembly: no memory for " << capacity << " entries";
+  Entry* const data = detail::allocate<Entry>(Device(), capacity, "entries of an assembly by rows");
   if (used > 0) std::memcpy(static_cast<void*>(data), end(), used * sizeof(Entry));
   if (!chunks.empty() && chunks.back().size == 0) {
     Device().rawFree(chunks.back().data);

@@ -9,7 +9,9 @@
 
 #include "mivo/spm/impls/OpenMP.hpp"
 #include "mivo/utils/Device.hpp"
+#include "mivo/utils/memory.hpp"
 #include "tests/support/devices.hpp"
+#include "tests/support/fatal.hpp"
 #include "tests/support/printed.hpp"
 
 namespace mivo::test {
@@ -107,6 +109,18 @@ TEST(Device, HostBlocksHoldTheirBytesAndGoBackThroughFree) {
   EXPECT_EQ(host.rawMalloc(~std::size_t(0)), nullptr);
   EXPECT_EQ(host.rawMalloc(~std::size_t(0) - 4000), nullptr);
   host.rawFree(nullptr);
+}
+
+TEST(Device, MemoryThatIsNeededAndRefusedEndsTheProcess) {
+  for (const Device& device : testDevices()) {
+    const std::size_t most = ~std::size_t(0);
+    MIVO_EXPECT_FATAL_TEXT(
+        detail::allocate<double>(device, most, "a vector"),
+        "no memory for " + std::to_string(most) + " bytes on " + device.getString() + ": a vector");
+    EXPECT_EQ(detail::allocate<double>(device, 0, "a vector"), nullptr);
+  }
+  EXPECT_EQ(printed([] { detail::allocate<int>(Device(Device::kHip), 1, "a vector"); }),
+            "I 0/1 Device:110] device is hip:0 but HIP is not enabled\n");
 }
 
 TEST(Device, ReallocIsAFreshBlock) {

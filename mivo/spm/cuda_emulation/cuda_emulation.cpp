@@ -49,6 +49,7 @@ class Arena {
   }
 
   void* allocate(std::size_t bytes) {
+    if (bytes > kArenaBytes) return nullptr;
     const std::lock_guard<std::mutex> guard(lock_);
     const std::size_t size = (bytes + kAlignment) / kAlignment * kAlignment;
     for (auto block = free_.begin(); block != free_.end(); ++block) {
