@@ -87,5 +87,7 @@ function(mivo_test name)
     target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/cuda_device.cpp)
     target_compile_definitions(${name} PRIVATE MIVO_TEST_PROGRAM=${name})
   endif()
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+  # Files of fixed names stay in the build, which neither other users nor other builds share.
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT 300 ENVIRONMENT TEST_TMPDIR=${CMAKE_CURRENT_BINARY_DIR}/)
 endfunction()
