@@ -10,6 +10,7 @@
 
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/spm/impls/OpenMP.hpp"
+#include "mivo/utils/launcher.hpp"
 #include "mivo/utils/logging.hpp"
 #ifdef MIVO_WITH_CUDA
 #include "mivo/spm/impls/Cuda.hpp"
@@ -209,6 +210,22 @@ void refuseOtherMessageLayer() {
   std::exit(1);
 }
 
+/// Says, once in a run, what would otherwise show only as answers that come several times or as an
+/// error of the message-passing library's own.
+void reportMessageLayer() {
+  static bool reported = false;
+  if (reported || !launchedWorld().speaks) return;
+  int ended = 0;
+  MPI_Finalized(&ended);
+  const std::string text =
+      ended ? "the message layer has ended and cannot be started twice in one process; call "
+              "Device::finalize once, at the end"
+            : describeLoneWorld();
+  if (text.empty()) return;
+  reported = true;
+  std::cerr << "Device::initialize: " << text << std::endl;
+}
+
 }  // namespace
 
 void Device::initialize() {
@@ -216,6 +233,7 @@ void Device::initialize() {
   int started = 0;
   MPI_Initialized(&started);
   if (!started) MPI_Init(nullptr, nullptr);
+  reportMessageLayer();
   if (!spm::is_initialized()) {
     static char program[] = "mivo";
     static char* argv[] = {program, nullptr};

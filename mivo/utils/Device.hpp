@@ -82,7 +82,9 @@ class MIVO_API Device {
 
   /// Starts the message layer if nobody has, and fills the registry. Main thread; a second call
   /// changes nothing. Host work needs neither this nor `finalize`. Ends the program where the
-  /// message-passing library lacks the binary interface of MPICH.
+  /// message-passing library lacks the binary interface of MPICH. A line on standard error tells
+  /// where a launcher has started several processes of which each is a world of its own, and where
+  /// the message layer has ended already: a real one cannot be started twice.
   static void initialize();
   /// Empties the registry and ends the message layer.
   static void finalize();
