@@ -169,13 +169,16 @@ void SolverFLGMRES_R_T<T, G, L, S>::solve(Preconditioner& P, Operator& A, const 
   VectorList<Vector> V = makeList(), Z = makeList(), aug = makeList(), work = makeList();
   Vector &r = work[0], &z = work[1], &d = work[2];
   RotatedHessenberg<T> H;
-  // A cycle that the iterations cannot fill is no restart, and takes its memory as it goes.
+  // Of long cycles, and of those that the iterations cannot fill, most columns may never come: they
+  // take their memory as they do.
+  constexpr std::int64_t kColumnsAhead = 1000, kKeptAhead = 16;
   if (own <= maxIts) {
-    const auto most = static_cast<std::size_t>(own + kept);
-    V.growTo(most + 1);
-    Z.growTo(most);
-    aug.growTo(static_cast<std::size_t>(kept));
-    H.growTo(most);
+    const auto keptAhead = static_cast<std::size_t>(std::min(kept, kKeptAhead));
+    const std::size_t ahead = static_cast<std::size_t>(std::min(own, kColumnsAhead)) + keptAhead;
+    V.growTo(ahead + 1);
+    Z.growTo(ahead);
+    aug.growTo(keptAhead);
+    H.growTo(ahead);
   }
 
   // r = b - A x, without a product for a zero start

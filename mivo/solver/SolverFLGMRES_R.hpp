@@ -35,7 +35,8 @@ namespace mivo {
 ///
 /// Cost of step i of a cycle, from 0: a product, an application of the preconditioner, i + 2
 /// reductions; beside those 4 i + 9 vectors are read or written. Memory: 2 (restart + augk) + augk
-/// + 4 vectors; without restarts two more for each column reached. Collective. S is the type of the
+/// + 4 vectors, of which those beyond 1000 columns and 16 kept corrections come as they are
+/// reached; without restarts two more for each column reached. Collective. S is the type of the
 /// inner products.
 template <class T, class G, class L, class S = T>
 class MIVO_API SolverFLGMRES_R_T : public ParSolverT<T, G, L> {
