@@ -36,8 +36,8 @@ void checkSchema(const Options& options, const json& configuration) {
   }
   std::string text;
   for (const SchemaFault& fault : faults) {
-    text += (text.empty() ? "" : "\n") + options.configuration + ": " +
-            (fault.pointer.empty() ? "" : fault.pointer + ": ") + fault.message;
+    text += (text.empty() ? "" : "\n") + escaped(options.configuration) + ": " +
+            (fault.pointer.empty() ? "" : escaped(fault.pointer) + ": ") + fault.message;
   }
   throw InputError(text);
 }
@@ -90,7 +90,7 @@ void checkPoisson(Problem& problem, const Options& options, int ranks) {
   const double points = params.value("N", 100);
   const double rows = std::pow(points, dim);
   checkMemory(rows, rows * (2 * dim + 1), false, ranks,
-              options.configuration + ": /testcase/PoissonFDM_params");
+              escaped(options.configuration) + ": /testcase/PoissonFDM_params");
   if (points <= 2) {
     problem.notes.push_back("a grid with " + shortText(params.value("N", 100)) +
                             " points a dimension has no inner points");
@@ -115,28 +115,27 @@ void checkMatrixMarket(Problem& problem, const Options& options) {
   if (options.startFromTestcase && fileX.empty()) {
     throw InputError("--start testcase needs filename_x in /testcase/MatrixMarket_params");
   }
-  if (fileA.empty()) {
-    throw InputError(options.configuration +
-                     ": /testcase/MatrixMarket_params: the key \"filename_A\" is missing");
-  }
   const MatrixFileInfo matrix = scanCoordinateFile(fileA);
   problem.complex = matrix.complex;
+  problem.convert = matrix.needsConversion;
+  if (!matrix.note.empty()) problem.notes.push_back(escaped(fileA) + ": " + matrix.note);
   problem.expectedNnzs = matrix.stored;
   // Rank 0 reads the whole file, whatever the number of ranks.
   checkMemory(static_cast<double>(matrix.rows), static_cast<double>(matrix.stored), matrix.complex,
-              1, fileA);
+              1, escaped(fileA));
   for (const std::string& file : {fileB, fileX}) {
     if (file.empty()) {
       continue;
     }
     const MatrixFileInfo vector = scanVectorFile(file);
     if (vector.rows != matrix.rows) {
-      throw InputError(file + ": the vector has " + std::to_string(vector.rows) +
-                       " rows, but the matrix in " + fileA + " has " + std::to_string(matrix.rows));
+      throw InputError(escaped(file) + ": the vector has " + std::to_string(vector.rows) +
+                       " rows, but the matrix in " + escaped(fileA) + " has " +
+                       std::to_string(matrix.rows));
     }
     if (vector.complex != matrix.complex) {
-      throw InputError(file + ": the values are " + (vector.complex ? "complex" : "real") +
-                       ", but those of the matrix in " + fileA + " are " +
+      throw InputError(escaped(file) + ": the values are " + (vector.complex ? "complex" : "real") +
+                       ", but those of the matrix in " + escaped(fileA) + " are " +
                        (matrix.complex ? "complex" : "real"));
     }
   }
@@ -146,32 +145,51 @@ void checkMatrixMarket(Problem& problem, const Options& options) {
   }
 }
 
-void checkOutput(const std::string& path, const std::string& option, const json& configuration) {
+/// Whether two names lead to one file, which need not exist yet.
+bool isSameFile(const std::string& a, const std::string& b) {
+  std::error_code code;
+  if (fs::exists(a, code) && fs::exists(b, code)) return fs::equivalent(a, b, code);
+  return fs::weakly_canonical(fs::absolute(a), code) == fs::weakly_canonical(fs::absolute(b), code);
+}
+
+void checkOutput(const std::string& path, const std::string& option, const Options& options,
+                 const json& configuration) {
   if (path.empty()) {
     return;
   }
-  const std::string where = option + " " + path;
+  const std::string where = option + " " + escaped(path);
   std::error_code code;
   if (fs::is_directory(path, code)) {
     throw InputError(where + ": is a directory");
   }
   const fs::path folder = fs::absolute(path, code).parent_path();
   if (!fs::is_directory(folder, code)) {
-    throw InputError(where + ": the folder " + folder.string() + " does not exist");
+    throw InputError(where + ": the folder " + escaped(folder.string()) + " does not exist");
   }
   const bool exists = fs::exists(path, code);
   if (access((exists ? fs::path(path) : folder).c_str(), W_OK) != 0) {
     throw InputError(where + ": cannot be written");
   }
-  if (!exists) {
-    return;
-  }
-  const json inputs = configuration.at("testcase").value("MatrixMarket_params", json::object());
+  std::vector<std::string> inputs = {options.configuration};
+  const json files = configuration.at("testcase").value("MatrixMarket_params", json::object());
   for (const char* key : {"filename_A", "filename_b", "filename_x"}) {
-    const std::string input = inputs.value(key, std::string());
-    if (!input.empty() && fs::equivalent(input, path, code)) {
-      throw InputError(where + ": would overwrite the input file " + input);
+    inputs.push_back(files.value(key, std::string()));
+  }
+  for (const std::string& input : inputs) {
+    if (!input.empty() && isSameFile(input, path)) {
+      throw InputError(where + ": would overwrite the input file " + escaped(input));
     }
+  }
+}
+
+/// What works on one rank only is told before the library ends the job at it.
+void checkRanks(const Options& options, const json& configuration, int ranks) {
+  if (ranks == 1) return;
+  const std::string name = "LevelTransferSmoothAggregationSeq";
+  for (const std::string& pointer : usesOf("level_transfer", name, configuration)) {
+    throw InputError(escaped(options.configuration) + ": " + escaped(pointer) + ": " + name +
+                     " works on one rank, and there are " + std::to_string(ranks) +
+                     "; take LevelTransferSmoothAggregation with the aggregator AggregatorVMBSeq");
   }
 }
 
@@ -209,6 +227,7 @@ std::string Problem::toText() const {
   return json{{"configuration", configuration},
               {"complex", complex},
               {"makeRhs", makeRhs},
+              {"convert", convert},
               {"expectedNnzs", expectedNnzs},
               {"notes", notes}}
       .dump();
@@ -216,8 +235,8 @@ std::string Problem::toText() const {
 
 Problem Problem::fromText(const std::string& text) {
   const json all = json::parse(text);
-  return {all.at("configuration"), all.at("complex"), all.at("makeRhs"), all.at("expectedNnzs"),
-          all.at("notes")};
+  return {all.at("configuration"), all.at("complex"),      all.at("makeRhs"),
+          all.at("convert"),       all.at("expectedNnzs"), all.at("notes")};
 }
 
 Problem checkProblem(const Options& options, int ranks) {
@@ -225,11 +244,13 @@ Problem checkProblem(const Options& options, int ranks) {
   problem.configuration = loadConfiguration(options.configuration, options.overrides);
   checkSchema(options, problem.configuration);
   for (const std::string& pointer : unusedParameters(problem.configuration)) {
-    problem.notes.push_back(pointer + " is not used: the type key beside it names another class");
+    problem.notes.push_back(escaped(pointer) +
+                            " is not used: the type key beside it names another class");
   }
+  checkRanks(options, problem.configuration, ranks);
   json& testcase = selectedParams(problem.configuration, "testcase");
   const std::string name = selectedName(problem.configuration, "testcase");
-  std::string where = options.configuration + ": /testcase/" + name + "_params/device";
+  std::string where = escaped(options.configuration) + ": /testcase/" + name + "_params/device";
   if (!options.device.empty()) {
     testcase["device"] = options.device;
     where = "--device";
@@ -243,9 +264,10 @@ Problem checkProblem(const Options& options, int ranks) {
   } else if (name == "PoissonFDM") {
     checkPoisson(problem, options, ranks);
   }
-  checkOutput(options.history, "--history", problem.configuration);
-  checkOutput(options.solution, "--solution", problem.configuration);
-  if (!options.history.empty() && options.history == options.solution) {
+  checkOutput(options.history, "--history", options, problem.configuration);
+  checkOutput(options.solution, "--solution", options, problem.configuration);
+  if (!options.history.empty() && !options.solution.empty() &&
+      isSameFile(options.history, options.solution)) {
     throw InputError("--history and --solution name the same file");
   }
   if (!options.quiet && !options.json) {

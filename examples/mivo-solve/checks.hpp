@@ -15,6 +15,7 @@ struct Problem {
   json configuration;              ///< file names resolved, device and verbosity filled in
   bool complex = false;            ///< values are complex
   bool makeRhs = false;            ///< no file gives b, so that b = A (1, ..., 1)
+  bool convert = false;            ///< the library would misread the matrix file as it stands
   std::int64_t expectedNnzs = 0;   ///< entries that the matrix must have; 0 when nothing is known
   std::vector<std::string> notes;  ///< remarks for the user
 

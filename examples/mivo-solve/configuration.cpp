@@ -63,7 +63,7 @@ Place placeOf(const std::string& text, std::size_t offset) {
 }
 
 std::string describePlace(const std::string& source, const Place& place) {
-  return source + ": line " + std::to_string(place.line) + ", column " +
+  return escaped(source) + ": line " + std::to_string(place.line) + ", column " +
          std::to_string(place.column) + ": ";
 }
 
@@ -76,7 +76,17 @@ std::string excerpt(const Place& place) {
   for (std::size_t i = 0; i + 1 < place.column; ++i) {
     mark += i < place.text.size() && place.text[i] == '\t' ? '\t' : ' ';
   }
-  return "\n    " + place.text + "\n    " + mark + "^";
+  std::string line = place.text;
+  // One byte for one, so that the mark stays below its column; c2 begins the control characters of
+  // two bytes.
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(line[i]);
+    const auto next = static_cast<unsigned char>(i + 1 < line.size() ? line[i + 1] : ' ');
+    const bool control =
+        byte < 0x20 || byte == 0x7f || (byte == 0xc2 && next >= 0x80 && next < 0xa0);
+    if (byte != '\t' && control) line[i] = '?';
+  }
+  return "\n    " + line + "\n    " + mark + "^";
 }
 
 /// Follows the parser through the document and notes the keys of each open object.
@@ -139,30 +149,31 @@ std::string parseReason(const std::string& what) {
 
 std::string readTextFile(const std::string& path, const std::string& what, std::size_t maxBytes) {
   namespace fs = std::filesystem;
+  const std::string name = escaped(path);
   std::error_code code;
   const fs::file_status status = fs::status(path, code);
   if (!fs::exists(status)) {
-    throw InputError(path + ": " + what + " file not found" +
+    throw InputError(name + ": " + what + " file not found" +
                      (code && code.value() != ENOENT ? " (" + code.message() + ")" : ""));
   }
   if (fs::is_directory(status)) {
-    throw InputError(path + ": is a directory, where a " + what + " file is expected");
+    throw InputError(name + ": is a directory, where a " + what + " file is expected");
   }
   if (!fs::is_regular_file(status)) {
-    throw InputError(path + ": is no regular file");
+    throw InputError(name + ": is no regular file");
   }
   const std::uintmax_t bytes = fs::file_size(path, code);
   if (code || bytes > maxBytes) {
-    throw InputError(path + ": " + what + " file is larger than " + std::to_string(maxBytes) +
+    throw InputError(name + ": " + what + " file is larger than " + std::to_string(maxBytes) +
                      " bytes");
   }
   std::ifstream file(path, std::ios::binary);
   if (!file) {
-    throw InputError(path + ": cannot be opened: " + std::strerror(errno));
+    throw InputError(name + ": cannot be opened: " + std::strerror(errno));
   }
   std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
   if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
-    throw InputError(path + ": " + what + " file is empty");
+    throw InputError(name + ": " + what + " file is empty");
   }
   return text;
 }
@@ -199,7 +210,8 @@ json parseJson(const std::string& text, const std::string& source) {
           const std::size_t start = text.rfind('"', end >= 2 ? end - 2 : 0);
           const Place place = placeOf(text, start == std::string::npos ? end : start);
           throw InputError(describePlace(source, place) + "the key " + inQuotes(name) +
-                           " stands twice in one object (" + pointer + ")" + excerpt(place));
+                           " stands twice in one object (" + escaped(pointer) + ")" +
+                           excerpt(place));
         }
         break;
       }
@@ -220,7 +232,7 @@ json parseJson(const std::string& text, const std::string& source) {
 }
 
 void applyOverride(json& configuration, const std::string& assignment) {
-  const std::string source = "--set " + assignment;
+  const std::string source = "--set " + escaped(assignment);
   const std::size_t equals = assignment.find('=');
   if (equals == std::string::npos || equals == 0) {
     throw InputError(source + ": expected path.to.key=value");
@@ -269,15 +281,16 @@ void applyOverride(json& configuration, const std::string& assignment) {
 
 json loadConfiguration(const std::string& path, const std::vector<std::string>& overrides) {
   const std::string text = readTextFile(path, "configuration", kMaxConfigurationBytes);
+  const std::string name = escaped(path);
   json configuration;
   try {
     configuration = parseJson(text, path);
   } catch (const InputError& error) {
     const std::string message = error.what();
-    throw InputError(message.compare(0, path.size(), path) == 0 ? message : path + ": " + message);
+    throw InputError(message.compare(0, name.size(), name) == 0 ? message : name + ": " + message);
   }
   if (!configuration.is_object()) {
-    throw InputError(path +
+    throw InputError(name +
                      ": the configuration must be an object with the keys \"testcase\" and " +
                      "\"solver\", found " + shortText(configuration));
   }

@@ -4,6 +4,7 @@
 #include <iomanip>
 
 #include "input_error.hpp"
+#include "words.hpp"
 
 namespace mivo_solve {
 
@@ -29,7 +30,7 @@ void History::close() {
   }
   file_.close();
   if (!file_) {
-    throw InputError("--history " + path_ + ": writing failed");
+    throw InputError("--history " + escaped(path_) + ": writing failed");
   }
 }
 

@@ -3,57 +3,30 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <new>
+#include <string>
 
 #include "checks.hpp"
 #include "input_error.hpp"
 #include "mivo/utils/Device.hpp"
+#include "mivo/utils/launcher.hpp"
 #include "options.hpp"
+#include "output.hpp"
 #include "ranks.hpp"
 #include "report.hpp"
 #include "run.hpp"
+#include "words.hpp"
 
 namespace {
 
 using namespace mivo_solve;
 
-/// While it lives, standard output goes to standard error, so that the texts of the library do not
-/// mix with the one JSON line.
-class QuietOutput {
- public:
-  explicit QuietOutput(bool on) {
-    if (on) {
-      flush();
-      saved_ = dup(STDOUT_FILENO);
-      dup2(STDERR_FILENO, STDOUT_FILENO);
-    }
-  }
-  ~QuietOutput() {
-    if (saved_ >= 0) {
-      flush();
-      dup2(saved_, STDOUT_FILENO);
-      close(saved_);
-    }
-  }
-  QuietOutput(const QuietOutput&) = delete;
-  QuietOutput& operator=(const QuietOutput&) = delete;
-
- private:
-  static void flush() {
-    std::cout.flush();
-    std::fflush(stdout);
-  }
-  int saved_ = -1;
-};
-
-void printError(const std::string& text, bool asJson, int rank) {
-  if (rank != 0) {
-    return;
-  }
+void printError(const std::string& text, Output& output) {
   std::cout.flush();
   std::size_t begin = 0;
   while (begin <= text.size()) {
@@ -62,11 +35,29 @@ void printError(const std::string& text, bool asJson, int rank) {
     std::cerr << (line.compare(0, 1, " ") == 0 ? "" : "mivo-solve: ") << line << "\n";
     begin = end + 1;
   }
-  if (asJson) {
-    std::cout << json{{"status", 1}, {"error", text}}.dump(-1, ' ', true,
-                                                           json::error_handler_t::replace)
-              << std::endl;
+  output.printFault(text);
+}
+
+/// All ranks read the same command line, so that they agree on what is collective from there on.
+void compareCommandLines(int argc, char** argv) {
+  std::string mine;
+  for (int i = 1; i < argc; ++i) mine += argv[i] + std::string(1, '\0');
+  std::string first = mine;
+  broadcast(first);
+  if (onAnyRank(first != mine)) {
+    throw InputError("the ranks have different command lines; give all the same");
   }
+}
+
+/// Several processes that were started together and do not know of each other would all solve the
+/// whole system, and write the same files.
+void refuseLoneWorld() {
+  if (mivo::describeLoneWorld().empty()) return;
+  const mivo::LaunchedWorld world = mivo::launchedWorld();
+  throw InputError(
+      "nothing is solved: this process was started as one of several and is alone all the same; "
+      "take mivo-solve-mpi with the mpiexec of MPICH, or env -u " +
+      world.variable + " mivo-solve to solve in each process on its own");
 }
 
 /// Rank 0 checks; all ranks learn the problem, or that there is none.
@@ -77,47 +68,55 @@ Problem checkOnRoot(const Options& options) {
   return Problem::fromText(text);
 }
 
-int solve(const Options& options, int rank) {
-  Report report;
-  {
-    const QuietOutput quiet(options.json);
-    const Problem problem = checkOnRoot(options);
-    if (options.checkOnly) {
-      if (rank == 0) {
-        for (const std::string& note : problem.notes) {
-          std::cout << "note: " << note << "\n";
-        }
-        std::cout << options.configuration << ": configuration and files can be used" << std::endl;
+int solve(const Options& options, int rank, Output& output) {
+  const Problem problem = checkOnRoot(options);
+  if (options.checkOnly) {
+    if (rank == 0) {
+      for (const std::string& note : problem.notes) {
+        std::cout << "note: " << note << "\n";
       }
-      return 0;
+      std::cout << escaped(options.configuration) << ": configuration and files can be used"
+                << std::endl;
+      output.printLine({{"status", 0}, {"notes", problem.notes}});
     }
-    report = runProblem(problem, options);
+    return 0;
   }
-  if (rank == 0) {
-    if (options.json) {
-      std::cout << jsonLine(report) << std::endl;
-    } else {
-      printReport(report, std::cout);
-    }
+  const Report report = runProblem(problem, options);
+  if (rank == 0 && options.json) {
+    output.printLine(toJson(report));
+  } else if (rank == 0) {
+    printReport(report, std::cout);
   }
   return report.status();
 }
 
-int run(int argc, char** argv, int rank) {
-  bool asJson = false;
-  for (int i = 1; i < argc; ++i) {
-    asJson = asJson || std::string(argv[i]) == "--json";
-  }
+int run(int argc, char** argv, int rank, Output& output) {
   try {
+    compareCommandLines(argc, argv);
+    onRoot([&] {
+      if (output.wasClosed()) throw InputError("standard output is closed");
+    });
     int status = 0;
-    const std::optional<Options> options = parseOptions(argc, argv, rank, status);
-    return options ? solve(*options, rank) : status;
+    std::string text;
+    const std::optional<Options> options = parseOptions(argc, argv, text);
+    if (options) {
+      refuseLoneWorld();
+      status = solve(*options, rank, output);
+    } else if (rank == 0) {
+      output.giveBack();
+      std::cout << text;
+    }
+    const bool written = output.finish();
+    onRoot([&] {
+      if (!written) throw InputError("standard output: not everything could be written");
+    });
+    return status;
   } catch (const InputError& error) {
-    printError(error.what(), asJson, rank);
+    if (rank == 0 && mivo::launchedWorld().speaks) printError(error.what(), output);
     return 1;
   } catch (const std::exception& error) {
     // Nothing says that the other ranks have met the same.
-    printError(std::string("the run cannot go on: ") + error.what(), asJson, 0);
+    printError("the run cannot go on: " + escaped(error.what()), output);
     abortAll();
   }
 }
@@ -150,10 +149,15 @@ int run(int argc, char** argv, int rank) {
 int main(int argc, char** argv) {
   takeStack();
   std::set_terminate(endUncaught);
+  const bool asJson = std::any_of(argv + 1, argv + argc,
+                                  [](const char* word) { return word == std::string("--json"); });
+  Output output(asJson);
   // Files in the published form; the library reads this switch once.
   setenv("MIVO_STRICT_MATRIX_MARKET", "1", 1);
   mivo::Device::initialize();
-  const int status = run(argc, argv, worldRank());
+  output.setRank(worldRank());
+  const int status = run(argc, argv, worldRank(), output);
+  output.finish();
   mivo::Device::finalize();
   return status;
 }

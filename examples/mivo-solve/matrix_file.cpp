@@ -31,7 +31,7 @@ class LineReader {
  public:
   explicit LineReader(const std::string& path) : path_(path), file_(path, std::ios::binary) {
     if (!file_) {
-      throw InputError(path + ": cannot be opened: " + std::strerror(errno));
+      throw InputError(escaped(path) + ": cannot be opened: " + std::strerror(errno));
     }
   }
 
@@ -61,10 +61,10 @@ class LineReader {
   int64_t number() const { return number_; }
 
   [[noreturn]] void fail(const std::string& message) const {
-    throw InputError(path_ + ": line " + std::to_string(number_) + ": " + message);
+    throw InputError(escaped(path_) + ": line " + std::to_string(number_) + ": " + message);
   }
   [[noreturn]] void failFile(const std::string& message) const {
-    throw InputError(path_ + ": " + message);
+    throw InputError(escaped(path_) + ": " + message);
   }
 
  private:
@@ -141,7 +141,7 @@ int64_t readInteger(const LineReader& reader, string_view word, const char* what
   return value;
 }
 
-void checkNumber(const LineReader& reader, string_view word, const char* what) {
+double readNumber(const LineReader& reader, string_view word, const char* what) {
   string_view digits = word;
   if (digits.size() > 1 && digits[0] == '+' && digits[1] != '-') {
     digits.remove_prefix(1);
@@ -164,13 +164,14 @@ void checkNumber(const LineReader& reader, string_view word, const char* what) {
   if (!std::isfinite(value)) {
     reader.fail(std::string(what) + " " + inQuotes(std::string(word)) + " is not a finite number");
   }
+  return value;
 }
 
 /// The kinds of a Matrix Market file that a role takes.
 struct Expected {
   const char* role;
   const char* format;  ///< "coordinate" or "array"
-  bool symmetric;      ///< whether a symmetric file is taken
+  bool matrix;         ///< whether fields and symmetries of matrices are taken
 };
 
 MatrixFileInfo readHeader(LineReader& reader, const Expected& expected) {
@@ -182,7 +183,7 @@ MatrixFileInfo readHeader(LineReader& reader, const Expected& expected) {
     reader.failFile("the file is compressed; unpack it first");
   }
   const std::string form = std::string("%%MatrixMarket matrix ") + expected.format +
-                           (expected.symmetric ? " real symmetric" : " real general");
+                           (expected.matrix ? " real symmetric" : " real general");
   const std::vector<std::string> found = words(line);
   if (found.size() < 4 || found.size() > 5 || found[0] != "%%MatrixMarket" || isBlank(line[0]) ||
       lowerCase(found[1]) != "matrix") {
@@ -195,23 +196,40 @@ MatrixFileInfo readHeader(LineReader& reader, const Expected& expected) {
                 (format == "array" ? ": a dense file cannot give the sparse matrix" : ""));
   }
   const std::string field = lowerCase(found[3]);
-  if (field != "real" && field != "integer" && field != "complex") {
+  std::vector<std::string> fields = {"real", "integer", "complex"};
+  std::vector<std::string> symmetries = {"general"};
+  if (expected.matrix) {
+    fields.emplace_back("pattern");
+    symmetries.insert(symmetries.end(), {"symmetric", "skew-symmetric", "hermitian"});
+  }
+  if (std::find(fields.begin(), fields.end(), field) == fields.end()) {
     reader.fail("the field " + inQuotes(found[3]) +
-                " cannot be read; allowed: " + listInQuotes({"real", "integer", "complex"}));
+                " cannot be read; allowed: " + listInQuotes(fields));
   }
-  const std::string symmetry = found.size() == 5 ? found[4] : "general";
-  const bool symmetric = lowerCase(symmetry) == "symmetric";
-  if (lowerCase(symmetry) != "general" && !(symmetric && expected.symmetric)) {
-    reader.fail("the symmetry " + inQuotes(symmetry) + " cannot be read; allowed: " +
-                listInQuotes(expected.symmetric ? std::vector<std::string>{"general", "symmetric"}
-                                                : std::vector<std::string>{"general"}));
-  }
-  if (symmetric && symmetry != "symmetric") {
-    reader.fail("the word " + inQuotes(symmetry) + " must be in lower case to be understood");
+  const std::string symmetry = found.size() == 5 ? lowerCase(found[4]) : "general";
+  const auto at = std::find(symmetries.begin(), symmetries.end(), symmetry);
+  if (at == symmetries.end()) {
+    reader.fail("the symmetry " + inQuotes(found[4]) +
+                " cannot be read; allowed: " + listInQuotes(symmetries));
   }
   MatrixFileInfo info;
   info.complex = field == "complex";
-  info.symmetric = symmetric;
+  info.pattern = field == "pattern";
+  info.symmetry = static_cast<Symmetry>(at - symmetries.begin());
+  if (info.pattern && info.symmetry == Symmetry::kSkewSymmetric) {
+    reader.fail("positions without values have no sign, so that they cannot be skew-symmetric");
+  }
+  // The library knows one such word, and only in this form.
+  info.needsConversion =
+      info.pattern || (info.symmetry != Symmetry::kGeneral && found[4] != "symmetric");
+  const char* const halves[] = {"", "the other half is filled in with equal values",
+                                "the other half is filled in with values of the other sign",
+                                "the other half is filled in with conjugate values"};
+  if (info.pattern) info.note = "pattern: each entry counts as 1";
+  if (info.symmetry != Symmetry::kGeneral) {
+    info.note += (info.note.empty() ? "" : "; ") + symmetry + ": " +
+                 halves[static_cast<std::size_t>(info.symmetry)];
+  }
   return info;
 }
 
@@ -224,8 +242,8 @@ std::vector<std::string> readSizeLine(LineReader& reader, const MatrixFileInfo& 
       // The reader of coordinate files takes any comment of this form for a header.
       const std::size_t text = std::min(line.find_first_not_of('%'), line.size());
       const std::vector<std::string> comment = words(line.substr(text));
-      if (!info.symmetric && comment.size() == 5 && comment[0] == "MatrixMarket" &&
-          comment[4] == "symmetric") {
+      if (info.symmetry == Symmetry::kGeneral && !info.needsConversion && comment.size() == 5 &&
+          comment[0] == "MatrixMarket" && comment[4] == "symmetric") {
         reader.fail("this comment would be taken for a header of a symmetric matrix; reword it");
       }
     } else if (line.empty() && !array) {
@@ -282,7 +300,7 @@ MatrixFileInfo readCoordinateHead(LineReader& reader, const std::string& path) {
     reader.fail("the matrix has " + std::to_string(info.rows) + " rows and " +
                 std::to_string(info.cols) + " columns; a solver needs a square one");
   }
-  checkPromise(reader, path, info.entries, info.complex ? 8 : 6, "entries");
+  checkPromise(reader, path, info.entries, info.complex ? 8 : info.pattern ? 4 : 6, "entries");
   return info;
 }
 
@@ -290,20 +308,21 @@ MatrixFileInfo readCoordinateHead(LineReader& reader, const std::string& path) {
 
 void checkReadableFile(const std::string& path, const std::string& what) {
   namespace fs = std::filesystem;
+  const std::string where = escaped(path) + ": " + what + ": ";
   std::error_code code;
   const fs::file_status status = fs::status(path, code);
   if (!fs::exists(status)) {
-    throw InputError(path + ": " + what + ": file not found" +
+    throw InputError(where + "file not found" +
                      (code && code.value() != ENOENT ? " (" + code.message() + ")" : ""));
   }
   if (fs::is_directory(status)) {
-    throw InputError(path + ": " + what + ": is a directory, where a file is expected");
+    throw InputError(where + "is a directory, where a file is expected");
   }
   if (!fs::is_regular_file(status)) {
-    throw InputError(path + ": " + what + ": is no regular file");
+    throw InputError(where + "is no regular file");
   }
   if (!std::ifstream(path)) {
-    throw InputError(path + ": " + what + ": cannot be opened: " + std::strerror(errno));
+    throw InputError(where + "cannot be opened: " + std::strerror(errno));
   }
 }
 
@@ -334,9 +353,17 @@ MatrixFileInfo scanCoordinateFile(const std::string& path) {
       reader.fail("the column index " + std::to_string(col) + " is outside 1 to " +
                   std::to_string(info.cols));
     }
-    checkNumber(reader, takeWord(line), info.complex ? "the real part" : "the value");
-    if (info.complex) {
-      checkNumber(reader, takeWord(line), "the imaginary part");
+    double value[2] = {1, 0};
+    if (!info.pattern) {
+      value[0] = readNumber(reader, takeWord(line), info.complex ? "the real part" : "the value");
+      if (info.complex) value[1] = readNumber(reader, takeWord(line), "the imaginary part");
+    }
+    if (row == col && info.symmetry == Symmetry::kSkewSymmetric &&
+        (value[0] != 0 || value[1] != 0)) {
+      reader.fail("the diagonal of a skew-symmetric matrix is 0");
+    }
+    if (row == col && info.symmetry == Symmetry::kHermitian && value[1] != 0) {
+      reader.fail("the diagonal of a Hermitian matrix is real");
     }
     if (!isEmptyLine(line)) {
       reader.fail("one entry a line is expected, found more: " + inQuotes(std::string(line)));
@@ -348,7 +375,7 @@ MatrixFileInfo scanCoordinateFile(const std::string& path) {
     reader.failFile("the file ends after " + std::to_string(read) + " of " +
                     std::to_string(info.entries) + " entries");
   }
-  info.stored = info.symmetric ? 2 * read - diagonal : read;
+  info.stored = info.symmetry == Symmetry::kGeneral ? read : 2 * read - diagonal;
   if (info.stored > kMaxCount) {
     reader.failFile("the matrix has " + std::to_string(info.stored) + " entries; at most " +
                     std::to_string(kMaxCount) + " are possible");
@@ -383,9 +410,9 @@ MatrixFileInfo scanVectorFile(const std::string& path) {
         reader.fail("more values than the " + std::to_string(info.entries) +
                     " that the size line promises");
       }
-      checkNumber(reader, word, info.complex ? "the real part" : "a value");
+      readNumber(reader, word, info.complex ? "the real part" : "a value");
       if (info.complex) {
-        checkNumber(reader, takeWord(line), "the imaginary part");
+        readNumber(reader, takeWord(line), "the imaginary part");
       }
       ++read;
     }
@@ -396,6 +423,45 @@ MatrixFileInfo scanVectorFile(const std::string& path) {
   }
   info.stored = read;
   return info;
+}
+
+ConvertedFile::ConvertedFile(const std::string& path, const MatrixFileInfo& info)
+    : file_(std::tmpfile(), std::fclose) {
+  const auto fail = [&] {
+    throw InputError(escaped(path) + ": a temporary file for the conversion cannot be written: " +
+                     std::strerror(errno));
+  };
+  if (file_ == nullptr) fail();
+  LineReader reader(path);
+  readCoordinateHead(reader, path);
+  std::fprintf(file_.get(), "%%%%MatrixMarket matrix coordinate %s general\n%lld %lld %lld\n",
+               info.complex ? "complex" : "real", static_cast<long long>(info.rows),
+               static_cast<long long>(info.cols), static_cast<long long>(info.stored));
+  // Values are copied as they stand, so that no digit changes.
+  const auto negative = [](const std::string& word) {
+    return word[0] == '-' ? word.substr(1) : "-" + word.substr(word[0] == '+' ? 1 : 0);
+  };
+  const auto print = [&](const std::string& row, const std::string& col, const std::string& re,
+                         const std::string& im) {
+    std::fprintf(file_.get(), "%s %s %s%s%s\n", row.c_str(), col.c_str(), re.c_str(),
+                 im.empty() ? "" : " ", im.c_str());
+  };
+  string_view line;
+  while (reader.next(line)) {
+    if (isEmptyLine(line)) continue;
+    const std::string row(takeWord(line)), col(takeWord(line));
+    const std::string re(info.pattern ? "1" : takeWord(line)), im(takeWord(line));
+    print(row, col, re, im);
+    if (info.symmetry == Symmetry::kGeneral || std::stoll(row) == std::stoll(col)) continue;
+    const bool opposite = info.symmetry == Symmetry::kSkewSymmetric;
+    const bool turned = opposite || info.symmetry == Symmetry::kHermitian;
+    print(col, row, opposite ? negative(re) : re, turned && !im.empty() ? negative(im) : im);
+  }
+  if (std::fflush(file_.get()) != 0 || std::ferror(file_.get()) != 0) fail();
+}
+
+std::string ConvertedFile::path() const {
+  return "/proc/self/fd/" + std::to_string(fileno(file_.get()));
 }
 
 std::string findRepeatedEntry(const std::string& path) {
@@ -410,13 +476,14 @@ std::string findRepeatedEntry(const std::string& path) {
     auto row = static_cast<std::uint64_t>(readInteger(reader, takeWord(line), "a row index"));
     auto col = static_cast<std::uint64_t>(readInteger(reader, takeWord(line), "a column index"));
     // A symmetric file that lists both halves gives a position twice, too.
-    if (info.symmetric && row < col) {
+    const bool oneHalf = info.symmetry != Symmetry::kGeneral;
+    if (oneHalf && row < col) {
       std::swap(row, col);
     }
     if (!seen.insert(row << 32 | col).second) {
       return "line " + std::to_string(reader.number()) + ": the entry of row " +
              std::to_string(row) + " and column " + std::to_string(col) + " stands twice" +
-             (info.symmetric ? " (a symmetric file holds one half only)" : "");
+             (oneHalf ? " (a symmetric file holds one half only)" : "");
     }
   }
   return {};

@@ -2,11 +2,12 @@
 #include "options.hpp"
 
 #include <CLI/CLI.hpp>
-#include <iostream>
+#include <sstream>
 
 #include "input_error.hpp"
 #include "mivo_solve_version.hpp"
 #include "schema.hpp"
+#include "words.hpp"
 
 namespace mivo_solve {
 namespace {
@@ -35,7 +36,7 @@ Exit status: 0 when |b - A x| <= 2 rtol max(|b|, |r0|), 2 when not, 1 for unusab
 
 }  // namespace
 
-std::optional<Options> parseOptions(int argc, char** argv, int rank, int& status) {
+std::optional<Options> parseOptions(int argc, char** argv, std::string& text) {
   Options options;
   std::string start = "zero";
   bool schema = false;
@@ -56,7 +57,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int rank, int& status
       ->type_name("FILE.csv");
   app.add_option("--solution", options.solution, "write x as a Matrix Market array")
       ->type_name("FILE.mtx");
-  app.add_flag("--json", options.json, "print the report as one JSON line and nothing else");
+  app.add_flag("--json", options.json, "print the outcome as one JSON line and nothing else");
   app.add_flag("--quiet", options.quiet, "do not turn on the solver's table");
   app.add_flag("--profile", options.profile,
                "measure the phases and levels of a multigrid hierarchy");
@@ -66,22 +67,18 @@ std::optional<Options> parseOptions(int argc, char** argv, int rank, int& status
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& request) {
-    if (rank == 0) {
-      app.exit(request);
-    }
-    status = 0;
+    std::ostringstream out;
+    app.exit(request, out, out);
+    text = out.str();
     return std::nullopt;
   } catch (const CLI::ParseError& error) {
-    throw InputError(std::string(error.what()) + "\nmivo-solve --help shows the options");
+    throw InputError(escaped(error.what()) + "\nmivo-solve --help shows the options");
   }
   if (schema || list) {
-    if (rank == 0 && schema) {
-      std::cout << schemaText();
-    }
-    if (rank == 0 && list) {
-      listSchema(std::cout);
-    }
-    status = 0;
+    std::ostringstream out;
+    if (schema) out << schemaText();
+    if (list) listSchema(out);
+    text = out.str();
     return std::nullopt;
   }
   if (options.configuration.empty()) {

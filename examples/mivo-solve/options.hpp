@@ -21,8 +21,8 @@ struct Options {
   bool checkOnly = false;
 };
 
-/// Reads the command line. Prints help, version, schema or list itself on `rank` 0 and then returns
-/// nothing, with `status` 0; throws InputError for a wrong command line.
-std::optional<Options> parseOptions(int argc, char** argv, int rank, int& status);
+/// Reads the command line. Nothing when it asks for help, version, schema or list, which is then in
+/// `text`; throws InputError for a wrong command line.
+std::optional<Options> parseOptions(int argc, char** argv, std::string& text);
 
 }  // namespace mivo_solve

@@ -47,6 +47,13 @@ void onRoot(const std::function<void()>& action) {
   }
 }
 
+bool onAnyRank(bool value) {
+  const int mine = value ? 1 : 0;
+  int all = mine;
+  MPI_Allreduce(&mine, &all, 1, MPI_INT, MPI_MAX, MPI_COMM_WORLD);
+  return all != 0;
+}
+
 double slowest(double seconds) {
   double all = seconds;
   MPI_Allreduce(&seconds, &all, 1, MPI_DOUBLE, MPI_MAX, MPI_COMM_WORLD);

@@ -17,6 +17,9 @@ void broadcast(std::string& text);
 /// so that none goes on alone. Collective.
 void onRoot(const std::function<void()>& action);
 
+/// Whether it is true on any rank. Collective.
+bool onAnyRank(bool value);
+
 /// Largest value over the ranks. Collective.
 double slowest(double seconds);
 

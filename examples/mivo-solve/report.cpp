@@ -73,7 +73,7 @@ void printReport(const Report& report, std::ostream& out) {
   out.flush();
 }
 
-std::string jsonLine(const Report& report) {
+json toJson(const Report& report) {
   json line;
   line["status"] = report.status();
   line["converged"] = report.converged();
@@ -103,8 +103,7 @@ std::string jsonLine(const Report& report) {
   line["norm_r"] = report.normR;
   line["bound"] = report.bound();
   line["notes"] = report.notes;
-  // Numbers that are not finite become null.
-  return line.dump(-1, ' ', true, json::error_handler_t::replace);
+  return line;
 }
 
 }  // namespace mivo_solve

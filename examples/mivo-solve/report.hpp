@@ -51,7 +51,7 @@ std::string rankLine(const Report& report);
 /// Times, iterations and residuals, one a line.
 void printReport(const Report& report, std::ostream& out);
 
-/// All of it as one line.
-std::string jsonLine(const Report& report);
+/// All of it for machines.
+json toJson(const Report& report);
 
 }  // namespace mivo_solve

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <sstream>
 
 #include "hierarchy.hpp"
@@ -19,6 +20,7 @@
 #include "mivo/testcase/TestCase.hpp"
 #include "mivo/utils/Factory.hpp"
 #include "ranks.hpp"
+#include "words.hpp"
 
 namespace mivo_solve {
 namespace {
@@ -71,7 +73,18 @@ class Run {
 
  private:
   void generate() {
-    const json& description = problem_.configuration.at("testcase");
+    json description = problem_.configuration.at("testcase");
+    std::optional<ConvertedFile> converted;
+    if (problem_.convert) {
+      json& name = description["MatrixMarket_params"]["filename_A"];
+      std::string path = name;
+      onRoot([&] {
+        converted.emplace(path, scanCoordinateFile(path));
+        path = converted->path();
+      });
+      broadcast(path);  // all ranks look at the name, and rank 0 reads the file
+      name = path;
+    }
     testcase_ = TestCase::getFactory().createInstance(description);
     if (testcase_ == nullptr) {
       throw InputError("the test case " + description.dump() + " does not exist for " +
@@ -104,7 +117,7 @@ class Run {
       const std::string file =
           problem_.configuration["testcase"]["MatrixMarket_params"]["filename_A"];
       const std::string repeated = isRoot_ ? findRepeatedEntry(file) : std::string();
-      throw InputError(file + ": " +
+      throw InputError(escaped(file) + ": " +
                        (repeated.empty()
                             ? "gives " + std::to_string(nnzs) + " entries instead of " +
                                   std::to_string(problem_.expectedNnzs)
@@ -140,7 +153,8 @@ class Run {
     report_.rtol = solver_->rtol;
     std::ostringstream tree;
     solver_->describe(tree, 0);
-    report_.operators = tree.str();
+    std::istringstream lines(tree.str());
+    for (std::string line; std::getline(lines, line);) report_.operators += escaped(line) + "\n";
   }
 
   void describe() {
@@ -185,6 +199,11 @@ class Run {
     report_.reportedRelres = 0;
     report_.normR0 = 0;
     note("b is zero, so x = 0 is the answer; the solver was not called");
+    onRoot([&] {
+      History history(options_.history);
+      history.row(0, 0, 0, 0);
+      history.close();
+    });
   }
 
   void solve() {
@@ -230,7 +249,7 @@ class Run {
       all.saveToStream(file, 16);
       file.close();
       if (!file) {
-        throw InputError("--solution " + options_.solution + ": writing failed");
+        throw InputError("--solution " + escaped(options_.solution) + ": writing failed");
       }
     });
   }

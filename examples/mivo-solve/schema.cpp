@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "schema.hpp"
 
-#include <algorithm>
+#include <rapidjson/document.h>
+#include <rapidjson/schema.h>
+
+#include <cstdint>
 #include <iomanip>
+#include <limits>
 #include <map>
-#include <regex>
+#include <memory>
 #include <sstream>
-#include <valijson/adapters/nlohmann_json_adapter.hpp>
-#include <valijson/schema.hpp>
-#include <valijson/schema_parser.hpp>
-#include <valijson/validator.hpp>
 
 #include "mivo_schema_text.hpp"
 #include "words.hpp"
@@ -99,6 +99,14 @@ std::string explainUnknownName(const json& value, const json& schema) {
   return text + (text.back() == '?' ? " Allowed: " : "; allowed: ") + listInQuotes(allowed);
 }
 
+/// Whether a key matches a pattern of the one form that the schema has, "^stem[0-9]+$". A general
+/// matcher would take a stack frame for each character of a key.
+bool matches(const std::string& key, const std::string& pattern) {
+  const std::string stem = pattern.substr(1, pattern.find('[') - 1);
+  return key.size() > stem.size() && key.compare(0, stem.size(), stem) == 0 &&
+         key.find_first_not_of("0123456789", stem.size()) == std::string::npos;
+}
+
 /// The schema of a member of an object, null when it has none: by its name, or by a pattern of
 /// names.
 const json* memberSchema(const json& schema, const std::string& key) {
@@ -107,7 +115,7 @@ const json* memberSchema(const json& schema, const std::string& key) {
   const auto patterns = schema.find("patternProperties");
   if (patterns == schema.end()) return nullptr;
   for (const auto& pattern : patterns->items()) {
-    if (std::regex_search(key, std::regex(pattern.key()))) return &pattern.value();
+    if (matches(key, pattern.key())) return &pattern.value();
   }
   return nullptr;
 }
@@ -164,34 +172,118 @@ std::vector<SchemaFault> explain(const json& value, const json& schema,
   return faults;
 }
 
-/// Follows the path that the validator gives, "<root>", "[key]", ..., through document and schema.
-std::vector<SchemaFault> explainAt(const std::vector<std::string>& context,
-                                   const json& configuration) {
-  const json* value = &configuration;
-  const json* schema = &schemaDocument();
-  json::json_pointer pointer;
-  for (std::size_t i = 1; i < context.size(); ++i) {
-    const std::string word = context[i].substr(1, context[i].size() - 2);
-    pointer /= word;
-    if (value->is_array()) {
-      value = &value->at(std::stoul(word));
-      schema = &resolve(schema->at("items"));
-    } else {
-      value = &value->at(word);
-      schema = &resolve(*memberSchema(*schema, word));
-    }
+/// Printable ASCII with "?" for the rest. The validator decodes texts without looking for their end
+/// and matches patterns up to a null character; no name or pattern of the schema goes beyond this.
+std::string plainText(std::string text) {
+  for (char& c : text) {
+    if (c < 0x20 || c > 0x7e) c = '?';
   }
-  return explain(*value, *schema, pointer);
+  return text;
 }
 
-const valijson::Schema& compiledSchema() {
-  static const valijson::Schema* const schema = [] {
-    auto* made = new valijson::Schema;
-    valijson::SchemaParser parser;
-    parser.populateSchema(valijson::adapters::NlohmannJsonAdapter(schemaDocument()), *made);
-    return made;
-  }();
-  return *schema;
+rapidjson::SizeType sizeOf(const std::string& text) {
+  return static_cast<rapidjson::SizeType>(text.size());
+}
+
+/// Hands a value to the validator down to `levels` levels, with null for what lies below them;
+/// false when it is not valid.
+bool feed(const json& value, int levels, rapidjson::SchemaValidator& validator) {
+  switch (levels < 0 ? json::value_t::null : value.type()) {
+    case json::value_t::object:
+      if (!validator.StartObject()) return false;
+      for (const auto& item : value.items()) {
+        const std::string key = plainText(item.key());
+        if (!validator.Key(key.c_str(), sizeOf(key), true)) return false;
+        if (!feed(item.value(), levels - 1, validator)) return false;
+      }
+      return validator.EndObject(static_cast<rapidjson::SizeType>(value.size()));
+    case json::value_t::array:
+      if (!validator.StartArray()) return false;
+      for (const json& element : value) {
+        if (!feed(element, levels - 1, validator)) return false;
+      }
+      return validator.EndArray(static_cast<rapidjson::SizeType>(value.size()));
+    case json::value_t::string: {
+      const std::string text = plainText(value.get<std::string>());
+      return validator.String(text.c_str(), sizeOf(text), true);
+    }
+    case json::value_t::boolean:
+      return validator.Bool(value.get<bool>());
+    case json::value_t::number_integer:
+      return validator.Int64(value.get<std::int64_t>());
+    case json::value_t::number_unsigned:
+      return validator.Uint64(value.get<std::uint64_t>());
+    case json::value_t::number_float:
+      return validator.Double(value.get<double>());
+    default:
+      return validator.Null();
+  }
+}
+
+/// The schema in the words of draft 4, which the validator knows: there an exclusive bound is a
+/// bound with a truth value beside it.
+json inDraft4(const json& node) {
+  if (!node.is_structured()) return node;
+  json out = node;
+  for (const auto& item : node.items()) {
+    if (node.is_object()) {
+      out[item.key()] = inDraft4(item.value());
+    } else {
+      out[std::stoul(item.key())] = inDraft4(item.value());
+    }
+  }
+  for (const char* bound : {"Minimum", "Maximum"}) {
+    const std::string exclusive = std::string("exclusive") + bound;
+    if (node.is_object() && node.contains(exclusive) && node.at(exclusive).is_number()) {
+      out[lowerCase(bound)] = node.at(exclusive);
+      out[exclusive] = true;
+    }
+  }
+  return out;
+}
+
+rapidjson::SchemaDocument compiled(const json& schema) {
+  rapidjson::Document document;
+  document.Parse(inDraft4(schema).dump().c_str());
+  return rapidjson::SchemaDocument(document);
+}
+
+/// Whether the value itself fits the node, whatever its members are.
+bool fitsAlone(const json& value, const json& node) {
+  static std::map<const json*, std::unique_ptr<const rapidjson::SchemaDocument>> known;
+  auto& schema = known[&node];
+  if (schema == nullptr) {
+    json alone = node;
+    for (const char* members : {"properties", "patternProperties"}) {
+      if (!alone.contains(members)) continue;
+      for (auto& member : alone.at(members)) member = json::object();
+    }
+    alone.erase("items");
+    schema.reset(new const rapidjson::SchemaDocument(compiled(alone)));
+  }
+  rapidjson::SchemaValidator validator(*schema);
+  return feed(value, 0, validator);
+}
+
+/// The validator stops at the first fault of a document, so that each value is looked at alone.
+void findFaults(const json& value, const json& schema, const json::json_pointer& pointer,
+                std::vector<SchemaFault>& faults) {
+  if (!fitsAlone(value, schema)) {
+    const std::vector<SchemaFault> here = explain(value, schema, pointer);
+    faults.insert(faults.end(), here.begin(), here.end());
+  }
+  if (value.is_array() && schema.contains("items")) {
+    for (std::size_t i = 0; i < value.size(); ++i) {
+      findFaults(value[i], resolve(schema.at("items")), pointer / i, faults);
+    }
+  } else if (value.is_object()) {
+    for (const auto& item : value.items()) {
+      const json* member = memberSchema(schema, item.key());
+      if (member != nullptr) {
+        findFaults(item.value(), resolve(*member), pointer / item.key(), faults);
+      }
+    }
+  }
 }
 
 /// A family's object is known by its type key, whose value selects one of the parameter objects.
@@ -203,11 +295,15 @@ bool endsWith(const std::string& text, const std::string& suffix) {
          text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
 }
 
-void findUnused(const json& value, const json::json_pointer& pointer,
-                std::vector<std::string>& found) {
+/// Visits the objects and arrays of a document, and hands parameters that no type key selects to
+/// `unused` instead.
+template <class Visit, class Unused>
+void walkUsed(const json& value, const json::json_pointer& pointer, const Visit& visit,
+              const Unused& unused) {
   if (!value.is_structured()) {
     return;
   }
+  visit(value, pointer);
   std::string used;
   if (value.is_object()) {
     for (const auto& item : value.items()) {
@@ -221,10 +317,31 @@ void findUnused(const json& value, const json::json_pointer& pointer,
     const json::json_pointer below =
         isArray ? pointer / std::stoul(item.key()) : pointer / item.key();
     if (!used.empty() && endsWith(item.key(), kParamsSuffix) && item.key() != used) {
-      found.push_back(below.to_string());
+      unused(below);
     } else {
-      findUnused(item.value(), below, found);
+      walkUsed(item.value(), below, visit, unused);
     }
+  }
+}
+
+/// Adds the parameters that an object lacks although its class requires some.
+void addRequiredParams(json& value, const json& schema) {
+  if (value.is_array() && schema.contains("items")) {
+    for (json& element : value) addRequiredParams(element, resolve(schema.at("items")));
+  }
+  if (!value.is_object()) return;
+  for (const std::string& key : keysOf(value)) {
+    const std::string params = endsWith(key, kTypeSuffix) && value.at(key).is_string()
+                                   ? value.at(key).get<std::string>() + kParamsSuffix
+                                   : std::string();
+    const json* member = params.empty() ? nullptr : memberSchema(schema, params);
+    if (member != nullptr && resolve(*member).contains("required") && !value.contains(params)) {
+      value[params] = json::object();
+    }
+  }
+  for (auto& item : value.items()) {
+    const json* member = memberSchema(schema, item.key());
+    if (member != nullptr) addRequiredParams(item.value(), resolve(*member));
   }
 }
 
@@ -240,47 +357,39 @@ const json& schemaDocument() {
   return document;
 }
 
-std::vector<SchemaFault> validateConfiguration(const json& configuration) {
-  valijson::Validator validator;
-  valijson::ValidationResults results;
-  valijson::adapters::NlohmannJsonAdapter document(configuration);
+std::vector<SchemaFault> validateConfiguration(const json& given) {
+  json configuration = given;
+  addRequiredParams(configuration, schemaDocument());
+  static const rapidjson::SchemaDocument whole = compiled(schemaDocument());
+  rapidjson::SchemaValidator validator(whole);
   std::vector<SchemaFault> faults;
-  if (validator.validate(compiledSchema(), document, &results)) {
-    return faults;
-  }
-  // The validator also reports each object and array around a fault, which is of no use to a
-  // reader.
-  const auto isEcho = [](const std::string& description) {
-    return description.rfind("Failed to validate against schema associated with", 0) == 0 ||
-           description.rfind("Failed to validate item", 0) == 0;
-  };
-  std::vector<std::vector<std::string>> seen;
-  std::string firstDescription;
-  valijson::ValidationResults::Error error;
-  while (results.popError(error)) {
-    if (firstDescription.empty()) {
-      firstDescription = error.description;
-    }
-    if (isEcho(error.description) ||
-        std::find(seen.begin(), seen.end(), error.context) != seen.end()) {
-      continue;
-    }
-    seen.push_back(error.context);
-    const std::vector<SchemaFault> here = explainAt(error.context, configuration);
-    faults.insert(faults.end(), here.begin(), here.end());
-    if (here.empty()) {
-      faults.push_back({"", error.description});
-    }
-  }
+  if (feed(configuration, std::numeric_limits<int>::max(), validator)) return faults;
+  findFaults(configuration, schemaDocument(), json::json_pointer(), faults);
   if (faults.empty()) {
-    faults.push_back({"", firstDescription});
+    faults.push_back({"", std::string("does not fit the schema in its keyword ") +
+                              inQuotes(validator.GetInvalidSchemaKeyword())});
   }
   return faults;
 }
 
 std::vector<std::string> unusedParameters(const json& configuration) {
   std::vector<std::string> found;
-  findUnused(configuration, json::json_pointer(), found);
+  walkUsed(
+      configuration, json::json_pointer(), [](const json&, const json::json_pointer&) {},
+      [&](const json::json_pointer& pointer) { found.push_back(pointer.to_string()); });
+  return found;
+}
+
+std::vector<std::string> usesOf(const std::string& family, const std::string& name,
+                                const json& configuration) {
+  std::vector<std::string> found;
+  walkUsed(
+      configuration, json::json_pointer(),
+      [&](const json& value, const json::json_pointer& pointer) {
+        const auto type = value.is_object() ? value.find(family + kTypeSuffix) : value.end();
+        if (type != value.end() && *type == name) found.push_back(pointer.to_string());
+      },
+      [](const json::json_pointer&) {});
   return found;
 }
 

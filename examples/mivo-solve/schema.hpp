@@ -21,10 +21,16 @@ struct SchemaFault {
 };
 
 /// Validates against the schema. Each value at fault is named once, in the order of the document.
-std::vector<SchemaFault> validateConfiguration(const json& configuration);
+/// Parameters that are missing count as an empty object, so that required keys are missed in them.
+std::vector<SchemaFault> validateConfiguration(const json& given);
 
 /// Parameter objects of classes that no type key selects, as pointers. The library ignores them.
 std::vector<std::string> unusedParameters(const json& configuration);
+
+/// Pointers to the objects of a family, such as "level_transfer", that name this class and are
+/// used.
+std::vector<std::string> usesOf(const std::string& family, const std::string& name,
+                                const json& configuration);
 
 /// The registered names and their keys, with types, defaults and meanings, for people.
 void listSchema(std::ostream& out);

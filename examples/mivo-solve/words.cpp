@@ -67,19 +67,29 @@ std::string nearestWord(const std::string& word, const std::vector<std::string>&
   return best == nullptr ? std::string() : *best;
 }
 
-std::string inQuotes(const std::string& word) {
-  constexpr std::size_t kLongest = 80;
-  std::string out = "\"";
-  for (char c : word.substr(0, kLongest)) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\x%02x", static_cast<unsigned char>(c));
-      out += escaped;
+std::string escaped(const std::string& text) {
+  std::string out;
+  unsigned char before = 0;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    // U+0080 to U+009F are c2 80 to c2 9f.
+    const bool second = before == 0xc2 && byte >= 0x80 && byte < 0xa0;
+    if (second) out.pop_back();
+    if (byte < 0x20 || byte == 0x7f || second) {
+      char code[16];
+      std::snprintf(code, sizeof code, second ? "\\xc2\\x%02x" : "\\x%02x", byte);
+      out += code;
     } else {
       out += c;
     }
+    before = byte;
   }
-  return out + (word.size() > kLongest ? "...\"" : "\"");
+  return out;
+}
+
+std::string inQuotes(const std::string& word) {
+  constexpr std::size_t kLongest = 80;
+  return "\"" + escaped(word.substr(0, kLongest)) + (word.size() > kLongest ? "...\"" : "\"");
 }
 
 std::string listInQuotes(const std::vector<std::string>& words, const std::string& last) {

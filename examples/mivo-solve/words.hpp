@@ -18,6 +18,10 @@ std::string nearestWord(const std::string& word, const std::vector<std::string>&
 /// ` "a", "b" or "c"` without the leading blank; `last` is the word before the last one.
 std::string listInQuotes(const std::vector<std::string>& words, const std::string& last = "or");
 
+/// The text with control characters as "\x1b", those of two bytes in UTF-8 included, so that a name
+/// neither steers a terminal nor breaks a line.
+std::string escaped(const std::string& text);
+
 /// The word in double quotes, with control characters escaped and long texts cut.
 std::string inQuotes(const std::string& word);
 

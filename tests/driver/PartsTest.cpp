@@ -67,6 +67,21 @@ TEST(Schema, UnusedParametersAreThoseOfOtherClasses) {
                                               "/solver/SolverPCG_params/preconditioner/B_params"));
 }
 
+TEST(Schema, NamesEachFaultOnceAndInOrder) {
+  const json configuration = json::parse(R"({"solver": {"solver_type": "SolverPCG",
+    "SolverPCG_params": {"rtol": 1, "max_its": 1.5, "x": 0, "preconditioner": {"preconditioner_type": 3}}},
+    "testcase": {}, "y": {"z": 1}})");
+  std::vector<std::string> places;
+  for (const SchemaFault& fault : validateConfiguration(configuration)) {
+    places.push_back(fault.pointer + " " + fault.message.substr(0, fault.message.find(' ')));
+  }
+  const std::string params = "/solver/SolverPCG_params/";
+  EXPECT_THAT(places,
+              ::testing::ElementsAre("/y the", params + "x the", params + "max_its expected",
+                                     params + "preconditioner/preconditioner_type expected",
+                                     params + "rtol the", "/testcase the"));
+}
+
 /// Names that the schema allows are those that the library registers, but for the one that cannot
 /// be run.
 template <class Family>

@@ -123,5 +123,38 @@ TEST_F(DriverOnRanks, EndTogetherWhenRankZeroCannotGoOn) {
   }
 }
 
+// What one rank has not in common with the others would leave them waiting.
+TEST_F(DriverOnRanks, EndTogetherWhenCommandLinesDiffer) {
+  folder_.write("c.json", poissonConfiguration("SolverPCG", json::object(), 9).dump());
+  for (const char* other : {"--jason", "--help", "--check", "--solution=x.mtx"}) {
+    const Outcome outcome =
+        folder_.execute({MIVO_MPIEXEC, "-n", "1", MIVO_SOLVE_MPI_PROGRAM, "c.json", ":", "-n", "1",
+                         MIVO_SOLVE_MPI_PROGRAM, "c.json", other},
+                        60);
+    EXPECT_EQ(outcome.status, 1) << outcome.out << outcome.err;
+    EXPECT_EQ(count(outcome.err, "mivo-solve: the ranks have different command lines"), 1);
+  }
+}
+
+TEST_F(DriverOnRanks, PrintOneJsonLineWhenTheLibraryEndsTheJob) {
+  folder_.write("c.json", poissonConfiguration("SolverGaussElim", json::object(), 300).dump());
+  const Outcome outcome = run(2, {"c.json", "--json"});
+  EXPECT_GT(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(count(outcome.out, "\"status\":1"), 1) << outcome.out;
+}
+
+TEST_F(DriverOnRanks, RefuseWhatWorksOnOneRankOnly) {
+  json params;
+  params["preconditioner"] = {
+      {"preconditioner_type", "PrecondAMG"},
+      {"PrecondAMG_params",
+       multigridParams({{"level_transfer_type", "LevelTransferSmoothAggregationSeq"}})}};
+  folder_.write("c.json", poissonConfiguration("SolverPCG", params, 9).dump());
+  EXPECT_EQ(run(1, {"c.json"}).status, 0);
+  const Outcome outcome = run(2, {"c.json"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(count(outcome.err, "works on one rank, and there are 2"), 1) << outcome.err;
+}
+
 }  // namespace
 }  // namespace driver_test

@@ -38,6 +38,7 @@ struct SoundFile {
   std::string matrix;
   std::string rhs;
   std::vector<double> solution;
+  const char* note = "";
 };
 
 std::ostream& operator<<(std::ostream& out, const SoundFile& sound) { return out << sound.name; }
@@ -47,13 +48,16 @@ class SoundFileTest : public ::testing::TestWithParam<SoundFile> {};
 TEST_P(SoundFileTest, GivesTheSolution) {
   const SoundFile& sound = GetParam();
   const Folder folder;
-  folder.write("c.json", fileConfiguration().dump());
+  json configuration = fileConfiguration();
+  configuration["solver"]["solver_type"] = "SolverFLGMRES_R";
+  folder.write("c.json", configuration.dump());
   folder.write("A.mtx", sound.matrix);
   folder.write("b.mtx", sound.rhs);
   for (const auto& device : mivo::test::testDevices()) {
     const Outcome outcome =
         folder.run({"c.json", "--json", "--solution", "x.mtx", "--device", device.getString()});
     ASSERT_EQ(outcome.status, 0) << outcome.out << outcome.err;
+    EXPECT_THAT(reportOf(outcome)["notes"].dump(), HasSubstr(sound.note));
     const std::vector<double> x = readVector(folder.read("x.mtx"));
     ASSERT_EQ(x.size(), sound.solution.size()) << folder.read("x.mtx");
     for (std::size_t i = 0; i < x.size(); ++i) {
@@ -74,7 +78,8 @@ INSTANTIATE_TEST_SUITE_P(
         SoundFile{"General", kGeneral, kRhs, kSolution},
         SoundFile{"Symmetric",
                   "%%MatrixMarket matrix coordinate real symmetric\n2 2 3\n1 1 4\n2 1 -1\n2 2 3\n",
-                  kRhs, kSolution},
+                  kRhs, kSolution,
+                  "A.mtx: symmetric: the other half is filled in with equal values"},
         SoundFile{"Integer",
                   "%%MatrixMarket matrix coordinate integer general\n2 2 4\n1 1 4\n1 2 -1\n2 1 "
                   "-1\n2 2 3\n",
@@ -101,7 +106,26 @@ INSTANTIATE_TEST_SUITE_P(
                   "%%MatrixMarket matrix coordinate complex general\n2 2 4\n1 1 4 0\n1 2 0 1\n2 1 "
                   "0 -1\n2 2 3 0\n",
                   "%%MatrixMarket matrix array complex general\n2 1\n5 1\n3 -4\n",
-                  {1, 0, 1, -1}}),
+                  {1, 0, 1, -1}},
+        SoundFile{"Hermitian",
+                  "%%MatrixMarket matrix coordinate complex hermitian\n2 2 3\n1 1 4 0\n2 1 0 -1\n"
+                  "2 2 3 0\n",
+                  "%%MatrixMarket matrix array complex general\n2 1\n5 1\n3 -4\n",
+                  {1, 0, 1, -1},
+                  "A.mtx: hermitian: the other half is filled in with conjugate values"},
+        // A = [0 1.5; -1.5 0], [1 1; 0 1] and [0 1; 1 1].
+        SoundFile{"SkewSymmetric",
+                  "%%MatrixMarket matrix coordinate real skew-symmetric\n2 2 1\n2 1 -1.5\n",
+                  "%%MatrixMarket matrix array real general\n2 1\n3\n-1.5\n", kSolution,
+                  "A.mtx: skew-symmetric: the other half is filled in with values of the other"},
+        SoundFile{"Pattern",
+                  "%%MatrixMarket matrix coordinate Pattern general\n% a\n2 2 3\n1 1\n1 2\n2 2\n",
+                  "%%MatrixMarket matrix array real general\n2 1\n3\n2\n", kSolution,
+                  "A.mtx: pattern: each entry counts as 1"},
+        SoundFile{"PatternSymmetric",
+                  "%%MatrixMarket matrix coordinate pattern Symmetric\n2 2 2\n2 1\n2 2\n",
+                  "%%MatrixMarket matrix array real general\n2 1\n2\n3\n", kSolution,
+                  "A.mtx: pattern: each entry counts as 1; symmetric: the other half is filled"}),
     [](const auto& sound) { return std::string(sound.param.name); });
 
 /// A configuration, the status in which it ends, and a text of the report.
@@ -334,9 +358,11 @@ TEST(Solve, ZeroRightHandSideIsAnsweredWithoutASolver) {
   folder.write("c.json", fileConfiguration().dump());
   folder.write("A.mtx", kGeneral);
   folder.write("b.mtx", "%%MatrixMarket matrix array real general\n2 1\n0\n-0.0\n");
-  const Outcome outcome = folder.run({"c.json", "--json", "--solution", "x.mtx"});
+  const Outcome outcome =
+      folder.run({"c.json", "--json", "--solution", "x.mtx", "--history", "h.csv"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(readVector(folder.read("x.mtx")), (std::vector<double>{0, 0}));
+  EXPECT_THAT(folder.read("h.csv"), HasSubstr("relative_to_b\n0,0.0"));
   EXPECT_THAT(reportOf(outcome)["notes"].dump(), HasSubstr("b is zero"));
 }
 
@@ -431,6 +457,55 @@ TEST(Solve, CheckStopsBeforeSolving) {
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(outcome.out, HasSubstr("c.json: configuration and files can be used"));
   EXPECT_THAT(outcome.out, HasSubstr("note: /solver/SolverPCG_params is not used"));
+}
+
+// A run in a shell, so that streams and environment can be what they may be.
+Outcome runInShell(const Folder& folder, const std::string& before, const std::string& after) {
+  return folder.execute({"/bin/sh", "-c", before + " '" MIVO_SOLVE_PROGRAM "' c.json " + after},
+                        60);
+}
+
+TEST(Solve, OutputThatIsLostIsAFailure) {
+  const Folder folder;
+  folder.write("c.json", poissonConfiguration().dump());
+  for (const std::string options : {"", "--json", "--check", "--help", "--list"}) {
+    const Outcome full = runInShell(folder, "", options + " >/dev/full");
+    EXPECT_EQ(full.status, 1) << options;
+    EXPECT_THAT(full.err, HasSubstr("standard output: not everything could be written")) << options;
+    const Outcome closed = runInShell(folder, "", options + " --history h.csv >&-");
+    EXPECT_EQ(closed.status, 1) << options;
+    EXPECT_THAT(closed.err, HasSubstr("standard output is closed")) << options;
+  }
+  EXPECT_EQ(folder.read("h.csv"), "") << "what was meant for standard output";
+  EXPECT_EQ(reportOf(runInShell(folder, "", "--json 2>/dev/full"))["status"], 0);
+}
+
+TEST(Solve, EveryEndPrintsAJsonLineOnRequest) {
+  const Folder folder;
+  folder.write("c.json", poissonConfiguration("SolverGaussElim", json::object(), 300).dump());
+  const json check = reportOf(folder.run({"c.json", "--check", "--json"}));
+  EXPECT_EQ(check["status"], 0);
+  EXPECT_EQ(reportOf(folder.run({"c.json", "--jsn", "--json"}))["status"], 1);
+  // 8.1e9 elements on a rank: the library ends the process.
+  const Outcome ended = folder.run({"c.json", "--json"});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_THAT(reportOf(ended).value("error", ""), HasSubstr("elements"));
+}
+
+TEST(Solve, AProcessOfSeveralThatIsAloneEndsInStatusOne) {
+  const Folder folder;
+  folder.write("c.json", poissonConfiguration().dump());
+  for (const char* rank : {"0", "1"}) {
+    const Outcome outcome =
+        runInShell(folder, std::string("OMPI_COMM_WORLD_SIZE=2 OMPI_COMM_WORLD_RANK=") + rank, "");
+    EXPECT_EQ(outcome.status, 1) << outcome.out;
+    EXPECT_EQ(outcome.out, "");
+    if (*rank == '0') {
+      EXPECT_THAT(outcome.err, HasSubstr("env -u OMPI_COMM_WORLD_SIZE mivo-solve"));
+    } else {
+      EXPECT_EQ(outcome.err, "");
+    }
+  }
 }
 
 TEST(Solve, HelpVersionSchemaAndListNeedNoConfiguration) {
