@@ -4,12 +4,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <new>
 #include <string>
+#include <thread>
 
 #include "checks.hpp"
 #include "input_error.hpp"
@@ -53,11 +55,10 @@ void compareCommandLines(int argc, char** argv) {
 /// whole system, and write the same files.
 void refuseLoneWorld() {
   if (mivo::describeLoneWorld().empty()) return;
-  const mivo::LaunchedWorld world = mivo::launchedWorld();
   throw InputError(
       "nothing is solved: this process was started as one of several and is alone all the same; "
-      "take mivo-solve-mpi with the mpiexec of MPICH, or env -u " +
-      world.variable + " mivo-solve to solve in each process on its own");
+      "take mivo-solve-mpi with the mpiexec of MPICH\nto solve in each process on its own: env -u "
+      "PMI_SIZE -u OMPI_COMM_WORLD_SIZE -u PMIX_RANK -u SLURM_STEP_NUM_TASKS mivo-solve ...");
 }
 
 /// Rank 0 checks; all ranks learn the problem, or that there is none.
@@ -112,7 +113,12 @@ int run(int argc, char** argv, int rank, Output& output) {
     });
     return status;
   } catch (const InputError& error) {
-    if (rank == 0 && mivo::launchedWorld().speaks) printError(error.what(), output);
+    if (!mivo::launchedWorld().speaks && worldSize() == 1) {
+      // The launcher ends the others as soon as one has failed, and one of them speaks.
+      std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    } else if (rank == 0) {
+      printError(error.what(), output);
+    }
     return 1;
   } catch (const std::exception& error) {
     // Nothing says that the other ranks have met the same.

@@ -62,9 +62,10 @@ std::string describeLoneWorld() {
       (world.variable == "PMIX_RANK" ? "at least " : "") + std::to_string(world.size);
   return "the launcher started " + started + " processes (" + world.variable +
          "), but each of them is a world of its own: " +
-         (alone ? "the message layer for one process is in use; link the program with mivo::mpi"
-                : "the program is linked with MPICH, and the launcher is another library's") +
-         ", and launch it with the mpiexec of MPICH (mpiexec.mpich on Debian and Ubuntu)";
+         (alone
+              ? "the message layer for one process is in use; link the program with mivo::mpi and "
+              : "the program is linked with MPICH, and the launcher is another library's; ") +
+         "launch it with the mpiexec of MPICH (mpiexec.mpich on Debian and Ubuntu)";
 }
 
 }  // namespace mivo

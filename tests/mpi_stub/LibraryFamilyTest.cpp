@@ -96,8 +96,8 @@ TEST(MessageLayer, TellsAWorldOfOneWhereALauncherStartedMore) {
       {{{"SLURM_STEP_NUM_TASKS", "1"}, {"SLURM_PROCID", "0"}, {"OMPI_COMM_WORLD_SIZE", "4"}},
        kOpenMpi}};
   for (const auto& [library, advice] :
-       {std::pair("", "link the program with mivo::mpi, and launch it with the mpiexec of MPICH"),
-        std::pair("MPICH Version:\t4.0.2", "launcher is another library's, and launch it with")}) {
+       {std::pair("", "link the program with mivo::mpi and launch it with the mpiexec of MPICH"),
+        std::pair("MPICH Version:\t4.0.2", "launcher is another library's; launch it with")}) {
     version() = library;
     for (const auto& one : cases) {
       EXPECT_EXIT(
