@@ -29,21 +29,24 @@ int main(int argc, char** argv) {
   const json problem = {
       {"testcase_type", "PoissonFDM"},
       {"PoissonFDM_params", {{"dim", std::stoi(argv[1])}, {"N", std::stoi(argv[2])}}}};
-  Matrix A;
-  Vector x, b;
-  TestCase::getFactory().createInstance(problem)->generate(A, x, b);
-  x.fill(0.0);  // the start; the test case leaves the exact solution there
-
   json config = json::parse(R"({
     "solver_type": "SolverPCG",
     "SolverPCG_params": {"rtol": 1e-8, "preconditioner": {"preconditioner_type": ""}}
   })");
   config["SolverPCG_params"]["preconditioner"]["preconditioner_type"] = argv[3];
+
+  // A name that no class has gives a null pointer.
+  const auto testcase = TestCase::getFactory().createInstance(problem);
   const auto solver = Solver::getFactory().createInstance(config);
-  if (solver->preconditioner == nullptr) {
+  if (testcase == nullptr || solver == nullptr || solver->preconditioner == nullptr) {
     std::cerr << "no preconditioner is called " << argv[3] << "\n";
     return 1;
   }
+
+  Matrix A;
+  Vector x, b;
+  testcase->generate(A, x, b);
+  x.fill(0.0);  // the start; the test case leaves the exact solution there
 
   // No solver sets up its preconditioner: that is the caller's duty.
   solver->preconditioner->setup(A);

@@ -61,6 +61,10 @@ int main(int argc, char** argv) {
   const auto solver = Solver::getFactory().createInstance(
       {{"solver_type", "SolverPCG"},
        {"SolverPCG_params", {{"preconditioner", {{"preconditioner_type", argv[2]}}}}}});
+  if (solver == nullptr || solver->preconditioner == nullptr) {
+    std::cerr << "no preconditioner is called " << argv[2] << "\n";
+    return 1;
+  }
   solver->preconditioner->setup(A);
   solver->setup(A);
   int iterations = 0;

@@ -49,17 +49,19 @@ int main(int argc, char** argv) {
   const json problem = {
       {"testcase_type", "PoissonFDM"},
       {"PoissonFDM_params", {{"dim", std::stoi(argv[1])}, {"N", std::stoi(argv[2])}}}};
-  Matrix A;
-  Vector x, b;
-  TestCase::getFactory().createInstance(problem)->generate(A, x, b);
-  x.fill(0.0);
-
   json multigrid = json::parse(kMultigrid);
   if (std::string(argv[3]) == "mixed") multigrid.update(json::parse(kFinestLevel));
   const json preconditioner = {{"preconditioner_type", "PrecondAMG"},
                                {"PrecondAMG_params", multigrid}};
   const auto solver = Solver::getFactory().createInstance(
       {{"solver_type", "SolverPCG"}, {"SolverPCG_params", {{"preconditioner", preconditioner}}}});
+  const auto testcase = TestCase::getFactory().createInstance(problem);
+  if (testcase == nullptr || solver == nullptr || solver->preconditioner == nullptr) return 1;
+
+  Matrix A;
+  Vector x, b;
+  testcase->generate(A, x, b);
+  x.fill(0.0);
   solver->preconditioner->setup(A);
   solver->setup(A);
   for (const auto& level : std::dynamic_pointer_cast<Multigrid>(solver->preconditioner)->levels) {

@@ -54,6 +54,7 @@ int main(int argc, char** argv) {
   x.fill(0.0);
   // Without a "preconditioner" it is the identity, which needs no set-up.
   const auto solver = Solver::getFactory().createInstance({{"solver_type", "SolverPCG"}});
+  if (solver == nullptr) return 1;
   solver->setup(A);
   int iterations = 0;
   double residual = 0;

@@ -33,15 +33,17 @@ int main(int argc, char** argv) {
 
   const json problem = {{"testcase_type", "PoissonFDM"},
                         {"PoissonFDM_params", {{"dim", 2}, {"N", points}}}};
-  Matrix A;
-  Vector x, b;
-  TestCase::getFactory().createInstance(problem)->generate(A, x, b);
-  x.fill(0.0);
-
   const json preconditioner = {{"preconditioner_type", name},
                                {name + "_params", {{"width", points}}}};
   const auto solver = Solver::getFactory().createInstance(
       {{"solver_type", "SolverPCG"}, {"SolverPCG_params", {{"preconditioner", preconditioner}}}});
+  const auto testcase = TestCase::getFactory().createInstance(problem);
+  if (testcase == nullptr || solver == nullptr || solver->preconditioner == nullptr) return 1;
+
+  Matrix A;
+  Vector x, b;
+  testcase->generate(A, x, b);
+  x.fill(0.0);
   solver->preconditioner->setup(A);
   solver->setup(A);
   int iterations = 0;
