@@ -67,10 +67,10 @@ void CSRMatrixT<T, I>::check(bool sorted) const {
   }
 }
 
-#define MIVO_INSTANCE(T)                                                               \
-  template class CSRMatrixT<T, int>;                                                   \
-  template T CSRMatrixT<T, long>::getElementValue(long row, long col, bool* ok) const; \
-  template bool CSRMatrixT<T, long>::setElementValue(long row, long col, const T& value);
+#define MIVO_INSTANCE(T)                                                    \
+  template class CSRMatrixT<T, int>;                                        \
+  template T CSRMatrixT<T, long>::getElementValue(long, long, bool*) const; \
+  template bool CSRMatrixT<T, long>::setElementValue(long, long, const T&);
 MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
 #undef MIVO_INSTANCE
 

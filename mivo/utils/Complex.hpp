@@ -22,8 +22,7 @@ struct MIVO_API Complex {
   MIVO_FUNCTION Complex(const T& real, const T& imag) : re(real), im(imag) {}
   /// Conversion between precisions.
   template <class U>
-  MIVO_FUNCTION Complex(const Complex<U>& z)
-      : re(static_cast<T>(z.re)), im(static_cast<T>(z.im)) {}
+  MIVO_FUNCTION Complex(const Complex<U>& z) : re(static_cast<T>(z.re)), im(static_cast<T>(z.im)) {}
 
   MIVO_FUNCTION Complex& operator+=(const Complex& b) { return *this = *this + b; }
   MIVO_FUNCTION Complex& operator-=(const Complex& b) { return *this = *this - b; }
