@@ -129,14 +129,15 @@ int run(int argc, char** argv, int rank, Output& output) {
 
 /// Where memory has run out, destructors that need some lead here, past every handler.
 [[noreturn]] void endUncaught() {
-  const char* text = "an error that nobody could catch";
+  const char* text = "the run cannot go on: an error that nobody could catch";
   try {
     if (const std::exception_ptr error = std::current_exception()) std::rethrow_exception(error);
   } catch (const std::bad_alloc&) {
-    text = "std::bad_alloc";
+    text = "the run cannot go on: std::bad_alloc";
   } catch (...) {
   }
-  std::fprintf(stderr, "mivo-solve: the run cannot go on: %s\n", text);
+  std::fprintf(stderr, "mivo-solve: %s\n", text);
+  Output::printUncaught(text);
   abortAll();
 }
 

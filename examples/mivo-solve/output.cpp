@@ -103,6 +103,16 @@ void Output::printFault(const std::string& text) {
   printLine({{"status", 1}, {"error", text}});
 }
 
+void Output::printUncaught(const char* text) {
+  if (g_output == nullptr || g_output->own_ < 0) return;
+  char line[256];
+  const int length =
+      std::snprintf(line, sizeof(line), "{\"error\":\"%s\",\"status\":1}\n", text);
+  const int to = g_output->own_;
+  g_output = nullptr;
+  [[maybe_unused]] const ssize_t written = write(to, line, static_cast<std::size_t>(length));
+}
+
 bool Output::finish() {
   giveBack();
   flush();

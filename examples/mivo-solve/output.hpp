@@ -30,6 +30,9 @@ class Output {
   /// The JSON line of an end in status 1. Ranks other than 0 hold back for as long as rank 0 takes
   /// to end by itself, which ends them too.
   void printFault(const std::string& text);
+  /// `printFault` where no memory is left for it: `text` needs no escape and takes at most some 200
+  /// characters.
+  static void printUncaught(const char* text);
   /// The end without a fault of this rank. Writes what is left; false when not all text could be
   /// written.
   bool finish();
