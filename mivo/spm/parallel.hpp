@@ -49,20 +49,15 @@ inline std::pair<std::int64_t, std::int64_t> chunkRange(std::int64_t begin, std:
   return {first, first + q + (k < r ? 1 : 0)};
 }
 
-/// How a body is handed on: plain ones by value, since an object whose address goes round keeps
-/// what it captures out of registers.
-template <class Body>
-using Handed = std::conditional_t<std::is_trivially_copyable_v<Body>, Body, const Body&>;
-
 /// Calls body(i) for n indices from `first` on. The one place that calls it, so that compilers
 /// inline it whatever its size.
 template <class I, class Body>
-void loopThrough(I first, I n, Handed<Body> body) {
+void loopThrough(I first, I n, const Body& body) {
   for (I k = 0; k < n; ++k) body(static_cast<I>(first + k));
 }
 /// The same for body(i, acc); returns the final acc.
 template <class I, class Body, class Value>
-Value loopThrough(I first, I n, Handed<Body> body, Value acc) {
+Value loopThrough(I first, I n, const Body& body, Value acc) {
   for (I k = 0; k < n; ++k) body(static_cast<I>(first + k), acc);
   return acc;
 }
