@@ -95,10 +95,10 @@ TEST(MessageLayer, TellsAWorldOfOneWhereALauncherStartedMore) {
       {{{"SLURM_STEP_NUM_TASKS", "8"}, {"SLURM_PROCID", "0"}, {"PMI_SIZE", "1"}}, kSilent},
       {{{"SLURM_STEP_NUM_TASKS", "1"}, {"SLURM_PROCID", "0"}, {"OMPI_COMM_WORLD_SIZE", "4"}},
        kOpenMpi}};
-  for (const auto& [library, advice] :
+  for (const auto& layer :
        {std::pair("", "link the program with mivo::mpi and launch it with the mpiexec of MPICH"),
         std::pair("MPICH Version:\t4.0.2", "launcher is another library's; launch it with")}) {
-    version() = library;
+    version() = layer.first;
     for (const auto& one : cases) {
       EXPECT_EXIT(
           {
@@ -114,7 +114,7 @@ TEST(MessageLayer, TellsAWorldOfOneWhereALauncherStartedMore) {
                 return one.told == kSilent
                            ? text.empty()
                            : line + 1 == text.size() && text.find(one.told) != std::string::npos &&
-                                 text.find(advice) != std::string::npos;
+                                 text.find(layer.second) != std::string::npos;
               },
               true))
           << one.told;
