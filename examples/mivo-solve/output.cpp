@@ -17,7 +17,11 @@ namespace {
 /// Passes text on and remembers its last line.
 class LastLine : public std::streambuf {
  public:
-  explicit LastLine(std::streambuf* next) : next_(next) {}
+  /// Lines of common length need no memory when there may be none left.
+  explicit LastLine(std::streambuf* next) : next_(next) {
+    line_.reserve(4096);
+    last_.reserve(4096);
+  }
   const std::string& text() const { return line_.empty() ? last_ : line_; }
 
  protected:
@@ -92,9 +96,10 @@ void Output::giveBack() {
 
 void Output::printLine(const json& line) {
   if (g_output == nullptr) return;
+  // Numbers that are not finite become null. The text comes first: memory may end here.
+  const std::string text = line.dump(-1, ' ', true, json::error_handler_t::replace);
   giveBack();
-  // Numbers that are not finite become null.
-  std::cout << line.dump(-1, ' ', true, json::error_handler_t::replace) << std::endl;
+  std::cout << text << std::endl;
 }
 
 void Output::printFault(const std::string& text) {
@@ -106,8 +111,7 @@ void Output::printFault(const std::string& text) {
 void Output::printUncaught(const char* text) {
   if (g_output == nullptr || g_output->own_ < 0) return;
   char line[256];
-  const int length =
-      std::snprintf(line, sizeof(line), "{\"error\":\"%s\",\"status\":1}\n", text);
+  const int length = std::snprintf(line, sizeof(line), "{\"error\":\"%s\",\"status\":1}\n", text);
   const int to = g_output->own_;
   g_output = nullptr;
   [[maybe_unused]] const ssize_t written = write(to, line, static_cast<std::size_t>(length));

@@ -8,7 +8,7 @@
 namespace mivo_solve {
 
 /// Standard output of the program. With `--json` it belongs to one line, which comes at every end
-/// of the program but that by a signal: all other text goes to standard error, and where the
+/// of a run but that by a signal: all other text goes to standard error, and where the
 /// library ends the process, its last line is the error that the JSON line tells. One object, made
 /// before anything is printed.
 class Output {

@@ -34,7 +34,7 @@ void Stream::setCapacity(int size) {
   if (size == 0) return;
   const std::size_t bytes = static_cast<std::size_t>(size);
   unsigned char* const fresh = new (std::nothrow) unsigned char[bytes];
-  if (fresh == nullptr) detail::endWithoutMemory(bytes, Device(), "a message");
+  if (fresh == nullptr) mivo::detail::endWithoutMemory(bytes, Device(), "a message");
   setAllocactedBuffer(size, fresh);
   borrowed = false;
 }

@@ -21,11 +21,12 @@ namespace mivo {
 
 /// Map from integer keys to plain values with a lock of its own: one row of an assembly.
 ///
-/// Has the interface of std::unordered_map apart from buckets and hash, and its promises:
-/// references to entries hold until their entry is erased. Entries come in the order in which their
-/// keys first came. They stand in blocks that never move; a short map is searched from front to
-/// back, a long one through a hash index. The room of erased entries is given back by `clear`
-/// alone.
+/// Looks like a std::unordered_map: elements by `[]`, `at`, `find` and `count`; `insert`,
+/// `emplace`, `try_emplace`, `insert_or_assign`, `erase`, `clear`, `reserve`; no copies. It keeps
+/// the promise of one: references to entries hold until their entry is erased. Entries come in the
+/// order in which their keys first came. They stand in blocks that never move; a short map is
+/// searched from front to back, a long one through a hash index. The room of erased entries is
+/// given back by `clear` alone.
 ///
 /// Nothing locks by itself: who writes while others may, holds the map by std::lock_guard.
 template <class K, class V>
@@ -210,7 +211,7 @@ class MIVO_API MapWithLockType {
   /// Room for `count` entries in all.
   void reserve(std::size_t count) {
     const std::size_t room = last_ == nullptr ? 0 : capacityOf(last_) - last_->used;
-    if (count > size_ + room) addBlock(count - size_ - room);
+    if (count > size_ + room) addBlock(count - size_);
   }
 
   // Exchange between ranks: the number of entries as `int`, then keys and values.
@@ -334,10 +335,11 @@ class MIVO_API MapWithLockType {
   }
   std::size_t cellCount() const { return std::size_t(1) << (index_class_ - kCellBits); }
   /// Multiplicative hashing by the golden ratio; the high bits are the good ones.
-  std::size_t home(const K& key) const {
+  static std::size_t homeIn(unsigned index_class, const K& key) {
     return (static_cast<std::uint64_t>(key) * 0x9E3779B97F4A7C15u) >>
-           (64 + kCellBits - index_class_);
+           (64 + kCellBits - index_class);
   }
+  std::size_t home(const K& key) const { return homeIn(index_class_, key); }
   /// Entries behind the cell that goes move up where that brings them nearer to their home.
   void removeFromIndex(value_type** cell) {
     const std::size_t mask = cellCount() - 1;
@@ -364,8 +366,7 @@ class MIVO_API MapWithLockType {
     // The old index tells which entries are there.
     const std::size_t mask = (std::size_t(1) << (cells - kCellBits)) - 1;
     for (auto entry = first<value_type>(); entry != iterator(); ++entry) {
-      std::size_t at = (static_cast<std::uint64_t>(entry->first) * 0x9E3779B97F4A7C15u) >>
-                       (64 + kCellBits - cells);
+      std::size_t at = homeIn(cells, entry->first);
       while (fresh[at] != nullptr) at = (at + 1) & mask;
       fresh[at] = &*entry;
     }

@@ -71,9 +71,17 @@ void SolverGaussElimination_T<T, G, L>::solve(Preconditioner& P, Operator& A, co
     if (x.getSize() == 0) {
       x.create(matrix->getColPartitioner(), matrix->getDevice(), matrix->getComm());
     }
+    for (const Vector* v : {&b, static_cast<const Vector*>(&x)}) {
+      MIVO_CHECK(v->getRows() == rows && v->getCols() == 1)
+          << "Gauss elimination needs " << (v == &b ? "a right-hand side" : "a solution") << " of "
+          << rows << " x 1, found " << v->getRows() << " x " << v->getCols();
+    }
     solveOnRankZero(*matrix, b, x);
     // Only the last line tells it.
-    if (this->verbose > 0) rel = Vector::residual(A, x, b) / Vector::normL2(b);
+    if (this->verbose > 0) {
+      const R bnorm = Vector::normL2(b);
+      rel = Vector::residual(A, x, b) / (bnorm > 0 ? bnorm : R(1));
+    }
   }
   this->finishSolve(P, this->max_its, rows > 0 ? 1 : 0, rel);
 }
@@ -82,9 +90,6 @@ template <class T, class G, class L>
 void SolverGaussElimination_T<T, G, L>::solveOnRankZero(const ParCSRMatrixT<T, G, L>& A,
                                                         const Vector& b, Vector& x) {
   const G rows = A.getRows();
-  MIVO_CHECK(b.getRows() == rows && b.getCols() == 1)
-      << "Gauss elimination needs a right-hand side of " << rows << " x 1, found " << b.getRows()
-      << " x " << b.getCols();
   const CSRMatrixT<T, L> whole = A.gather(0);
   auto rhs = b.gather(0);
   if (this->rank == 0) {
@@ -99,9 +104,6 @@ void SolverGaussElimination_T<T, G, L>::solveOnRankZero(const ParCSRMatrixT<T, G
   found.scatter(A.getComm(), 0, rhs, x.getRowPartitioner());
   const auto piece = found.getLocalMatrix();
   const auto target = x.getLocalMatrix();
-  MIVO_CHECK(target.getSize() == piece.getSize())
-      << "Gauss elimination needs a solution of " << rows << " x 1, found " << x.getRows() << " x "
-      << x.getCols();
   Device().rawCopyTo(static_cast<std::size_t>(piece.getSize()) * sizeof(T), piece.getData(),
                      target.getDevice(), target.getData());
 }

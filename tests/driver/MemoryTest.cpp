@@ -93,6 +93,7 @@ class DriverWithLittleMemory : public ::testing::TestWithParam<int> {
     if (GetParam() == 1) {
       EXPECT_EQ(outcome.status, 1) << scarcity << "\n" << text;
       EXPECT_EQ(reasons, 1) << scarcity << "\n" << text;
+      EXPECT_EQ(reportOf(outcome)["status"], 1) << scarcity << "\n" << text;
     } else {
       // The message layer may be the one that gives up first, in words of its own.
       EXPECT_GT(outcome.status, 0) << scarcity << " it hangs: " << text;

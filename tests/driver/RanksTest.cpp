@@ -143,6 +143,21 @@ TEST_F(DriverOnRanks, PrintOneJsonLineWhenTheLibraryEndsTheJob) {
   EXPECT_EQ(count(outcome.out, "\"status\":1"), 1) << outcome.out;
 }
 
+TEST_F(DriverOnRanks, ConvertFilesAlike) {
+  folder_.write("A.mtx",
+                "%%MatrixMarket matrix coordinate pattern symmetric\n3 3 4\n1 1\n2 1\n3 2\n3 3\n");
+  folder_.write("b.mtx", "%%MatrixMarket matrix array real general\n3 1\n2\n2\n2\n");
+  json configuration = fileConfiguration();
+  configuration["solver"] = {{"solver_type", "SolverGaussElim"}};
+  folder_.write("c.json", configuration.dump());
+  for (int ranks = 1; ranks <= 2; ++ranks) {
+    const Outcome outcome = run(ranks, {"c.json", "--json"});
+    EXPECT_EQ(outcome.status, 0) << outcome.out << outcome.err;
+    EXPECT_EQ(reportOf(outcome)["matrix"]["nnzs"], 6);
+    EXPECT_EQ(count(outcome.out, "pattern: each entry counts as 1; symmetric"), 1) << outcome.out;
+  }
+}
+
 TEST_F(DriverOnRanks, RefuseWhatWorksOnOneRankOnly) {
   json params;
   params["preconditioner"] = {

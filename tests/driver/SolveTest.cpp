@@ -202,6 +202,9 @@ INSTANTIATE_TEST_SUITE_P(
         SoundRun{"EmptyList", poissonConfiguration("SolverList", json::array()), 2},
         SoundRun{"ShortRestarts",
                  poissonConfiguration("SolverFLGMRES_R", {{"restart", 3}, {"augk", 1}}), 0},
+        // Columns take their memory as they come.
+        SoundRun{"FlgmresVeryLong",
+                 poissonConfiguration("SolverFLGMRES_R", {{"restart", 3}, {"augk", 1000000}}), 0},
         SoundRun{"GmresWithoutIterations",
                  poissonConfiguration("SolverFLGMRES_R", {{"max_its", 0}}), 2},
         SoundRun{"Gauss", poissonConfiguration("SolverGaussElim"), 0},

@@ -135,6 +135,11 @@ TEST(GaussEliminationOnce, NeedsAMatrix) {
   double relres = 0;
   MIVO_EXPECT_FATAL_TEXT(makeSolver<double>()->solve(A, x, x, iterations, relres),
                          "Gauss elimination needs a ParCSRMatrixT");
+  auto one = test::parSparseOf(
+      Device(), HostCsr<double>::build(1, 1, [](int, auto& out) { out.push(0, 2.0); }));
+  auto two = test::parVectorOf<double>(Device(), {1.0, 1.0});
+  MIVO_EXPECT_FATAL_TEXT(makeSolver<double>()->solve(one, x, two, iterations, relres),
+                         "Gauss elimination needs a solution of 1 x 1, found 2 x 1");
 }
 
 }  // namespace
