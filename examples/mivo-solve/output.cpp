@@ -60,7 +60,7 @@ void flush() {
 
 }  // namespace
 
-Output::Output(bool asJson) : asJson_(asJson) {
+Output::Output(bool asJson) {
   for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(fd, F_GETFD) != -1) continue;
     wasClosed_ = wasClosed_ || fd == STDOUT_FILENO;

@@ -19,7 +19,6 @@ class Output {
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
-  bool asJson() const { return asJson_; }
   void setRank(int rank) { rank_ = rank; }
   /// Standard output was closed when the program began.
   bool wasClosed() const { return wasClosed_; }
@@ -38,7 +37,6 @@ class Output {
   bool finish();
 
  private:
-  bool asJson_;
   bool wasClosed_ = false;
   int rank_ = 0;
   int own_ = -1;  ///< the real standard output while text goes to standard error
