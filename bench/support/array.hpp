@@ -15,7 +15,7 @@ template <class T>
 class Array {
  public:
   explicit Array(std::size_t size, T value = T(1))
-      : size_(size), data_(detail::allocate<T>(Device(), size, "an array")) {
+      : size_(size), data_(mivo::detail::allocate<T>(Device(), size, "an array")) {
     std::fill_n(data_.get(), size, value);
   }
   T* data() const { return data_.get(); }

@@ -24,7 +24,7 @@ class DeviceArray {
  public:
   DeviceArray(const Device& device, const std::vector<T>& values)
       : device_(device), size_(values.size()) {
-    data_ = detail::allocate<T>(device_, size_ > 0 ? size_ : 1, "an array");
+    data_ = mivo::detail::allocate<T>(device_, size_ > 0 ? size_ : 1, "an array");
     if (size_ > 0) Device().rawCopyTo(size_ * sizeof(T), values.data(), device_, data_);
   }
   DeviceArray(const Device& device, std::size_t size) : DeviceArray(device, std::vector<T>(size)) {}
