@@ -16,14 +16,9 @@
 namespace mivo::test {
 namespace {
 
-using Solver = ParSolverT<double, long, int>;
-
 class KrylovSolvers : public testing::TestWithParam<const char*> {
  protected:
-  static std::shared_ptr<Solver> make(const json& params = json()) {
-    const std::string name = GetParam();
-    return Solver::getFactory().createInstance({{"solver_type", name}, {name + "_params", params}});
-  }
+  static auto make(const json& params = json()) { return makeSolverOf<double>(GetParam(), params); }
   const std::vector<double> matrix{2, 0, 0, 8};
 };
 
@@ -92,6 +87,81 @@ TEST_P(KrylovSolvers, SolveASecondTimeAsTheFirst) {
   EXPECT_EQ(second.history, first.history);
   EXPECT_EQ(second.x, first.x);
   EXPECT_EQ(solver->solveTime.getCount(), 2u);
+}
+
+/// One iteration on a system with b = (3, 4) and its tables.
+struct Table {
+  std::string name;
+  json params;
+  std::vector<double> matrix;
+  std::string r, relative;  ///< after the iteration
+  std::string head;         ///< of the solver's own table, which some have
+  bool ownRowFirst = false;
+};
+
+std::string expectedText(const Table& table, const std::string& maxIts, const std::string& rest) {
+  const std::string frame = "I 0/1 ParOperator:", one = "  1.000000e+00";
+  std::string own = "    1   " + table.r + "   " + table.relative + "   " + table.relative + "\n";
+  std::string row = frame + "100]        1  " + table.r;
+  for (int column = 0; column < 3; ++column) row += "  " + table.relative;
+  row += "\n";
+  std::string out = frame + "83] Begin solving equation: size 2 solver " + table.name +
+                    " device cpu:0\n" + frame +
+                    "86]     iter           |r|      |r|/|r0|       |r|/|b|     conv_rate\n" +
+                    frame + "100]        0  5.000000e+00" + one + one + one + "\n";
+  if (table.head.empty()) {
+    out += row;
+  } else {
+    out += table.head +
+           "Iters   Resid. norm    Resid./resid0  Resid./rhs\n"
+           "-----   ------------   -------------  ------------\n"
+           "    0   5.000000e+00   1.000000e+00   1.000000e+00\n" +
+           (table.ownRowFirst ? own + row : row + own);
+  }
+  return out + rest + frame + "113] Finish solving using " + table.name + ", iter/max_its 1/" +
+         maxIts + ", res_b " + table.relative + ", solve_time T, precond_setup T, precond T\n";
+}
+
+TEST(KrylovSolverTables, HaveTheRowsOfTheFrameAndTheirOwn) {
+  const std::vector<double> diagonal{2, 0, 0, 8};
+  const json own = {{"verb", 1}, {"btol", 0.5}, {"atol", 1e-3}};
+  json loose = own;
+  loose["rtol"] = 0.75;  // ends after the first iteration
+  const std::vector<Table> tables = {
+      // alpha = 25 / (2 * 9 + 8 * 16), |r| = |(3 - 6 alpha, 4 - 32 alpha)|
+      {"PCG", own, diagonal, "2.465753e+00", "4.931507e-01",
+       "======================== PCG =====================\n"
+       "Tolerances: atol=0.001, rtol=1e-08, btol=0.5\n"},
+      // v = (10, 32), alpha = 25 / 158, s = (224, -168) / 158, t = (280, -1344) / 158,
+      // omega = 288512 / 1884736, |s - omega t| = 1.171059
+      {"BiCGSTAB",
+       own,
+       {2, 1, 0, 8},
+       "1.171059e+00",
+       "2.342118e-01",
+       "======================== BiCGstab =====================\n"
+       "Tolerances: atol=0.001, rtol=1e-08, btol=0.5\n",
+       true},
+      // V0 = (0.6, 0.8), w = (1.2, 6.4), h = 5.84, hn = 2.88, |r| = 5 hn / |(h, hn)|
+      {"FLGMRES_R", loose, diagonal, "2.211462e+00", "4.422925e-01",
+       "======================= FLGMRES ===================\n"
+       "Tolerances: atol=0.001, rtol=0.75, btol=0.5\n"},
+      // |r|^2 = 25 - 146^2 / 1060
+      {"MINRES", {{"algo", "standard"}}, diagonal, "2.211462e+00", "4.422925e-01", ""},
+      // |r| of conjugate gradients
+      {"SYMMLQ", {{"btol", 1}, {"atol", 9}}, diagonal, "2.465753e+00", "4.931507e-01", ""}};
+  for (const Table& table : tables) {
+    const bool restarts = table.name == "FLGMRES_R";
+    json params = table.params;
+    params["verbose"] = 2;
+    if (!restarts) params["max_its"] = 1;
+    const auto out = solveDense<double>("Solver" + table.name, params, table.matrix, {3, 4});
+    EXPECT_EQ(withoutTimes(out.text),
+              restarts ? expectedText(table, "2000",
+                                      "GMRES iteration 1 ||b-Ax||_2 = 2.211462e+00  rel.res "
+                                      "4.422925e-01\n")
+                       : expectedText(table, "1", ""));
+  }
 }
 
 /// Iterations and relative residual of a small system, real and positive definite, for |b| about

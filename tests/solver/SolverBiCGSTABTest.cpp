@@ -4,20 +4,11 @@
 #include <cmath>
 #include <vector>
 
-#include "mivo/solver/SolverBiCGSTAB.hpp"
 #include "tests/support/devices.hpp"
 #include "tests/support/krylov.hpp"
 
 namespace mivo::test {
 namespace {
-
-template <class T>
-using BiCGSTAB = SolverBiCGSTAB_T<T, long, int, T>;
-
-template <class T>
-std::shared_ptr<BiCGSTAB<T>> makeBiCGSTAB(const json& params = json()) {
-  return makeSolver<BiCGSTAB<T>>("SolverBiCGSTAB", params);
-}
 
 /// The formulas, for data on which nothing breaks down.
 template <class T>
@@ -77,7 +68,8 @@ TYPED_TEST(BiCGSTABTest, FollowsTheReferenceBitForBitAndSolvesRealSystems) {
           }
           const int limit = isReal ? 2000 : 4;
           const Reference<T> reference(A, d, b, start, rtol, limit);
-          const auto solver = makeBiCGSTAB<T>({{"rtol", rtol}, {"max_its", limit}});
+          const auto solver =
+              makeSolverOf<T>("SolverBiCGSTAB", {{"rtol", rtol}, {"max_its", limit}});
           const auto out = runSolver<T>(*solver, device, A, d, b, start);
 
           EXPECT_EQ(out.history, reference.history) << n << isReal << zeroStart;
@@ -99,31 +91,9 @@ TYPED_TEST(BiCGSTABTest, FollowsTheReferenceBitForBitAndSolvesRealSystems) {
 
 // The rest does not depend on the value type.
 
-TEST(SolverBiCGSTAB, PrintsItsTables) {
-  const auto solver = makeBiCGSTAB<double>(
-      {{"verbose", 2}, {"verb", 1}, {"max_its", 1}, {"btol", 0.5}, {"atol", 1e-3}});
-  // v = (10, 32), alpha = 25 / 158, s = (224, -168) / 158, t = (280, -1344) / 158,
-  // omega = 288512 / 1884736, |s - omega t| = 1.171059
-  const auto out = runSolver<double>(*solver, {2, 1, 0, 8}, {3, 4}, {0, 0});
-  EXPECT_EQ(
-      withoutTimes(out.text),
-      "I 0/1 ParOperator:83] Begin solving equation: size 2 solver BiCGSTAB device cpu:0\n"
-      "I 0/1 ParOperator:86]     iter           |r|      |r|/|r0|       |r|/|b|     conv_rate\n"
-      "I 0/1 ParOperator:100]        0  5.000000e+00  1.000000e+00  1.000000e+00  1.000000e+00\n"
-      "======================== BiCGstab =====================\n"
-      "Tolerances: atol=0.001, rtol=1e-08, btol=0.5\n"
-      "Iters   Resid. norm    Resid./resid0  Resid./rhs\n"
-      "-----   ------------   -------------  ------------\n"
-      "    0   5.000000e+00   1.000000e+00   1.000000e+00\n"
-      "    1   1.171059e+00   2.342118e-01   2.342118e-01\n"
-      "I 0/1 ParOperator:100]        1  1.171059e+00  2.342118e-01  2.342118e-01  2.342118e-01\n"
-      "I 0/1 ParOperator:113] Finish solving using BiCGSTAB, iter/max_its 1/1, res_b 2.342118e-01, "
-      "solve_time T, precond_setup T, precond T\n");
-}
-
 TEST(SolverBiCGSTAB, EndsAtAVanishedHalfStepWithTheTrueResidual) {
   // alpha = 1/4 leaves s = 0
-  const auto exact = runSolver<double>(*makeBiCGSTAB<double>(), {4, 0, 0, 4}, {1, 2}, {0, 0});
+  const auto exact = solveDense<double>("SolverBiCGSTAB", {}, {4, 0, 0, 4}, {1, 2});
   EXPECT_EQ(exact.text, "phg: bicgstab: ||s|| is too small: 0.000000e+00, terminated.\n");
   EXPECT_EQ(exact.iter, 1);
   EXPECT_EQ(exact.relres, 0);
@@ -132,14 +102,14 @@ TEST(SolverBiCGSTAB, EndsAtAVanishedHalfStepWithTheTrueResidual) {
   EXPECT_EQ(exact.products, 2) << "one of them for the true residual";
 
   // A tiny system vanishes by the absolute bound: s = (0, -1e-62), and the residual says so.
-  const auto tiny = runSolver<double>(*makeBiCGSTAB<double>(), {1, 0, 1, 1}, {1e-62, 0}, {0, 0});
+  const auto tiny = solveDense<double>("SolverBiCGSTAB", {}, {1, 0, 1, 1}, {1e-62, 0});
   EXPECT_EQ(tiny.text, "phg: bicgstab: ||s|| is too small: 1.000000e-62, terminated.\n");
   EXPECT_DOUBLE_EQ(tiny.relres, 1);
 }
 
 TEST(SolverBiCGSTAB, EndsAtABreakdownWithWhatItHas) {
   // r0 = (1, 0), alpha = 1, s = (0, -1), t = (-1, 0), so that omega = 0 and (r1, r0) = 0
-  const auto rho = runSolver<double>(*makeBiCGSTAB<double>(), {1, 1, 1, 0}, {1, 0}, {0, 0});
+  const auto rho = solveDense<double>("SolverBiCGSTAB", {}, {1, 1, 1, 0}, {1, 0});
   EXPECT_EQ(rho.text, "phg: bicgstab: method failed.!\n");
   EXPECT_EQ(rho.iter, 2);
   EXPECT_EQ(rho.relres, 1);
@@ -147,7 +117,7 @@ TEST(SolverBiCGSTAB, EndsAtABreakdownWithWhatItHas) {
   EXPECT_EQ(rho.history.size(), 2u) << "the failed step has no row";
 
   // (rhat, v) = 0 makes alpha infinite, and NaN ends the iteration in silence
-  const auto lost = runSolver<double>(*makeBiCGSTAB<double>(), {0, 1, -1, 0}, {1, 0}, {0, 0});
+  const auto lost = solveDense<double>("SolverBiCGSTAB", {}, {0, 1, -1, 0}, {1, 0});
   EXPECT_EQ(lost.text, "");
   EXPECT_EQ(lost.iter, 1);
   EXPECT_TRUE(std::isnan(lost.relres));

@@ -146,23 +146,6 @@ TYPED_TEST(FLGMRESTest, FollowsTheReferenceBitForBitAndSolvesRealSystems) {
   }
 }
 
-TYPED_TEST(FLGMRESTest, IsExactAfterNStepsWithoutARestart) {
-  using T = TypeParam;
-  using R = RealType<T>;
-  const R rtol = sizeof(R) == sizeof(float) ? R(1e-4) : R(1e-11);
-  for (const std::size_t n : {2, 5, 9}) {
-    // far from the identity, so that nothing less than n steps will do
-    const auto A = unsymmetric<T>(n, 12, true);
-    std::vector<T> M = A, b(n, T(1));
-    for (std::size_t i = 0; i < n; ++i) M[i * n + i] = A[i * n + i] * T(R(i % 2 == 0 ? 1 : -1));
-    const auto out = runSolver<T>(*makeFLGMRES<T>({{"rtol", rtol}}), M, b, std::vector<T>(n, T(0)));
-    EXPECT_LE(out.iter, static_cast<int>(n));
-    EXPECT_LE(out.relres, rtol);
-    const auto r = denseAxpby(M, T(-1), out.x, T(1), b);
-    EXPECT_LE(normOf(r), 10 * rtol * normOf(b)) << "the residual of the recurrence is the true one";
-  }
-}
-
 // The rest does not depend on the value type.
 
 /// A system that takes several cycles: convection and diffusion on a line.
@@ -228,10 +211,8 @@ TEST(SolverFLGMRES_R, NeverRisesWithinACycleAndGainsByWhatItKeeps) {
   const Reference<double> reference(A, one, b, 1e-8, 400, k0, augk);
   EXPECT_EQ(out.history, reference.history);
   ASSERT_GT(reference.begins.size(), 3u);
-  for (std::size_t k = 1; k < out.history.size(); ++k) {
-    // A cycle starts from the residual computed anew, which rounding may have moved.
-    EXPECT_LE(out.history[k].r, out.history[k - 1].r * (1 + 1e-10)) << k;
-  }
+  // A cycle starts from the residual computed anew, which rounding may have moved.
+  expectNeverRising(out.history, 1e-10);
 }
 
 TEST(SolverFLGMRES_R, TakesAPreconditionerThatChangesFromStepToStep) {
@@ -260,28 +241,6 @@ TEST(SolverFLGMRES_R, TakesAPreconditionerThatChangesFromStepToStep) {
   EXPECT_LE(relres, 1e-12);
   const auto exact = denseSolve(convection(n), b);
   for (std::size_t i = 0; i < n; ++i) EXPECT_NEAR(valuesOf(x)[i], exact[i], 1e-9);
-}
-
-TEST(SolverFLGMRES_R, PrintsItsTables) {
-  const auto solver = makeFLGMRES<double>(
-      {{"verbose", 2}, {"verb", 1}, {"rtol", 0.75}, {"btol", 0.5}, {"atol", 1e-3}});
-  // V0 = (0.6, 0.8), w = (1.2, 6.4), h = 5.84, hn = 2.88, |r| = 5 hn / |(h, hn)|
-  const auto out = runSolver<double>(*solver, {2, 0, 0, 8}, {3, 4}, {0, 0});
-  EXPECT_EQ(
-      withoutTimes(out.text),
-      "I 0/1 ParOperator:83] Begin solving equation: size 2 solver FLGMRES_R device cpu:0\n"
-      "I 0/1 ParOperator:86]     iter           |r|      |r|/|r0|       |r|/|b|     conv_rate\n"
-      "I 0/1 ParOperator:100]        0  5.000000e+00  1.000000e+00  1.000000e+00  1.000000e+00\n"
-      "======================= FLGMRES ===================\n"
-      "Tolerances: atol=0.001, rtol=0.75, btol=0.5\n"
-      "Iters   Resid. norm    Resid./resid0  Resid./rhs\n"
-      "-----   ------------   -------------  ------------\n"
-      "    0   5.000000e+00   1.000000e+00   1.000000e+00\n"
-      "I 0/1 ParOperator:100]        1  2.211462e+00  4.422925e-01  4.422925e-01  4.422925e-01\n"
-      "    1   2.211462e+00   4.422925e-01   4.422925e-01\n"
-      "GMRES iteration 1 ||b-Ax||_2 = 2.211462e+00  rel.res 4.422925e-01\n"
-      "I 0/1 ParOperator:113] Finish solving using FLGMRES_R, iter/max_its 1/2000, res_b "
-      "4.422925e-01, solve_time T, precond_setup T, precond T\n");
 }
 
 TEST(SolverFLGMRES_R, EntersNoCycleButSetsItsLengthFirst) {

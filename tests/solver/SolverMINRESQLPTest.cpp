@@ -2,12 +2,12 @@
 // The "qlp" form of SolverMINRES.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <limits>
 
-#include "krylov_cases.hpp"
+#include "tests/support/devices.hpp"
+#include "tests/support/krylov.hpp"
 
 namespace mivo::test {
 namespace {
@@ -86,30 +86,6 @@ TYPED_TEST(QLP, FindsTheSolutionOfLeastLengthOfASingularSystem) {
         EXPECT_NEAR(run.history.back().r, least, 20 * eps * run.history[0].r);
       }
     }
-  }
-}
-
-TEST(SolverMINRESQLP, MeasuresTheResidualInTheNormOfThePreconditioner) {
-  const std::size_t n = 12;
-  const auto A = indefinite<double>(n, 5);
-  const auto b = smallValues<double>(n, 6), start = smallValues<double>(n, 8);
-  std::vector<double> M(n);
-  for (std::size_t i = 0; i < n; ++i) M[i] = std::pow(4.0, double(i % 3)) / 64;
-  const auto measured = [&](const std::vector<double>& x) {
-    const auto r = Plain<double>::residual(A, x, b);
-    return std::sqrt(Plain<double>::dot(r, scaledBy(M, r)));
-  };
-  for (const int maxIts : {0, 1, 2, 3, 4, 5, 7}) {
-    const auto solver = makeSolverOf<double>("SolverMINRES", {{"max_its", maxIts}});
-    const auto run = runSolver(*solver, Device(), A, M, b, start);
-    EXPECT_EQ(run.iter, maxIts);
-    EXPECT_NEAR(run.relres, measured(run.x) / measured(start), 1e-13) << maxIts;
-    EXPECT_NEAR(run.history[0].r, normOf(Plain<double>::residual(A, start, b)), 1e-13);
-    if (maxIts == 0) {
-      EXPECT_EQ(run.x, start);
-    }
-    // the same again from the same object
-    EXPECT_EQ(runSolver(*solver, Device(), A, M, b, start).history, run.history);
   }
 }
 

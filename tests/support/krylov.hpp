@@ -90,8 +90,8 @@ std::vector<T> denseSolve(std::vector<T> A, std::vector<T> b) {
 
 template <class Solver>
 std::shared_ptr<Solver> makeSolver(const std::string& name, const json& params = json()) {
-  return std::dynamic_pointer_cast<Solver>(Solver::Base::getFactory().createInstance(
-      {{"solver_type", name}, {name + "_params", params}}));
+  return std::dynamic_pointer_cast<Solver>(
+      Solver::getFactory().createInstance({{"solver_type", name}, {name + "_params", params}}));
 }
 
 /// What a solve left behind.
@@ -129,6 +129,22 @@ SolveRecord<T> runSolver(ParSolverT<T, long, int>& solver, const Device& device,
   return out;
 }
 
+template <class T>
+std::shared_ptr<ParSolverT<T, long, int>> makeSolverOf(const std::string& name,
+                                                       const json& params = json()) {
+  return makeSolver<ParSolverT<T, long, int>>(name, params);
+}
+
+/// Solves from zero, without preconditioner when `diagonal` is empty.
+template <class T>
+SolveRecord<T> solveDense(const std::string& name, const json& params, const std::vector<T>& matrix,
+                          const std::vector<T>& b, std::vector<T> diagonal = {},
+                          const Device& device = Device()) {
+  if (diagonal.empty()) diagonal.assign(b.size(), T(1));
+  return runSolver(*makeSolverOf<T>(name, params), device, matrix, diagonal, b,
+                   std::vector<T>(b.size(), T(0)));
+}
+
 /// The same on the host without preconditioner.
 template <class T>
 SolveRecord<T> runSolver(ParSolverT<T, long, int>& solver, const std::vector<T>& matrix,
@@ -147,5 +163,59 @@ std::vector<T> unsymmetric(std::size_t n, unsigned seed, bool isReal) {
   }
   return out;
 }
+
+/// Hermitian, indefinite, and well conditioned: each diagonal element outweighs its row.
+template <class T>
+std::vector<T> indefinite(std::size_t n, unsigned seed) {
+  std::vector<T> out = positiveDefinite<T>(n, seed);
+  for (std::size_t i = 0; i < n; i += 3) out[i * n + i] = -out[i * n + i];
+  return out;
+}
+
+/// A real matrix or vector in the type T.
+template <class T>
+std::vector<T> dressed(const std::vector<RealType<T>>& values) {
+  return std::vector<T>(values.begin(), values.end());
+}
+
+/// Each |r| is at most the one before, but for `slack` relative to it.
+template <class R>
+void expectNeverRising(const std::vector<Status<R>>& history, R slack = 0) {
+  for (std::size_t k = 1; k < history.size(); ++k) {
+    EXPECT_LE(history[k].r, history[k - 1].r * (1 + slack)) << "row " << k;
+  }
+}
+
+/// A Hermitian system with a preconditioner of positive numbers, and its measure of residuals.
+template <class T>
+struct Measured {
+  using R = RealType<T>;
+  static constexpr std::size_t n = 12;
+  std::vector<T> A = indefinite<T>(n, 5), M = std::vector<T>(n), b = smallValues<T>(n, 6),
+                 start = smallValues<T>(n, 8);
+
+  Measured() {
+    for (std::size_t i = 0; i < n; ++i) M[i] = T(R(std::pow(4.0, double(i % 3)) / 64));
+  }
+  std::vector<T> residual(const std::vector<T>& x) const {
+    return denseAxpby(A, T(-1), x, T(1), b);
+  }
+  /// sqrt((r, M r))
+  R norm(const std::vector<T>& x) const {
+    return std::sqrt(realPart(dotOf(residual(x), scaledBy(M, residual(x)))));
+  }
+  /// Two solves on one object that end after `its` steps with the norm r, and its first norm.
+  SolveRecord<T> run(const std::string& name, const json& params, const Device& device,
+                     int its) const {
+    const auto solver = makeSolverOf<T>(name, params);
+    const auto out = runSolver(*solver, device, A, M, b, start);
+    EXPECT_EQ(runSolver(*solver, device, A, M, b, start).history, out.history);
+    const R r0 = normOf(residual(start)), r = out.history.back().r;
+    EXPECT_EQ(out.iter, its);
+    EXPECT_EQ(out.relres, r / r0);
+    EXPECT_EQ(out.history.back(), (Status<R>{its, r, r / r0, r / normOf(b)}));
+    return out;
+  }
+};
 
 }  // namespace mivo::test
