@@ -17,12 +17,9 @@
 namespace mivo::test {
 namespace {
 
-template <class T>
-using Smoother = ParSmootherT<T, long, int>;
-template <class T>
-using Precond = ParPreconditionerT<T, long, int>;
-template <class T>
-using Solver = ParSolverT<T, long, int>;
+using Smoother = ParSmootherT<double, long, int>;
+using Precond = ParPreconditionerT<double, long, int>;
+using Solver = ParSolverT<double, long, int>;
 
 json object(const std::string& family, const std::string& name, const json& params = json()) {
   return {{family + "_type", name}, {name + "_params", params}};
@@ -33,155 +30,113 @@ std::shared_ptr<Base> make(const json& j) {
   return Base::getFactory().createInstance(j);
 }
 
-template <class T>
-class ListsOf : public testing::Test {
- protected:
-  static constexpr int n = 9;
-  const std::vector<T> matrix = positiveDefinite<T>(n, 3);
-  const std::vector<T> b = smallValues<T>(n, 4);
-  const std::vector<T> start = smallValues<T>(n, 5);
+const int n = 9;
 
-  /// x after `action(A, b, x)` on a device.
-  template <class Action>
-  std::vector<T> after(const Device& device, const Action& action) const {
-    auto A = parCsrOf(device, n, matrix);
-    auto x = parVectorOf(device, start);
-    action(A, parVectorOf(device, b), x);
-    return valuesOf(x);
+/// x after each of `members` has been set up and `call`ed on `device`, one after the other.
+template <class Base, class Call>
+std::vector<double> after(const Device& device, const json& members, const Call& call,
+                          const std::vector<double>& start = smallValues<double>(n, 5)) {
+  auto A = parCsrOf(device, n, positiveDefinite<double>(n, 3));
+  const auto b = parVectorOf(device, smallValues<double>(n, 4));
+  auto x = parVectorOf(device, start);
+  for (const json& each : members) {
+    const auto member = make<Base>(each);
+    member->setup(A);
+    call(*member, A, b, x);
   }
-};
-TYPED_TEST_SUITE(ListsOf, ScalarTypes);
+  return valuesOf(x);
+}
 
-TYPED_TEST(ListsOf, SmoothersRunOneAfterTheOther) {
-  using T = TypeParam;
+TEST(Lists, SmoothersRunOneAfterTheOther) {
   const json jacobi = object("smoother", "SmootherJacobi", {{"relax", 0.5}});
   const json sor = object("smoother", "SmootherSOR", {{"nsweeps", 2}});
   const json list = object("smoother", "SmootherList",
                            {object("smoother", "SmootherList", json::array({jacobi})), sor,
                             object("smoother", "NoSuch"), jacobi});
-  if (std::is_same_v<T, float>) {
-    EXPECT_EQ(make<Smoother<T>>(list), nullptr);
-    return;
-  }
+  const auto smooth = [](auto& smoother, auto&, auto& b, auto& x) { smoother.smooth(b, x); };
   for (const Device& device : testDevices()) {
-    const auto together = this->after(device, [&](auto& A, const auto& rhs, auto& x) {
-      const auto smoother = make<Smoother<T>>(list);
-      smoother->setup(A);
-      smoother->smooth(rhs, x);
-    });
-    const auto apart = this->after(device, [&](auto& A, const auto& rhs, auto& x) {
-      for (const json& each : {jacobi, sor, jacobi}) {
-        const auto smoother = make<Smoother<T>>(each);
-        smoother->setup(A);
-        smoother->smooth(rhs, x);
-      }
-    });
-    EXPECT_EQ(together, apart);
-    EXPECT_NE(together, this->start);
+    const auto apart = after<Smoother>(device, {jacobi, sor, jacobi}, smooth);
+    EXPECT_EQ(after<Smoother>(device, json::array({list}), smooth), apart);
+    EXPECT_NE(apart, smallValues<double>(n, 5));
     // a start from zero is the same as that from a vector of zeros, for single smoothers too
     for (const json& each : {list, jacobi, sor, object("smoother", "SmootherSSOR"),
                              object("smoother", "SmootherJacobi", {{"nsweeps", 0}}),
                              object("smoother", "SmootherList", json::array())}) {
-      const auto fromZero = this->after(device, [&](auto& A, const auto& rhs, auto& x) {
-        const auto smoother = make<Smoother<T>>(each);
-        smoother->setup(A);
-        smoother->smoothFromZero(rhs, x);
-      });
-      const auto fromZeros = this->after(device, [&](auto& A, const auto& rhs, auto& x) {
-        const auto smoother = make<Smoother<T>>(each);
-        smoother->setup(A);
-        x.fill(T(0));
-        smoother->smooth(rhs, x);
-      });
-      EXPECT_EQ(fromZero, fromZeros) << each;
+      const auto fromZero = after<Smoother>(
+          device, json::array({each}),
+          [](auto& smoother, auto&, auto& b, auto& x) { smoother.smoothFromZero(b, x); });
+      const std::vector<double> zeros(n, 0);
+      EXPECT_EQ(fromZero, after<Smoother>(device, json::array({each}), smooth, zeros)) << each;
     }
   }
 }
 
-TYPED_TEST(ListsOf, PreconditionersHandOnZWithoutAResidual) {
-  using T = TypeParam;
+TEST(Lists, PreconditionersHandOnZWithoutAResidual) {
   const json jacobi = object("preconditioner", "PrecondJacobi", {{"relax", 0.5}});
   const json fresh = object("preconditioner", "PrecondSOR");
   const json going = object("preconditioner", "PrecondSOR", {{"initial_zero", false}});
-  const auto apply = [&](const Device& device, const std::vector<json>& members) {
-    return this->after(device, [&](auto& A, const auto& rhs, auto& x) {
-      for (const json& each : members) {
-        const auto precond = make<Precond<T>>(each);
-        precond->setup(A);
-        precond->precondition(rhs, x);
-      }
-    });
-  };
   const auto listOf = [](const json& members) {
     return object("preconditioner", "PrecondList", members);
   };
   for (const Device& device : testDevices()) {
-    EXPECT_EQ(apply(device, {listOf({jacobi, going})}), apply(device, {jacobi, going}));
-    EXPECT_EQ(
-        apply(device, {listOf({listOf(json::array({jacobi})), listOf(json::array({going}))})}),
-        apply(device, {jacobi, going}));
-    EXPECT_EQ(apply(device, {listOf({jacobi, fresh})}), apply(device, {fresh}))
+    const auto apply = [&](const json& members) {
+      return after<Precond>(device, members, [](auto& precond, auto&, auto& b, auto& z) {
+        precond.precondition(b, z);
+        EXPECT_EQ(precond.setupTime.getCount(), 1u);
+        EXPECT_EQ(precond.precondTime.getCount(), 1u);
+      });
+    };
+    const json nested = {listOf(json::array({jacobi})), listOf(json::array({going}))};
+    EXPECT_EQ(apply(json::array({listOf({jacobi, going})})), apply({jacobi, going}));
+    EXPECT_EQ(apply(json::array({listOf(nested)})), apply({jacobi, going}));
+    EXPECT_EQ(apply(json::array({listOf({jacobi, fresh})})), apply(json::array({fresh})))
         << "a start from zero discards what came before";
-    EXPECT_NE(apply(device, {jacobi, going}), apply(device, {fresh}));
+    EXPECT_NE(apply({jacobi, going}), apply(json::array({fresh})));
     for (const json& none : {json::array(), json(), json::object()}) {
-      EXPECT_EQ(apply(device, {listOf(none)}), this->start) << "an empty list does nothing";
+      EXPECT_EQ(apply(json::array({listOf(none)})), smallValues<double>(n, 5)) << "does nothing";
     }
   }
-  const auto list = make<Precond<T>>(listOf(json::array({jacobi})));
-  this->after(Device(), [&](auto& A, const auto& rhs, auto& x) {
-    list->setup(A);
-    list->precondition(rhs, x);
-    list->precondition(rhs, x);
-  });
-  EXPECT_EQ(list->setupTime.getCount(), 1u);
-  EXPECT_EQ(list->precondTime.getCount(), 2u);
 }
 
-TYPED_TEST(ListsOf, SolversRestartWhereTheOneBeforeEnded) {
-  using T = TypeParam;
-  using R = RealType<T>;
+TEST(Lists, SolversRestartWhereTheOneBeforeEnded) {
+  using Vector = ParVector<double>;
   const json pcg = object("solver", "SolverPCG", {{"max_its", 2}});
   const json gmres = object("solver", "SolverFLGMRES_R", {{"max_its", 2}});
   const json list =
       object("solver", "SolverList", {object("solver", "SolverList", json::array({pcg})), gmres});
   for (const Device& device : testDevices()) {
-    std::vector<R> norms;
-    const auto apart = this->after(device, [&](auto& A, const auto& rhs, auto& x) {
-      int iter = 0;
-      R relres = 0;
-      for (const json& each : {pcg, gmres}) {
-        make<Solver<T>>(each)->solve(A, rhs, x, iter, relres);
-        norms.push_back(ParMatrixT<T, long, int>::residual(A, x, rhs));
-      }
-    });
-    std::vector<Status<R>> statuses;
+    std::vector<double> norms;
     int iter = -7;
-    R relres = -7, normb = 0, r0 = 0;
-    const auto together = this->after(device, [&](auto& A, const auto& rhs, auto& x) {
-      const auto solver = make<Solver<T>>(list);
-      solver->observer = [&](int k, R r, R relR0, R relB) {
-        statuses.push_back({k, r, relR0, relB});
-      };
-      normb = ParMatrixT<T, long, int>::normL2(rhs);
-      r0 = ParMatrixT<T, long, int>::residual(A, x, rhs);
-      solver->setup(A);
-      solver->solve(A, rhs, x, iter, relres);
-    });
+    double relres = -7;
+    const auto apart =
+        after<Solver>(device, {pcg, gmres}, [&](auto& solver, auto& A, auto& b, auto& x) {
+          solver.solve(A, b, x, iter, relres);
+          norms.push_back(Vector::residual(A, x, b));
+        });
+    const auto together =
+        after<Solver>(device, json::array({list}), [&](auto& solver, auto& A, auto& b, auto& x) {
+          std::vector<Status<double>> statuses, expected;
+          solver.observer = [&](int k, double r, double relR0, double relB) {
+            statuses.push_back({k, r, relR0, relB});
+          };
+          const double normb = Vector::normL2(b), r0 = Vector::residual(A, x, b);
+          for (const double r : norms) {
+            expected.push_back({static_cast<int>(expected.size()), r, r / r0, r / normb});
+          }
+          solver.solve(A, b, x, iter, relres);
+          EXPECT_EQ(statuses, expected);
+          EXPECT_EQ(relres, norms[1] / normb);
+          EXPECT_EQ(iter, 0) << "whatever the members did";
+        });
     EXPECT_EQ(together, apart);
-    EXPECT_EQ(iter, 0) << "whatever the members did";
-    EXPECT_EQ(relres, norms[1] / normb);
-    EXPECT_EQ(statuses, (std::vector<Status<R>>{{0, norms[0], norms[0] / r0, norms[0] / normb},
-                                                {1, norms[1], norms[1] / r0, norms[1] / normb}}));
   }
 }
 
 /// A run of a list of solvers on [2 0; 0 8], b = (3, 4).
-SolveRecord<double> runList(Solver<double>& list) {
-  return runSolver<double>(list, {2, 0, 0, 8}, {3, 4}, {0, 0});
-}
+SolveRecord<double> runList(Solver& list) { return runSolver(list, {2, 0, 0, 8}, {3, 4}, {0, 0}); }
 
 TEST(SolverList, PrintsItsTable) {
-  const auto list = make<Solver<double>>(
+  const auto list = make<Solver>(
       object("solver", "SolverList",
              {object("solver", "SolverPCG", {{"max_its", 1}}), object("solver", "NoSuch"),
               object("solver", "SolverPCG"), object("solver", "SolverPreOnly")}));
@@ -205,7 +160,7 @@ TEST(SolverList, PrintsItsTable) {
 }
 
 TEST(SolverList, WithoutMembersReportsTheStart) {
-  const auto list = make<Solver<double>>(object("solver", "SolverList", json::array()));
+  const auto list = make<Solver>(object("solver", "SolverList", json::array()));
   list->verbose = 1;
   const auto out = runList(*list);
   EXPECT_EQ(out.iter, 0);
@@ -217,11 +172,11 @@ TEST(SolverList, WithoutMembersReportsTheStart) {
 }
 
 TEST(SolverList, GivesItsOwnPreconditionerToItsMembers) {
-  const auto list = make<Solver<double>>(
-      object("solver", "SolverList",
-             {object("solver", "SolverPCG",
-                     {{"preconditioner", {{"preconditioner_type", "PrecondJacobi"}}}}),
-              object("solver", "SolverPreOnly")}));
+  const auto list =
+      make<Solver>(object("solver", "SolverList",
+                          {object("solver", "SolverPCG",
+                                  {{"preconditioner", {{"preconditioner_type", "PrecondJacobi"}}}}),
+                           object("solver", "SolverPreOnly")}));
   std::ostringstream tree;
   list->describe(tree, 0);
   EXPECT_EQ(tree.str(),
@@ -243,9 +198,9 @@ TEST(Lists, TakeNothingButAnArray) {
                                                           : "SolverList";
     const auto build = [&](const json& params) {
       const json j = object(family, name, params);
-      if (family == "smoother") make<Smoother<double>>(j);
-      if (family == "preconditioner") make<Precond<double>>(j);
-      if (family == "solver") make<Solver<double>>(j);
+      if (family == "smoother") make<Smoother>(j);
+      if (family == "preconditioner") make<Precond>(j);
+      if (family == "solver") make<Solver>(j);
     };
     for (const json& bad : {json(5), json("x"), json(true), json{{"rtol", 1e-3}}}) {
       EXPECT_THROW(build(bad), json::type_error) << name << bad;
