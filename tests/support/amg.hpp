@@ -9,6 +9,7 @@
 #include "mivo/precond/ParPreconditionerAMG.hpp"
 #include "mivo/utils/Factory.hpp"
 #include "tests/support/parsparse.hpp"
+#include "tests/support/poisson.hpp"
 
 // For the tests of multigrid.
 namespace mivo::test {
@@ -63,6 +64,14 @@ inline json smootherOf(const std::string& name, const json& params = json::objec
   return {{"smoother_type", name}, {name + "_params", params}};
 }
 
+inline json solverOf(const std::string& name, const json& params = json::object()) {
+  return {{"solver_type", name}, {name + "_params", params}};
+}
+
+inline json precondOf(const std::string& name, const json& params = json::object()) {
+  return {{"preconditioner_type", name}, {name + "_params", params}};
+}
+
 /// Parameters of a hierarchy of pairs with damped Jacobi smoothing; those of `params` go before.
 inline json pairsParams(const json& params = json::object()) {
   json out = {{"level_transfer", {{"level_transfer_type", "TestPairs"}}},
@@ -96,6 +105,28 @@ HostCsr<T> laplacian(int width, int height) {
     if (i % width + 1 < width) out.push(i + 1, T(-1));
     if (i + width < width * height) out.push(i + width, T(-1));
   });
+}
+
+/// Iterations of conjugate gradients with multigrid to 1e-8 |b| on one rank's Poisson system of n
+/// points in each direction, from zero; a large number if they do not get there.
+inline int multigridIterations(int dim, int n, const json& params, double* complexity = nullptr) {
+  Poisson<double> s({{"dim", dim}, {"N", n}}, Device(), kCommSelf);
+  const auto solver = ParSolverT<double, long, int>::getFactory().createInstance(solverOf(
+      "SolverPCG", {{"max_its", 400}, {"preconditioner", precondOf("PrecondAMG", params)}}));
+  solver->preconditioner->setup(s.A);
+  s.x.fill(0);
+  int iterations = -1;
+  double relres = 1;
+  solver->solve(s.A, s.b, s.x, iterations, relres);
+  if (complexity != nullptr) {
+    *complexity = 0;
+    for (const auto& level : dynamic_cast<Amg<double>&>(*solver->preconditioner).levels) {
+      *complexity += static_cast<double>(level.A.getNnzs()) / static_cast<double>(s.A.getNnzs());
+    }
+  }
+  const double r = ParMatrixT<double, long, int>::residual(s.A, s.x, s.b);
+  EXPECT_GT(iterations, 0);
+  return r < 2e-8 * ParMatrixT<double, long, int>::normL2(s.b) ? iterations : 1 << 20;
 }
 
 }  // namespace mivo::test
