@@ -52,12 +52,12 @@ std::vector<PartitionerT<G, int>> worldCuts(G n, std::mt19937& rng) {
   return out;
 }
 
-/// This rank's part of a global array.
+/// This rank's part of a global array with so many columns.
 template <class T, class G>
-std::vector<T> ownPart(const PartitionerT<G, int>& part, const std::vector<T>& all) {
+std::vector<T> ownPart(const PartitionerT<G, int>& part, const std::vector<T>& all, int cols = 1) {
   G begin = 0, end = 0;
   part.getOwnerShipRangeForPart(worldRank(), &begin, &end);
-  return std::vector<T>(all.begin() + begin, all.begin() + end);
+  return std::vector<T>(all.begin() + begin * cols, all.begin() + end * cols);
 }
 
 template <class T, class G>
