@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
 #include <cstddef>
-#include <limits>
-#include <type_traits>
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include "mivo/mat/ParMatrix.hpp"
-#include "mivo/ops/BlasOps.hpp"
 #include "tests/support/fatal.hpp"
 #include "tests/support/operators.hpp"
 
@@ -68,6 +65,7 @@ TYPED_TEST(ParMatrixTest, EmptyObjectsAnswerEveryQuery) {
     EXPECT_FALSE(ok);
     EXPECT_EQ(Vector<TypeParam>::normL1(x), 0);
     EXPECT_EQ(Vector<TypeParam>::dot(x, x), TypeParam(0));
+    EXPECT_EQ(x.gather(0).getRows(), 0);
   }
 }
 
@@ -87,71 +85,41 @@ TYPED_TEST(ParMatrixTest, ElementAccessStaysInsideTheShape) {
   }
 }
 
-TYPED_TEST(ParMatrixTest, ArithmeticActsOnTheLocalBlock) {
-  using T = TypeParam;
+// The kernels are tested alone, reductions in tests/mpi.
+TEST(ParMatrix, ArithmeticActsOnTheLocalBlock) {
+  using T = Complex<double>;
   using V = Vector<T>;
   const std::size_t n = 31;
   const std::vector<T> x = smallValues<T>(n, 2), y = smallValues<T>(n, 3), z = smallValues<T>(n, 4);
+  const T a(3, 1), b(-2), c(5, -2);
+  using Call = std::function<void(const V&, const V&, V&)>;
+  using Formula = std::function<T(T, T, T)>;
+  const std::vector<std::pair<Call, Formula>> table = {
+      {[&](auto&, auto&, V& t) { t.fill(c); }, [&](T, T, T) { return c; }},
+      {[&](auto&, auto&, V& t) { t *= a; }, [&](T, T, T w) { return w * a; }},
+      {[&](auto& u, auto&, V& t) { V::axpy(a, u, t); }, [&](T u, T, T w) { return w + u * a; }},
+      {[&](auto& u, auto&, V& t) { V::axpby(a, u, b, t); },
+       [&](T u, T, T w) { return u * a + w * b; }},
+      {[&](auto& u, auto& v, V& t) { V::axpbypz(a, u, b, v, t); },
+       [&](T u, T v, T w) { return w + u * a + v * b; }},
+      {[&](auto& u, auto& v, V& t) { V::axpbypcz(a, u, b, v, c, t); },
+       [&](T u, T v, T w) { return v * b + u * a + w * c; }},
+      {[&](auto& u, auto& v, V& t) { V::axypbz(a, u, v, b, t); },
+       [&](T u, T v, T w) { return u * a * v + w * b; }}};
   for (const Device& device : testDevices()) {
-    const V vx = vectorOf(device, x), vy = vectorOf(device, y);
-    const auto result = [&](const auto& operation) {
+    for (std::size_t k = 0; k < table.size(); ++k) {
       V target = vectorOf(device, z);
-      operation(target);
-      return valuesOf(target);
-    };
-    const auto expected = [&](const auto& formula) {
-      std::vector<T> out(n);
-      for (std::size_t i = 0; i < n; ++i) out[i] = formula(x[i], y[i], z[i]);
-      return out;
-    };
-    const T a(3), b(-2), c(5);
-    EXPECT_EQ(result([&](V& t) { t.fill(c); }), std::vector<T>(n, c));
-    EXPECT_EQ(result([&](V& t) { t *= a; }), expected([&](T, T, T w) { return w * a; }));
-    EXPECT_EQ(result([&](V& t) { V::axpy(a, vx, t); }),
-              expected([&](T u, T, T w) { return w + u * a; }));
-    EXPECT_EQ(result([&](V& t) { V::axpby(a, vx, b, t); }),
-              expected([&](T u, T, T w) { return u * a + w * b; }));
-    EXPECT_EQ(result([&](V& t) { V::axpbypz(a, vx, b, vy, t); }),
-              expected([&](T u, T v, T w) { return w + u * a + v * b; }));
-    EXPECT_EQ(result([&](V& t) { V::axpbypcz(a, vx, b, vy, c, t); }),
-              expected([&](T u, T v, T w) { return v * b + u * a + w * c; }));
-    EXPECT_EQ(result([&](V& t) { V::axypbz(a, vx, vy, b, t); }),
-              expected([&](T u, T v, T w) { return u * a * v + w * b; }));
-
+      table[k].first(vectorOf(device, x), vectorOf(device, y), target);
+      std::vector<T> expected(n);
+      for (std::size_t i = 0; i < n; ++i) expected[i] = table[k].second(x[i], y[i], z[i]);
+      EXPECT_EQ(valuesOf(target), expected) << k;
+    }
     V one = vectorOf(device, std::vector<T>{T(1), T(0), T(-1)});
     V::reciprocal(T(2), one);
     EXPECT_EQ(valuesOf(one), (std::vector<T>{T(2), T(2), T(-2)}));
     V square = vectorOf(device, std::vector<T>{T(2), T(0), T(5)});
     V::pow(T(2), square);
-    EXPECT_NEAR(static_cast<double>(abs(valuesOf(square)[0])), 4, 1e-5);
-    EXPECT_EQ(valuesOf(square)[1], T(0));
-    EXPECT_NEAR(static_cast<double>(abs(valuesOf(square)[2])), 25, 1e-4);
-  }
-}
-
-TYPED_TEST(ParMatrixTest, ReductionsAreThoseOfTheLocalBlock) {
-  using T = TypeParam;
-  using R = RealType<T>;
-  using V = Vector<T>;
-  using Ops = BlasOps<T, int>;
-  for (const Device& d : testDevices()) {
-    const V vx = vectorOf(d, smallValues<T>(33, 5)), vy = vectorOf(d, smallValues<T>(33, 6));
-    const T *x = vx.getLocalMatrix().getData(), *y = vy.getLocalMatrix().getData();
-    EXPECT_EQ(V::dot(vx, vy), Ops::dot(d, 33, x, y));
-    EXPECT_EQ(V::absSum(vx, R(3)), Ops::abs_sum(d, 33, x, R(3)));
-    EXPECT_EQ(V::normL1(vx), Ops::abs_sum(d, 33, x, R(1)));
-    EXPECT_EQ(V::normL2(vx), static_cast<R>(std::sqrt(Ops::abs_sum(d, 33, x, R(2)))));
-    EXPECT_EQ(V::absMax(vx), Ops::abs_max(d, 33, x));
-    T got[3] = {T(7), T(7), T(7)}, expected[3];
-    vx.min_max_sum(&got[0], &got[1], &got[2]);
-    Ops::min_max_sum(d, 33, x, &expected[0], &expected[1], &expected[2]);
-    for (int k = 0; k < 3; ++k) EXPECT_EQ(got[k], expected[k]);
-    vx.min_max_sum(nullptr, nullptr, nullptr);
-
-    V zero(4, d);
-    zero.fill(T(0));
-    EXPECT_EQ(V::normL2(zero), R(0));
-    EXPECT_EQ(V::absMax(zero), std::is_integral_v<R> ? R(0) : std::numeric_limits<R>::min());
+    expectNear(valuesOf(square), std::vector<T>{T(4), T(0), T(25)});
   }
 }
 
@@ -276,6 +244,21 @@ TEST(ParMatrix, LocalBlockMustBeOne) {
   MIVO_EXPECT_FATAL(x.setLocalMatrix({}), "ParMatrix:282", "only support localMat.size == 1");
   MIVO_EXPECT_FATAL((x.setLocalMatrix({block, block})), "ParMatrix:282",
                     "only support localMat.size == 1");
+}
+
+TEST(ParMatrixAssembly, EntriesOutsideTheMatrixEndTheProcessInEndAssemble) {
+  Device::initialize();
+  const long outside[][2] = {{2, 0}, {-1, 0}, {0, 3}, {0, -1}, {0, 4'294'967'296}};
+  for (const auto& at : outside) {
+    ParMatrixT<double, long, int> x(2, 3, Device());
+    x.beginAssemble();
+    x.setValue(at[0], at[1], 1.0, SetValueMode::Set);
+    EXPECT_EXIT(x.endAssemble(), testing::ExitedWithCode(1), "");
+  }
+  ParMatrixT<double, long, int> x(2, 3, Device());
+  MIVO_EXPECT_FATAL_TEXT(x.setValue(0, 0, 1.0, SetValueMode::Set),
+                         "setValue: beginAssemble has not been called");
+  MIVO_EXPECT_FATAL_TEXT(x.endAssemble(), "endAssemble: beginAssemble has not been called");
 }
 
 }  // namespace
