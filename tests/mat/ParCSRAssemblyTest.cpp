@@ -13,40 +13,9 @@
 namespace mivo::test {
 namespace {
 
-template <class T>
-using Matrix = ParCSRMatrixT<T, long, int>;
+using Matrix = ParSparse<double>;
 
-// Random entries from several ranks and threads are assembled in tests/mpi.
-template <class Types>
-class ParCSRAssemblyTest : public testing::Test {};
-using TypePairs = testing::Types<TypePair<int, int>, TypePair<long, long>, TypePair<float, long>,
-                                 TypePair<double, int>, TypePair<double, long>,
-                                 TypePair<Complex<float>, int>, TypePair<Complex<double>, long>>;
-TYPED_TEST_SUITE(ParCSRAssemblyTest, TypePairs);
-
-TYPED_TEST(ParCSRAssemblyTest, AssemblyFillsColumnBlocksAndLeavesEmptyOnesOut) {
-  using T = typename TypeParam::T;
-  using G = typename TypeParam::I;
-  for (const Device& device : testDevices()) {
-    ParCSRMatrixT<T, G, int> A;
-    A.create(partsAt<G>({0, 3}), partsAt<G>({0, 2, 2, 4, 7}), {}, device);
-    A.beginAssemble();
-    A.setValue(2, 6, T(5), SetValueMode::Add);
-    A.setValue(2, 4, T(4), SetValueMode::Add);
-    A.setValue(0, 1, T(2), SetValueMode::Add);
-    A.setValue(0, 5, T(3), SetValueMode::Add);
-    A.setValue(0, 0, T(1), SetValueMode::Add);
-    A.endAssemble();
-    EXPECT_EQ(plainOf(A.getLocalMatrix(0)), (plainRows<T>(2, {{{0, T(1)}, {1, T(2)}}, {}, {}})));
-    EXPECT_EQ(plainOf(A.getLocalMatrix(3)),
-              (plainRows<T>(3, {{{1, T(3)}}, {}, {{0, T(4)}, {2, T(5)}}})));
-    EXPECT_EQ(A.getLocalMatrix(0).getCols(), 2);
-    EXPECT_EQ(A.getLocalMatrix(3).getCols(), 3);
-    typename ParCSRMatrixT<T, G, int>::BlockTable table;
-    A.getRawMat(table);
-    EXPECT_EQ(table.getSize(), 2);
-  }
-}
+// Entries of all types from several ranks and threads are assembled in tests/mpi.
 
 TEST(ParCSRAssembly, BothWaysOfAssemblyAddInTheOrderGiven) {
   const Device device;
@@ -56,7 +25,7 @@ TEST(ParCSRAssembly, BothWaysOfAssemblyAddInTheOrderGiven) {
       {{2, 0.3}, {2, 0.2}, {0, 1.}, {2, 0.1}, {0, -1.}, {1, 1e-320}}};
   HostCsr<double, long> given;
   given.cols = 3;
-  Matrix<double> byValue, byMatrix;
+  Matrix byValue, byMatrix;
   byValue.create(2, 3, device);
   byValue.beginAssemble();
   for (std::size_t i = 0; i < rows.size(); ++i) {
@@ -71,7 +40,7 @@ TEST(ParCSRAssembly, BothWaysOfAssemblyAddInTheOrderGiven) {
   const HostCsr<double> expected =
       plainRows<double>(3, {{{0, 0.0}, {1, (1e16 + 1.) - 1e16}, {2, (0.1 + 0.2) + 0.3}},
                             {{0, 0.0}, {1, 1e-320}, {2, (0.3 + 0.2) + 0.1}}});
-  for (const Matrix<double>& A : {byValue, byMatrix}) {
+  for (const Matrix& A : {byValue, byMatrix}) {
     const HostCsr<double> result = plainOf(A.getLocalMatrix(0));
     EXPECT_EQ(result, expected);
     expectSameBits(result.values, expected.values);
@@ -80,7 +49,7 @@ TEST(ParCSRAssembly, BothWaysOfAssemblyAddInTheOrderGiven) {
 
 TEST(ParCSRAssembly, ColumnsMayExceedTheLocalIndexType) {
   const long half = 2000000000;
-  Matrix<double> A;
+  Matrix A;
   A.create(partsAt<long>({0, 2}), partsAt<long>({0, half, 2 * half}), {}, Device());
   A.beginAssemble();
   A.setValue(1, 2 * half - 1, 4., SetValueMode::Set);
@@ -93,7 +62,7 @@ TEST(ParCSRAssembly, ColumnsMayExceedTheLocalIndexType) {
 
 TEST(ParCSRAssembly, EachBeginningForgetsWhatWasSetAndEachEndReplacesTheMatrix) {
   for (const Device& device : testDevices()) {
-    Matrix<double> A;
+    Matrix A;
     A.create(2, 2, device);
     A.beginAssemble();
     A.setValue(0, 0, 9., SetValueMode::Set);
@@ -111,7 +80,7 @@ TEST(ParCSRAssembly, EachBeginningForgetsWhatWasSetAndEachEndReplacesTheMatrix) 
 }
 
 TEST(ParCSRAssembly, TraversalVisitsAndChangesAnOpenAssembly) {
-  Matrix<double> A;
+  Matrix A;
   A.create(3, 3, Device());
   int visits = 0;
   const auto countRow = [&](long, long) { return ++visits == 0; };
@@ -140,7 +109,7 @@ TEST(ParCSRAssembly, TraversalVisitsAndChangesAnOpenAssembly) {
 }
 
 TEST(ParCSRAssembly, WhatLiesOutsideTheMatrixEndsTheProcess) {
-  Matrix<double> A;
+  Matrix A;
   A.create(4, 4, Device());
   MIVO_EXPECT_FATAL_TEXT(A.setValue(0, 0, 1., SetValueMode::Set),
                          "setValue: beginAssemble must come first");
@@ -154,7 +123,7 @@ TEST(ParCSRAssembly, WhatLiesOutsideTheMatrixEndsTheProcess) {
     A.setValue(at, 0, 1., SetValueMode::Set);
     MIVO_EXPECT_FATAL_TEXT(A.endAssemble(), "endAssemble: row " + std::to_string(at) + outside);
   }
-  Matrix<double> narrow;
+  Matrix narrow;
   narrow.create(3, 0, Device());
   narrow.beginAssemble();
   narrow.setValue(0, 0, 1., SetValueMode::Set);

@@ -3,7 +3,6 @@
 
 #include <cmath>
 #include <limits>
-#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -24,18 +23,6 @@ template <class T>
 class ParCSRMatrixTest : public testing::Test {};
 TYPED_TEST_SUITE(ParCSRMatrixTest, ValueTypes);
 
-/// What y must not keep when it is not to be read.
-template <class T>
-T garbage() {
-  if constexpr (kIsComplex<T>) {
-    return T(std::numeric_limits<RealType<T>>::quiet_NaN(), 1);
-  } else if constexpr (std::is_floating_point_v<T>) {
-    return std::numeric_limits<T>::quiet_NaN();
-  } else {
-    return T(12345);
-  }
-}
-
 /// The 2 by 5 matrix {1 . 2 . 3; . 4 . . 5} in column blocks of 2, 0 and 3 columns, the rows in one
 /// part.
 template <class T>
@@ -50,18 +37,17 @@ Matrix<T> threeBlocks(const Device& device) {
 
 // Products, of which tests/mpi has more.
 
-TYPED_TEST(ParCSRMatrixTest, MatrixWithoutEntriesScalesY) {
-  using T = TypeParam;
+TEST(ParCSRMatrix, MatrixWithoutEntriesScalesY) {
   for (const Device& device : testDevices()) {
-    Matrix<T> A;
+    Matrix<double> A;
     A.create(3, 2, device);
-    const Vector<T> x = columnOf(device, A.getColPartitioner(), std::vector<T>{T(7), T(8)});
-    Vector<T> y = columnOf(device, A.getRowPartitioner(), std::vector<T>{T(1), T(2), T(3)});
-    A.aAxpby(T(1), x, T(2), y, nullptr);
-    EXPECT_EQ(valuesOf(y), (std::vector<T>{T(2), T(4), T(6)}));
-    y.fill(garbage<T>());
-    A.aAxpby(T(1), x, T(0), y, nullptr);
-    EXPECT_EQ(valuesOf(y), std::vector<T>(3, T(0)));
+    const Vector<double> x = columnOf(device, A.getColPartitioner(), std::vector<double>{7., 8.});
+    Vector<double> y = columnOf(device, A.getRowPartitioner(), std::vector<double>{1., 2., 3.});
+    A.aAxpby(1., x, 2., y, nullptr);
+    EXPECT_EQ(valuesOf(y), (std::vector<double>{2., 4., 6.}));
+    y.fill(std::numeric_limits<double>::quiet_NaN());
+    A.aAxpby(1., x, 0., y, nullptr);
+    EXPECT_EQ(valuesOf(y), std::vector<double>(3, 0.));
   }
 }
 
@@ -145,55 +131,44 @@ TEST(ParCSRMatrix, ProductChecksItsVectorsInOrder) {
 
 // Structure.
 
-TYPED_TEST(ParCSRMatrixTest, ColumnBlocksJoinWithGlobalColumns) {
-  using T = TypeParam;
+TEST(ParCSRMatrix, ColumnBlocksJoinWithGlobalColumns) {
   for (const Device& device : testDevices()) {
-    const Matrix<T> A = threeBlocks<T>(device);
-    EXPECT_EQ(A.getRows(), 2);
-    EXPECT_EQ(A.getCols(), 5);
-    EXPECT_EQ(A.getNnzs(), 5);
-    EXPECT_EQ(A.getLocalMatrix(1).getRows(), 0);
-    EXPECT_EQ(A.getLocalMatrix(2).getCols(), 3);
+    const Matrix<double> A = threeBlocks<double>(device);
     const auto joined = A.getLocalMatrix(-1);
-    EXPECT_EQ(joined.getCols(), 5);
     EXPECT_EQ(plainOf(joined),
-              (plainRows<T>(5, {{{0, T(1)}, {4, T(3)}, {2, T(2)}}, {{1, T(4)}, {4, T(5)}}})));
+              plainRows<double>(5, {{{0, 1.}, {4, 3.}, {2, 2.}}, {{1, 4.}, {4, 5.}}}));
     // One block per rank, however many parts the columns have.
-    std::vector<CSRMatrixT<T, int>> perRank(7);
+    std::vector<CSRMatrixT<double, int>> perRank(7);
     A.getLocalMatrix(perRank);
     ASSERT_EQ(perRank.size(), 1u);
     EXPECT_EQ(perRank[0].getValues(), A.getLocalMatrix(0).getValues());
-    EXPECT_EQ(A.gather(0).getValues() != nullptr, true);
 
-    const Matrix<T> single = parSparseOf(device, plainOf(joined));
+    const Matrix<double> single = parSparseOf(device, plainOf(joined));
     EXPECT_EQ(single.getLocalMatrix(-1).getValues(), single.getLocalMatrix(0).getValues());
     EXPECT_TRUE(single == A);
-    EXPECT_EQ(valuesOf(A.getDiag()), (std::vector<T>{T(1), T(4)}));
   }
 }
 
-TYPED_TEST(ParCSRMatrixTest, ElementsOfThePatternCanBeReadAndChanged) {
-  using T = TypeParam;
+TEST(ParCSRMatrix, ElementsOfThePatternCanBeReadAndChanged) {
   for (const Device& device : testDevices()) {
-    Matrix<T> A = threeBlocks<T>(device);
+    Matrix<double> A = threeBlocks<double>(device);
     bool found = false;
-    EXPECT_EQ(A.getElementValue(0, 4, &found), T(3));
+    EXPECT_EQ(A.getElementValue(0, 4, &found), 3.);
     EXPECT_TRUE(found);
-    EXPECT_EQ(A.getElementValue(1, 3, &found), T(0));
+    EXPECT_EQ(A.getElementValue(1, 3, &found), 0.);
     EXPECT_FALSE(found);
-    EXPECT_TRUE(A.setElementValue(1, 4, T(9)));
-    EXPECT_EQ(A.getElementValue(1, 4, nullptr), T(9));
-    EXPECT_FALSE(A.setElementValue(0, 3, T(9)));
+    EXPECT_TRUE(A.setElementValue(1, 4, 9.));
+    EXPECT_EQ(A.getElementValue(1, 4, nullptr), 9.);
+    EXPECT_FALSE(A.setElementValue(0, 3, 9.));
     EXPECT_EQ(A.getNnzs(), 5);
 
     A.sortRows();
-    EXPECT_EQ(plainOf(A.getLocalMatrix(2)),
-              (plainRows<T>(3, {{{0, T(2)}, {2, T(3)}}, {{2, T(9)}}})));
-    Matrix<T>::scale(A, T(2));
-    EXPECT_EQ(valuesOf(A.getDiag()), (std::vector<T>{T(2), T(8)}));
-    A.fill(T(5));
-    EXPECT_EQ(A.getElementValue(0, 2, nullptr), T(5));
-    EXPECT_EQ(A.getElementValue(1, 1, nullptr), T(5));
+    EXPECT_EQ(plainOf(A.getLocalMatrix(2)), plainRows<double>(3, {{{0, 2.}, {2, 3.}}, {{2, 9.}}}));
+    Matrix<double>::scale(A, 2.);
+    EXPECT_EQ(valuesOf(A.getDiag()), (std::vector<double>{2., 8.}));
+    A.fill(5.);
+    EXPECT_EQ(A.getElementValue(0, 2, nullptr), 5.);
+    EXPECT_EQ(A.getElementValue(1, 1, nullptr), 5.);
   }
 }
 
@@ -250,22 +225,22 @@ TEST(ParCSRMatrix, RowNormsReachOverAllBlocks) {
   }
 }
 
+// Smoothers have forms of their own for all ranks.
 TEST(ParCSRMatrix, SweepsOfOneRankFollowTheirFormulas) {
   for (const Device& device : testDevices()) {
     Matrix<double> A =
         parSparseOf(device, plainRows<double>(2, {{{0, 4.}, {1, 2.}}, {{0, 1.}, {1, 8.}}}));
-    const auto part = A.getRowPartitioner();
-    const Vector<double> b = columnOf(device, part, std::vector<double>{10., 20.});
-    Vector<double> x = columnOf(device, part, std::vector<double>{1., 2.});
-    // x + omega (b - A x) / d with b - A x = (2, 3)
-    A.jacobi(b, x, 0.5);
-    EXPECT_EQ(valuesOf(x), (std::vector<double>{1.25, 2.1875}));
-    x = columnOf(device, part, std::vector<double>{1., 2.});
-    A.sor(b, x, 1., true);
-    EXPECT_EQ(valuesOf(x), (std::vector<double>{1.5, 2.3125}));
-    x = columnOf(device, part, std::vector<double>{1., 2.});
-    A.sor(b, x, 1., false);
-    EXPECT_EQ(valuesOf(x), (std::vector<double>{1.3125, 2.375}));
+    const auto sweep = [&](const auto& work) {
+      const auto part = A.getRowPartitioner();
+      const Vector<double> b = columnOf(device, part, std::vector<double>{10., 20.});
+      Vector<double> x = columnOf(device, part, std::vector<double>{1., 2.});
+      work(b, x);
+      return valuesOf(x);
+    };
+    using Values = std::vector<double>;
+    EXPECT_EQ(sweep([&](auto& b, auto& x) { A.jacobi(b, x, 0.5); }), (Values{1.25, 2.1875}));
+    EXPECT_EQ(sweep([&](auto& b, auto& x) { A.sor(b, x, 1., true); }), (Values{1.5, 2.3125}));
+    EXPECT_EQ(sweep([&](auto& b, auto& x) { A.sor(b, x, 1., false); }), (Values{1.3125, 2.375}));
   }
 }
 
@@ -314,54 +289,66 @@ TEST(ParCSRMatrix, DumpShowsStoredBlocks) {
 
 // Copies.
 
-TYPED_TEST(ParCSRMatrixTest, CopiesAreIndependentAndKeepThePartition) {
-  using T = TypeParam;
+TEST(ParCSRMatrix, CopiesAreIndependentAndKeepThePartition) {
   for (const Device& device : testDevices()) {
-    Matrix<T> A = threeBlocks<T>(device);
+    Matrix<double> A = threeBlocks<double>(device);
     A.tagName = "fine";
-    Matrix<T> shared = A;
-    const Matrix<T> deep = A.deepCopy();
-    Matrix<T> moved;
+    const Matrix<double> shared = A, deep = A.deepCopy();
+    Matrix<double> moved;
     moved.create(2, 5, device);
-    const Matrix<T> handle = moved;
+    const Matrix<double> handle = moved;
     A.toDevice(device, moved);
     EXPECT_EQ(moved.tagName, "fine");
     EXPECT_EQ(handle.getNnzs(), 5) << "a matrix of the same shape is reused";
-    const Matrix<T> onHost = A.toDevice(Device());
+    const Matrix<double> onHost = A.toDevice(Device());
     EXPECT_EQ(onHost.getDevice(), Device());
-    A.fill(T(7));
-    EXPECT_EQ(shared.getElementValue(0, 2, nullptr), T(7));
-    for (const Matrix<T>& copy : {deep, moved, onHost}) {
+    A.fill(7.);
+    EXPECT_EQ(shared.getElementValue(0, 2, nullptr), 7.);
+    for (const Matrix<double>& copy : {deep, moved, onHost}) {
       EXPECT_EQ(copy.getColPartitioner(), A.getColPartitioner());
-      EXPECT_EQ(copy.getElementValue(0, 2, nullptr), T(2));
+      EXPECT_EQ(copy.getElementValue(0, 2, nullptr), 2.);
       EXPECT_EQ(copy.getLocalMatrix(2).getNnz(), 3);
     }
     EXPECT_FALSE(deep == A);
     A.toDevice(device, A);
-    EXPECT_EQ(A.getElementValue(0, 2, nullptr), T(7));
-    EXPECT_EQ(shared.getNnzs(), 5);
+    EXPECT_EQ(A.getElementValue(0, 2, nullptr), 7.);
   }
 }
 
-TYPED_TEST(ParCSRMatrixTest, GatherUndoesScatter) {
-  using T = TypeParam;
-  std::mt19937 rng(9);
-  for (const Device& device : testDevices()) {
-    for (const auto& [rows, cols] : testShapes()) {
-      const HostCsr<T> plain = randomCsr<T>(rng, rows, cols);
-      const auto A = Matrix<T>::scatter(kCommWorld, 0, sparseOf(device, plain));
-      EXPECT_EQ(A.getRows(), rows);
-      EXPECT_EQ(A.getCols(), cols);
-      EXPECT_EQ(A.getDevice(), device);
-      const auto whole = A.gather(0);
-      if (plain.values.empty()) {
-        EXPECT_EQ(whole.getRows(), 0);
-      } else {
-        EXPECT_EQ(plainOf(whole), plain);
-        EXPECT_EQ(whole.getDevice(), device);
-      }
-    }
+// Operations on whole matrices, which tests/mpi/AlgebraTest.cpp compares with references.
+
+TEST(ParCSRMatrixAlgebra, MismatchesEndTheProcess) {
+  const auto small = [](const Device& device) {
+    return parSparseOf(device, plainRows<double>(2, {{{0, 1.}, {1, 2.}}, {{0, 3.}}}));
+  };
+  const Matrix<double> A = small(Device());
+  Matrix<double> elsewhere = A.deepCopy(), out;
+  elsewhere.setComm(kCommSelf);
+  MIVO_EXPECT_FATAL_TEXT(A.multiply(elsewhere, out), "A and B should have the same comm");
+  MIVO_EXPECT_FATAL_TEXT(Matrix<double>::matadd(1, A, 1, elsewhere, out),
+                         "aXpbY: comm should be same");
+  Matrix<double> wide, cut;
+  wide.create(2, 3, Device());
+  cut.create(partsAt<long>({0, 1, 2}), A.getColPartitioner(), {}, Device());
+  for (const Matrix<double>& other : {wide, cut}) {
+    MIVO_EXPECT_FATAL_TEXT(Matrix<double>::matadd(1, A, 1, other, out),
+                           "aXpbY: partition should be same");
   }
+  const Matrix<double> tall = parSparseOf(Device(), plainRows<double>(1, {{{0, 1.}}, {}, {}}));
+  MIVO_EXPECT_FATAL_TEXT(A.multiply(tall, out), "multiply: mat1.col1 != mat2.row2");
+  Vector<double> d(3, Device());
+  d.fill(1.0);
+  MIVO_EXPECT_FATAL_TEXT(Matrix<double>::axpbyDiag(1, d, 1, Vector<double>(), A, out),
+                         "axpbyDiag: partition should be same");
+  MIVO_EXPECT_FATAL_TEXT(Matrix<double>::axpbyDiag(1, Vector<double>(), 1, d, A, out),
+                         "axpbyDiag: partition should be same");
+  Matrix<double> B = A;
+  MIVO_EXPECT_FATAL_TEXT(B.matmul_aDA(1, d, out), "matmul_aDA: partition should be same");
+  MIVO_EXPECT_FATAL_TEXT(B.matmul_aAD(1, d, out), "matmul_aAD: partition should be same");
+  if (testDevices().size() < 2) return;
+  const Matrix<double> far = small(testDevices()[1]);
+  MIVO_EXPECT_FATAL_TEXT(A.multiply(far, out), "A and B should on the same device");
+  MIVO_EXPECT_FATAL_TEXT(Matrix<double>::matadd(1, A, 1, far, out), "aXpbY: device should be same");
 }
 
 }  // namespace

@@ -26,10 +26,17 @@ void expectEntries(const ParCSRMatrixT<T, G, int>& A, const EntryMap<T>& all) {
   A.getOwnerShipRange(&begin, &end);
   EXPECT_EQ(ownEntries(A), EntryMap<T>(all.lower_bound({begin, 0}), all.lower_bound({end, 0})));
   EXPECT_EQ(A.getNnzs(), static_cast<G>(all.size()));
+  int stored = 0;
   for (int p = 0; p < A.getColPartitioner().getNumParts(); ++p) {
     const auto block = plainOf(A.getLocalMatrix(p));
     EXPECT_EQ(block, block.sorted());
+    if (block.values.empty()) continue;
+    EXPECT_EQ(block.cols, A.getColPartitioner().getLocalSizeForPart(p));
+    ++stored;
   }
+  typename ParCSRMatrixT<T, G, int>::BlockTable table;
+  A.getRawMat(table);
+  EXPECT_EQ(table.getSize(), stored) << "blocks without entries are left out";
 }
 
 /// Each rank sets entries of all rows; what it has set counts once, what it has added and what
