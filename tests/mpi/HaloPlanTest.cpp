@@ -140,6 +140,11 @@ void expectExchange(const Spread& spread, const Device& device, const Plan<T>& g
   EXPECT_EQ(spy.opened, opened);
   EXPECT_EQ(spy.alltoalls, 0);
   EXPECT_EQ(Plan<T>::getMessageTag(), size > 1 ? tag + 1 : tag);
+  plan.fill(T(0));
+  const std::vector<T> kept = valuesOf(x),
+                       given_x = valuesOf(spreadColumn<T>(spread.cols, device, at));
+  EXPECT_EQ(std::memcmp(kept.data(), given_x.data(), bytes<T>(kept.size())), 0)
+      << "the own block has no ghost values";
 }
 
 TYPED_TEST(HaloPlan, ExchangeMovesTheNeededEntriesAndNoOthers) {
@@ -159,9 +164,11 @@ TEST(HaloPlanStructure, CopyForAnotherTypeExchangesAlike) {
     A.getSpMVCommPattern().copyStructure(copy, true);
     A.getSpMVCommPattern().copyStructure(wide, false);
     own.create(A);
+    const int tag = Plan<T>::getMessageTag();
     expectExchange(spread, device, copy, 0);
     expectExchange(spread, device, wide, 1);
     expectExchange(spread, device, own, 2);
+    EXPECT_EQ(Plan<T>::getMessageTag(), worldSize() > 1 ? tag + 3 : tag) << "one counter for all";
   });
 }
 
@@ -205,15 +212,17 @@ TEST(HaloPlanOrder, BlocksAreHandedOnAsTheyArriveOrInRankOrder) {
 TEST(HaloPlanStructure, TableAndDumpTellOfEachBlock) {
   using T = double;
   const int rank = worldRank(), size = worldSize();
-  forEachSpread<T>([&](const Spread& spread, const Device&, const auto& A) {
+  forEachSpread<T>([&](const Spread& spread, const Device& device, const auto& A) {
     Plan<T> plan = A.getSpMVCommPattern();
     plan.fill(T(9));
     plan.initReverseExchange();
     MatrixT<COT_RawCommPattern<T, int>, int> table;
     plan.getRawMat(table);
+    EXPECT_EQ(plan.getRawMatOnDev().getDevice().type, device.type);
     const COT_RawCommPattern<T, int>* record = table.getData();
-    int blocks = 0;
-    std::ostringstream expected;
+    const auto text = [](const auto& m) { return m.toDevice(Device()).getString(); };
+    int blocks = 0, metas = 0;
+    std::ostringstream head, lines, dump;
     plan.recvTraversal([&](int p, typename Plan<T>::SpmvColBlock* block) {
       EXPECT_EQ(record->procId, p);
       EXPECT_EQ(record->recv_x_size, p == rank ? 0 : spread.size(spread.cols, p));
@@ -221,28 +230,23 @@ TEST(HaloPlanStructure, TableAndDumpTellOfEachBlock) {
       EXPECT_EQ(record->recv_x, block->recv_x.getData());
       EXPECT_EQ(record->col_start, spread.first(spread.cols, p));
       EXPECT_EQ(record->recv_write_flag, block->recv_write_flag.getData());
-      EXPECT_EQ(block->recv_write_flag.getSize(), record->recv_x_size);
-      for (const T& v : valuesOf(block->recv_x)) EXPECT_EQ(v, T(9));
-      for (const int flag : valuesOf(block->recv_write_flag)) EXPECT_EQ(flag, 0);
-      const auto text = [](const auto& m) { return m.toDevice(Device()).getString(); };
-      expected << "  blk " << blocks++ << " procId " << p << " col_start " << block->col_start
-               << " nzc_recv_indices " << text(block->nzc_recv_indices) << " recv_x "
-               << text(block->recv_x) << " recv_write_flag " << text(block->recv_write_flag)
-               << "\n";
+      const std::size_t n = static_cast<std::size_t>(record->recv_x_size);
+      EXPECT_EQ(valuesOf(block->recv_x), std::vector<T>(n, T(9)));
+      EXPECT_EQ(valuesOf(block->recv_write_flag), std::vector<int>(n, 0));
+      lines << "  blk " << blocks++ << " procId " << p << " col_start " << block->col_start
+            << " nzc_recv_indices " << text(block->nzc_recv_indices) << " recv_x "
+            << text(block->recv_x) << " recv_write_flag " << text(block->recv_write_flag) << "\n";
       ++record;
     });
     EXPECT_EQ(table.getSize(), blocks);
-    int metas = 0;
     plan.sendTraversal([&](int q, typename Plan<T>::SpmvSendMeta* meta) {
-      expected << "  blk " << metas++ << " procId " << q << " nzc_send_indices "
-               << meta->host_indices.getString() << " send_x " << meta->send_x.getString() << "\n";
+      lines << "  blk " << metas++ << " procId " << q << " nzc_send_indices "
+            << meta->host_indices.getString() << " send_x " << meta->send_x.getString() << "\n";
     });
-    std::ostringstream dump;
     plan.saveToStream(dump, 3);
-    std::ostringstream head;
     head << "SpMVCommPattern nprocs " << size << " myrank " << rank << " nblocks " << blocks
          << "\n";
-    EXPECT_EQ(dump.str(), head.str() + expected.str());
+    EXPECT_EQ(dump.str(), head.str() + lines.str());
   });
 }
 

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Products as the users of halo plans: several matrices, changes of a matrix, and the order in
-// which the parts are added.
+// Products as the users of halo plans: several matrices, and changes of a matrix.
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <string>
 #include <vector>
 
-#include "mivo/utils/Utils.hpp"
 #include "tests/support/halo.hpp"
 #include "tests/support/message_spy.hpp"
 
@@ -106,36 +104,6 @@ TEST(HaloProduct, PlanIsMadeAnewByAllRanksWhenOnlySomeChangeTheirDevice) {
   expectProduct(spread, A, 1);
   A.setDevice(Device(Device::kHost, worldRank()));
   expectProduct(spread, A, 2);
-}
-
-// y = A_own x, then y += A_p x_p in the order of the ranks p; with at most one ghost block there is
-// no other order.
-TEST(HaloProduct, PartsAreAddedInRankOrderToTheBit) {
-  const int rank = worldRank();
-  if (Utils::isWaitSome() && worldSize() > 2) GTEST_SKIP() << "parts are added as they arrive";
-  const auto at = [](long k) { return 1. / (3. + static_cast<double>(k)); };
-  forEachSpread<double>([&](const Spread& spread, const Device& device, const auto& A) {
-    Vector y;
-    Async<double> async;
-    A.matVec(spreadColumn<double>(spread.cols, device, at), y, async.get());
-    async.wait();
-    const std::vector<double> got = valuesOf(y);
-    ASSERT_EQ(got.size(), static_cast<std::size_t>(spread.size(spread.rows, rank)));
-    for (std::size_t i = 0; i < got.size(); ++i) {
-      const long row = spread.first(spread.rows, rank) + static_cast<long>(i);
-      double sum = 0;
-      for (int k = 0; k < worldSize(); ++k) {
-        // The own part comes first.
-        const int p = k == 0 ? rank : k <= rank ? k - 1 : k;
-        double part = 0;
-        for (long j = spread.first(spread.cols, p); j < spread.first(spread.cols, p + 1); ++j) {
-          if (spread.stored(row, j)) part += entryAt<double>(row, j) * at(j);
-        }
-        sum += part;
-      }
-      EXPECT_EQ(std::memcmp(&got[i], &sum, sizeof(sum)), 0) << "row " << row;
-    }
-  });
 }
 
 }  // namespace
