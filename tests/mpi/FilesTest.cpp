@@ -36,6 +36,16 @@ void saveOnRoot(const std::string& name, const Local& m) {
   MPI_Barrier(kCommWorld);
 }
 
+/// What the file holds, which is removed.
+template <class Local>
+Local taken(const std::string& name) {
+  Local out;
+  std::ifstream stream(name);
+  out.loadFromStream(stream);
+  std::remove(name.c_str());
+  return out;
+}
+
 TEST(FilesOverRanks, AMatrixFileIsReadOnceAndSpreadEvenly) {
   std::mt19937 rng(2);
   // The last one has fewer rows than there are ranks.
@@ -72,11 +82,7 @@ TEST(FilesOverRanks, AMatrixFileIsReadOnceAndSpreadEvenly) {
           EXPECT_FALSE(std::ifstream(part).good()) << part;
           continue;
         }
-        CSRMatrixT<double, int> block;
-        std::ifstream stream(part);
-        block.loadFromStream(stream);
-        EXPECT_EQ(plainOf(block), plainOf(A.getLocalMatrix(p))) << part;
-        std::remove(part.c_str());
+        EXPECT_EQ(plainOf(taken<CSRMatrixT<double, int>>(part)), plainOf(A.getLocalMatrix(p)));
       }
     }
     MPI_Barrier(kCommWorld);
@@ -97,23 +103,18 @@ TEST(FilesOverRanks, VectorsTravelThroughFiles) {
       x.loadFromFile(fileName("missing", "mtx"), device);  // changes nothing
       EXPECT_EQ(valuesOf(x), ownPart(x.getRowPartitioner(), values));
       x.saveToFile(fileName("x", "mtx"));
-      const std::string part = partName("x", "mtx", 0);
-      MatrixT<double, int> local;
-      std::ifstream stream(part);
-      local.loadFromStream(stream);
-      EXPECT_EQ(valuesOf(local), ownPart(x.getRowPartitioner(), values)) << part;
-      std::remove(part.c_str());
+      const auto expectFile = [&](const std::string& part) {
+        EXPECT_EQ(valuesOf(taken<MatrixT<double, int>>(part)),
+                  ownPart(x.getRowPartitioner(), values))
+            << part;
+      };
+      expectFile(partName("x", "mtx", 0));
       // The point of a folder begins no extension.
       const std::string folder = fileName("folder", "d");
       std::filesystem::create_directories(folder);
       x.saveToFile(folder + "/plain");
-      const std::string plain =
-          folder + "/plain" +
-          (worldSize() == 1 ? "" : partName("", "", 0).substr(fileName("", "").size() - 1));
-      std::ifstream again(plain);
-      local.loadFromStream(again);
-      EXPECT_EQ(valuesOf(local), ownPart(x.getRowPartitioner(), values)) << plain;
-      std::filesystem::remove(plain);
+      expectFile(folder + "/plain" +
+                 (worldSize() == 1 ? "" : partName("", "", 0).substr(fileName("", "").size() - 1)));
     }
     MPI_Barrier(kCommWorld);
     if (worldRank() == 0) std::remove(name.c_str());

@@ -24,9 +24,8 @@ using test::printed;
 using test::worldRank;
 
 template <class T>
-std::shared_ptr<ParSolverT<T, long, int>> makeSolver(const json& params = json()) {
-  return ParSolverT<T, long, int>::getFactory().createInstance(
-      {{"solver_type", "SolverGaussElim"}, {"SolverGaussElim_params", params}});
+auto makeSolver(const json& params = json()) {
+  return test::makeSolver<SolverGaussElimination_T<T, long, int>>("SolverGaussElim", params);
 }
 
 template <class T>
@@ -41,19 +40,9 @@ TYPED_TEST(GaussElimination, SolvesWhateverTheStartAndThePartition) {
   using R = RealType<T>;
   std::mt19937 rng(5);
   for (const int n : {1, 2, 23}) {
-    const auto off = test::randomCsr<T>(rng, n, n);
-    const auto a = HostCsr<T>::build(n, n, [&](int i, HostCsr<T>& out) {
-      for (const auto& [j, v] : off.row(i)) {
-        if (j != i) out.push(j, v);
-      }
-      out.push(i, T(R(20 * n)));
-    });
-    std::vector<T> dense(static_cast<std::size_t>(n * n));
-    for (int i = 0; i < n; ++i) {
-      for (const auto& [j, v] : a.row(i)) dense[static_cast<std::size_t>(i * n + j)] = v;
-    }
+    const auto a = test::dominatedCsr<T>(rng, n);
     const auto b = test::smallVector<T>(rng, n), start = test::smallVector<T>(rng, n);
-    const auto expected = test::denseSolve(dense, b);
+    const auto expected = test::denseSolve(a.dense(), b);
     for (const auto& part : test::worldCuts<long>(n, rng)) {
       for (const Device& device : test::rankDevices()) {
         auto A = test::distributed<T, long>(device, part, part, a);
