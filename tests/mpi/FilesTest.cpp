@@ -118,7 +118,7 @@ TEST(FilesOverRanks, VectorsTravelThroughFiles) {
     }
     MPI_Barrier(kCommWorld);
     if (worldRank() == 0) std::remove(name.c_str());
-    if (worldRank() == 0) std::filesystem::remove(fileName("folder", "d"));
+    if (worldRank() == 0) std::filesystem::remove_all(fileName("folder", "d"));
   }
 }
 
