@@ -5,10 +5,12 @@
 #include <rapidjson/schema.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <iomanip>
 #include <limits>
 #include <map>
 #include <memory>
+#include <new>
 #include <sstream>
 
 #include "mivo_schema_text.hpp"
@@ -181,13 +183,37 @@ std::string plainText(std::string text) {
   return text;
 }
 
+/// Memory for the validator, whose own allocators go on with null where none is left.
+struct CheckedAllocator {
+  static constexpr bool kNeedFree = true;
+  void* Malloc(std::size_t size) { return size > 0 ? checked(std::malloc(size)) : nullptr; }
+  void* Realloc(void* memory, std::size_t /*before*/, std::size_t size) {
+    if (size > 0) return checked(std::realloc(memory, size));
+    std::free(memory);
+    return nullptr;
+  }
+  static void Free(void* memory) { std::free(memory); }
+
+ private:
+  static void* checked(void* memory) {
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+  }
+};
+using Pool = rapidjson::MemoryPoolAllocator<CheckedAllocator>;
+using Document = rapidjson::GenericDocument<rapidjson::UTF8<>, Pool, CheckedAllocator>;
+using SchemaDocument = rapidjson::GenericSchemaDocument<Document::ValueType, CheckedAllocator>;
+using SchemaValidator =
+    rapidjson::GenericSchemaValidator<SchemaDocument, rapidjson::BaseReaderHandler<>,
+                                      CheckedAllocator>;
+
 rapidjson::SizeType sizeOf(const std::string& text) {
   return static_cast<rapidjson::SizeType>(text.size());
 }
 
 /// Hands a value to the validator down to `levels` levels, with null for what lies below them;
 /// false when it is not valid.
-bool feed(const json& value, int levels, rapidjson::SchemaValidator& validator) {
+bool feed(const json& value, int levels, SchemaValidator& validator) {
   switch (levels < 0 ? json::value_t::null : value.type()) {
     case json::value_t::object:
       if (!validator.StartObject()) return false;
@@ -242,15 +268,15 @@ json inDraft4(const json& node) {
   return out;
 }
 
-rapidjson::SchemaDocument compiled(const json& schema) {
-  rapidjson::Document document;
+SchemaDocument compiled(const json& schema) {
+  Document document;
   document.Parse(inDraft4(schema).dump().c_str());
-  return rapidjson::SchemaDocument(document);
+  return SchemaDocument(document);
 }
 
 /// Whether the value itself fits the node, whatever its members are.
 bool fitsAlone(const json& value, const json& node) {
-  static std::map<const json*, std::unique_ptr<const rapidjson::SchemaDocument>> known;
+  static std::map<const json*, std::unique_ptr<const SchemaDocument>> known;
   auto& schema = known[&node];
   if (schema == nullptr) {
     json alone = node;
@@ -259,9 +285,9 @@ bool fitsAlone(const json& value, const json& node) {
       for (auto& member : alone.at(members)) member = json::object();
     }
     alone.erase("items");
-    schema.reset(new const rapidjson::SchemaDocument(compiled(alone)));
+    schema.reset(new const SchemaDocument(compiled(alone)));
   }
-  rapidjson::SchemaValidator validator(*schema);
+  SchemaValidator validator(*schema);
   return feed(value, 0, validator);
 }
 
@@ -360,8 +386,8 @@ const json& schemaDocument() {
 std::vector<SchemaFault> validateConfiguration(const json& given) {
   json configuration = given;
   addRequiredParams(configuration, schemaDocument());
-  static const rapidjson::SchemaDocument whole = compiled(schemaDocument());
-  rapidjson::SchemaValidator validator(whole);
+  static const SchemaDocument whole = compiled(schemaDocument());
+  SchemaValidator validator(whole);
   std::vector<SchemaFault> faults;
   if (feed(configuration, std::numeric_limits<int>::max(), validator)) return faults;
   findFaults(configuration, schemaDocument(), json::json_pointer(), faults);
