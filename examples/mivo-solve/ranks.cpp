@@ -2,6 +2,7 @@
 #include "ranks.hpp"
 
 #include <cstdlib>
+#include <new>
 
 #include "input_error.hpp"
 #include "mivo/mpi_stub/mpi.h"
@@ -34,6 +35,9 @@ void onRoot(const std::function<void()>& action) {
   if (worldRank() == 0) {
     try {
       action();
+    } catch (const std::bad_alloc& error) {
+      failed = true;
+      fault = std::string("the run cannot go on: ") + error.what();
     } catch (const std::exception& error) {
       failed = true;
       fault = error.what();
