@@ -227,43 +227,6 @@ TYPED_TEST(CSRMatrixTest, ResultMayBeAnOperandOrHoldEntriesAlready) {
   }
 }
 
-TYPED_TEST(CSRMatrixTest, SparsifyDropsEntriesAtTheThreshold) {
-  using T = TypeParam;
-  for (const Device& device : testDevices()) {
-    const auto m =
-        sparseOf(device, plainRows<T>(4, {{{0, T(-2)}, {1, T(1)}, {3, T(0)}}, {}, {{2, T(3)}}}));
-    EXPECT_EQ(plainOf(m.sparsify(T(0))),
-              plainRows<T>(4, {{{0, T(-2)}, {1, T(1)}}, {}, {{2, T(3)}}}));
-    EXPECT_EQ(plainOf(m.sparsify(T(2))), plainRows<T>(4, {{}, {}, {{2, T(3)}}}));
-    const auto none = m.sparsify(T(3));
-    EXPECT_EQ(none.getNnz(), 0);
-    EXPECT_EQ(none.getRows(), 3);
-    const CSRMatrixT<T, int> nothing;
-    EXPECT_EQ(nothing.sparsify(T(0)).getRows(), 0);
-  }
-}
-
-TYPED_TEST(CSRMatrixTest, DiagonalUpdateFindsTheDiagonalOfABlock) {
-  using T = TypeParam;
-  for (const Device& device : testDevices()) {
-    // Rows 1 and 2 of a matrix of 3 columns.
-    const auto block = sparseOf(device, plainRows<T>(3, {{{1, T(4)}, {0, T(7)}}, {{0, T(5)}}}));
-    const auto d1 = matrixOf<T>(device, 2, 1, {T(10), T(20)});
-    const auto d2 = matrixOf<T>(device, 2, 1, {T(2), T(3)});
-    CSRMatrixT<T, int> out;
-    block.axpbyDiag(T(1), d1, T(3), d2, out, 1, 0);
-    // A missing diagonal comes last, under the row's own number.
-    EXPECT_EQ(plainOf(out), plainRows<T>(3, {{{1, T(34)}, {0, T(7)}}, {{0, T(5)}, {1, T(20)}}}));
-    const MatrixT<T, int> none;
-    block.axpbyDiag(T(1), none, T(2), none, out, 1, 0);
-    EXPECT_EQ(plainOf(out), plainRows<T>(3, {{{1, T(8)}, {0, T(7)}}, {{0, T(5)}, {1, T(0)}}}));
-    CSRMatrixT<T, int> shaped;
-    shaped.create(2, 2, 0, device);
-    shaped.axpbyDiag(T(1), d1, T(1), none, out);
-    EXPECT_EQ(plainOf(out), plainRows<T>(2, {{{0, T(10)}}, {{1, T(20)}}}));
-  }
-}
-
 // Selection.
 
 TYPED_TEST(CSRMatrixTest, SelectedRowsAreCompactOrKeepTheirPlace) {

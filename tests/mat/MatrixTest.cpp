@@ -166,16 +166,6 @@ TYPED_TEST(MatrixTest, ArithmeticAsksForEqualCountsNotShapes) {
   }
 }
 
-TYPED_TEST(MatrixTest, NonZeroIndicesAscend) {
-  for (const Device& device : testDevices()) {
-    const TypeParam o(0), v(3);
-    EXPECT_EQ(valuesOf(matrixOf<TypeParam>(device, 3, 2, {o, v, o, o, v, v}).getNonZeroIndices()),
-              (std::vector<int>{1, 4, 5}));
-    EXPECT_EQ(matrixOf<TypeParam>(device, 2, 1, {o, o}).getNonZeroIndices().getSize(), 0);
-    EXPECT_EQ((MatrixT<TypeParam, int>().getNonZeroIndices().getSize()), 0);
-  }
-}
-
 TYPED_TEST(MatrixTest, TravelsThroughAStreamWithAHeaderOfTwoInts) {
   const std::vector<TypeParam> a = smallValues<TypeParam>(6, 10);
   const MatrixT<TypeParam, int> m = matrixOf<TypeParam>(Device(), 2, 3, a);

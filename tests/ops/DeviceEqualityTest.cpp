@@ -51,27 +51,6 @@ class DeviceEquality : public testing::Test {
 };
 TYPED_TEST_SUITE(DeviceEquality, ScalarTypes);
 
-TYPED_TEST(DeviceEquality, ElementwiseKernelsGiveTheSameBits) {
-  using T = TypeParam;
-  using R = RealType<T>;
-  using Blas = BlasOps<T, int>;
-  const int n = this->kSize;
-  const T a = roundingValue<T>(this->rng), b = roundingValue<T>(this->rng), c = T(R(0.3));
-  this->expectSameBits(
-      "axpby", [&](const Device& d, const T* x, T*, T* z) { Blas::axpby(d, n, a, x, b, z); });
-  this->expectSameBits("axpbypz", [&](const Device& d, const T* x, T* y, T* z) {
-    Blas::axpbypz(d, n, a, x, b, y, z);
-  });
-  this->expectSameBits("axypbz", [&](const Device& d, const T* x, T* y, T* z) {
-    Blas::axypbz(d, n, a, x, y, b, z);
-  });
-  this->expectSameBits("axpbypcz", [&](const Device& d, const T* x, T* y, T* z) {
-    Blas::axpbypcz(d, n, a, x, b, y, c, z);
-  });
-  this->expectSameBits("reciprocal",
-                       [&](const Device& d, const T*, T*, T* z) { Blas::reciprocal(d, n, a, z); });
-}
-
 TYPED_TEST(DeviceEquality, ReductionsAddUpTo256PartialSums) {
   using T = TypeParam;
   const Device device = testDevices()[1];

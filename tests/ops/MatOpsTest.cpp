@@ -80,15 +80,5 @@ TYPED_TEST(MatOpsTest, ElementAccessFollowsTheLayout) {
   EXPECT_EQ(a, expected);
 }
 
-// A device kind without kernels falls through.
-TEST(MatOps, DoesNothingOnAKindWithoutKernels) {
-  double a[] = {1, 2}, value = 7;
-  using Ops = MatOps<double, int, MatrixLayoutRowMajor>;
-  Ops::get_element_value(Device(Device::kHip), 0, 1, a, 2, &value);
-  Ops::set_element_value(Device(Device::kHip), 0, 0, a, 2, 5.0);
-  EXPECT_EQ(value, 7);
-  EXPECT_EQ(a[0], 1);
-}
-
 }  // namespace
 }  // namespace mivo

@@ -241,20 +241,5 @@ TYPED_TEST(SpBlasAlgebra, SparsifyComparesTheModulusStrictly) {
   });
 }
 
-TEST(SpBlasAlgebra, SmallProductByHand) {
-  // [1 1] [. 2  3]   [4 2  2]
-  // [0 2] [4 . -1] = [8 . -2], the first row met in the order 2, 1, 0
-  using Csr = HostCsr<double>;
-  const Csr a{2, 2, {0, 2, 3}, {0, 1, 1}, {1, 1, 2}};
-  const Csr b{2, 3, {0, 2, 4}, {2, 1, 0, 2}, {3, 2, 4, -1}};
-  int marker[3];
-  const auto c = twoPass<double, int>(Device(), 2, 3, [&](COT_CSRRawMat<double, int> out) {
-    SpBlasOps<double, int>::csr_matmul(
-        Device(), 2, 2, 3, a.rowptr.data(), a.col_idx.data(), a.values.data(), b.rowptr.data(),
-        b.col_idx.data(), b.values.data(), out.row_begin, out.col_idx, out.values, marker);
-  });
-  EXPECT_EQ(c, (Csr{2, 3, {0, 3, 5}, {2, 1, 0, 0, 2}, {2, 2, 4, 8, -2}}));
-}
-
 }  // namespace
 }  // namespace mivo::test

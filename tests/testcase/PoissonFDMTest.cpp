@@ -103,20 +103,6 @@ TEST(PoissonFDM, IsTheFiniteDifferenceLaplacian) {
   }
 }
 
-TEST(PoissonFDM, DefaultsToAHundredByAHundredPoints) {
-  const Poisson<double> s{json()};
-  const auto meta = s.A.computeMeta();
-  EXPECT_EQ(meta.rows, 10000);
-  EXPECT_EQ(meta.cols, 10000);
-  EXPECT_EQ(meta.nnzs, 98 * 98 * 5 + 4 * 99);
-  EXPECT_EQ(meta.row_nnz_min, 1);
-  EXPECT_EQ(meta.row_nnz_max, 5);
-  EXPECT_NEAR(s.A.getElementValue(101, 101, nullptr), 40000, 1e-9);
-  EXPECT_NEAR(s.A.getElementValue(101, 1, nullptr), -10000, 1e-9);
-  EXPECT_EQ(s.x.getRows(), 10000);
-  EXPECT_EQ(s.b.getRows(), 10000);
-}
-
 TEST(PoissonFDM, HasRandomAndUnsetRightHandSides) {
   const Poisson<double> s(json{{"N", 8}, {"rhs", "random"}});
   const auto b = valuesOf(s.b);
@@ -151,18 +137,6 @@ TEST(PoissonFDM, TakesDegenerateGrids) {
   EXPECT_EQ(nothing.b.getRows(), 0);
   MIVO_EXPECT_FATAL_TEXT(Poisson<double>(json{{"N", -3}}),
                          "PoissonFDM: dim 2 and N -3 must not be negative");
-}
-
-TEST(PoissonFDM, IsSolvedByJacobiPreconditionedConjugateGradients) {
-  for (const Device& device : testDevices()) {
-    const Poisson<double> s(json{{"dim", 3}, {"N", 6}}, device);
-    const PoissonSolve<double> solve(s, "PrecondJacobi");
-    EXPECT_LT(solve.relres, 1e-9);
-    EXPECT_LT(solve.history.size(), 60u);
-    const auto A = plainOf(s.A.getLocalMatrix(-1)).dense();
-    const auto b = valuesOf(s.b), residual = denseAxpby(A, -1.0, solve.x, 1.0, b);
-    for (std::size_t i = 0; i < b.size(); ++i) EXPECT_NEAR(residual[i], 0, 1e-7) << b[i];
-  }
 }
 
 TEST(PoissonFDM, TracesItsStepsAtLevelThree) {
