@@ -3,10 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
-#include <numeric>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "mivo/ops/MatOps.hpp"
@@ -27,41 +29,39 @@ struct Plain {
   std::vector<T> values;
 
   Plain(long r, long c) : rows(r), cols(c), values(static_cast<std::size_t>(r * c)) {}
-  T& operator()(long i, long j) { return values[static_cast<std::size_t>(i * cols + j)]; }
-  const T& operator()(long i, long j) const {
-    return values[static_cast<std::size_t>(i * cols + j)];
-  }
-
-  static Plain random(long r, long c, unsigned seed) {
+  Plain(long r, long c, std::vector<T> v) : rows(r), cols(c), values(std::move(v)) {}
+  Plain(long r, long c, unsigned seed)
+      : Plain(r, c, smallValues<T>(static_cast<std::size_t>(r * c), seed)) {}
+  template <class Element>
+  static Plain of(long r, long c, const Element& element) {
     Plain out(r, c);
-    out.values = smallValues<T>(out.values.size(), seed);
+    for (long i = 0; i < r; ++i) {
+      for (long j = 0; j < c; ++j) out(i, j) = element(i, j);
+    }
     return out;
   }
   static Plain identity(long n) {
-    Plain out(n, n);
-    for (long i = 0; i < n; ++i) out(i, i) = T(1);
-    return out;
+    return of(n, n, [](long i, long j) { return T(i == j ? 1 : 0); });
+  }
+  T& operator()(long i, long j) { return values[static_cast<std::size_t>(i * cols + j)]; }
+  const T& operator()(long i, long j) const {
+    return values[static_cast<std::size_t>(i * cols + j)];
   }
 };
 
 template <class T>
 Plain<T> operator*(const Plain<T>& a, const Plain<T>& b) {
-  Plain<T> c(a.rows, b.cols);
-  for (long i = 0; i < a.rows; ++i) {
-    for (long j = 0; j < b.cols; ++j) {
-      for (long k = 0; k < a.cols; ++k) c(i, j) += a(i, k) * b(k, j);
-    }
-  }
-  return c;
+  return Plain<T>::of(a.rows, b.cols, [&](long i, long j) {
+    T sum(0);
+    for (long k = 0; k < a.cols; ++k) sum += a(i, k) * b(k, j);
+    return sum;
+  });
 }
 
 template <class T>
 Plain<T> adjoint(const Plain<T>& a, bool conjugate = true) {
-  Plain<T> out(a.cols, a.rows);
-  for (long i = 0; i < a.rows; ++i) {
-    for (long j = 0; j < a.cols; ++j) out(j, i) = conjugate ? conj(a(i, j)) : a(i, j);
-  }
-  return out;
+  return Plain<T>::of(a.cols, a.rows,
+                      [&](long i, long j) { return conjugate ? conj(a(j, i)) : a(j, i); });
 }
 
 template <class T>
@@ -73,9 +73,7 @@ double largest(const Plain<T>& a) {
 
 template <class T>
 double distance(const Plain<T>& a, const Plain<T>& b) {
-  Plain<T> d = a;
-  for (std::size_t k = 0; k < d.values.size(); ++k) d.values[k] = a.values[k] - b.values[k];
-  return largest(d);
+  return largest(Plain<T>::of(a.rows, a.cols, [&](long i, long j) { return a(i, j) - b(i, j); }));
 }
 
 /// The same matrix in device memory: in the case's layout, with a leading dimension beyond its
@@ -90,14 +88,9 @@ class OnDevice {
   typename Case::I ld() const { return static_cast<typename Case::I>(leading()); }
   Plain<T> plain() const {
     const std::vector<T> values = array_.values();
-    Plain<T> out(rows_, cols_);
-    std::size_t seen = 0;
-    for (long i = 0; i < rows_; ++i) {
-      for (long j = 0; j < cols_; ++j, ++seen) out(i, j) = values[at(i, j)];
-    }
     EXPECT_EQ(std::count(values.begin(), values.end(), kMark),
-              static_cast<long>(values.size() - seen));
-    return out;
+              static_cast<long>(values.size()) - rows_ * cols_);
+    return Plain<T>::of(rows_, cols_, [&](long i, long j) { return values[at(i, j)]; });
   }
 
  private:
@@ -129,6 +122,14 @@ struct Case {
   static double eps() { return static_cast<double>(std::numeric_limits<RealType<T>>::epsilon()); }
 };
 
+template <class C>
+struct RunsOf;
+
+#define MIVO_DENSE_TYPES                                \
+  MIVO_TEST_PAIR_TYPES                                  \
+  using Ops [[maybe_unused]] = typename TypeParam::Ops; \
+  using Runs [[maybe_unused]] = RunsOf<TypeParam>;
+
 using Row = MatrixLayoutRowMajor;
 using Col = MatrixLayoutColMajor;
 
@@ -140,29 +141,19 @@ using AllTypes = testing::Types<Case<int, int, Row>, Case<int, long, Col>, Case<
                                 Case<Complex<float>, long, Row>, Case<Complex<double>, int, Col>>;
 TYPED_TEST_SUITE(DenseProducts, AllTypes);
 
-struct Shape {
-  int m, n, k;
-};
-const Shape kShapes[] = {{0, 3, 2}, {3, 0, 2}, {3, 2, 0}, {1, 1, 1}, {7, 3, 5}, {33, 31, 2}};
-
 TYPED_TEST(DenseProducts, AreThoseOfPlainLoops) {
-  using T = typename TypeParam::T;
-  using Ops = typename TypeParam::Ops;
+  MIVO_DENSE_TYPES
   for (const Device& device : testDevices()) {
-    for (const auto& [m, n, k] : kShapes) {
-      const auto a = Plain<T>::random(m, k, 1);
-      const auto b = Plain<T>::random(k, n, 2);
+    for (const auto& [m, n, k] :
+         {std::array{0, 3, 2}, {3, 0, 2}, {3, 2, 0}, {1, 1, 1}, {7, 3, 5}, {33, 31, 2}}) {
+      const Plain<T> a(m, k, 1u), b(k, n, 2u), x(k, 1, 3u), y(m, 1, 4u);
       OnDevice<TypeParam> da(device, a), db(device, b), dc(device, Plain<T>(m, n));
+      OnDevice<TypeParam> dt(device, Plain<T>(k, m));
+      DeviceArray<T> dx(device, x.values), dy(device, y.values);
       Ops::matmat(device, m, n, k, da.data(), da.ld(), db.data(), db.ld(), dc.data(), dc.ld());
       EXPECT_EQ(dc.plain().values, (a * b).values);
-
-      OnDevice<TypeParam> dt(device, Plain<T>(k, m));
       Ops::transpose(device, m, k, da.data(), da.ld(), dt.data(), dt.ld());
       EXPECT_EQ(dt.plain().values, adjoint(a, false).values);
-
-      const auto x = Plain<T>::random(k, 1, 3);
-      const auto y = Plain<T>::random(m, 1, 4);
-      DeviceArray<T> dx(device, x.values), dy(device, y.values);
       Ops::aAxpby(device, m, k, T(2), da.data(), da.ld(), dx.data(), T(-3), dy.data());
       auto expected = a * x;
       for (long i = 0; i < m; ++i) expected(i, 0) = T(2) * expected(i, 0) - T(3) * y(i, 0);
@@ -172,37 +163,24 @@ TYPED_TEST(DenseProducts, AreThoseOfPlainLoops) {
 }
 
 TYPED_TEST(DenseProducts, DiagonalsAndRowNormsOfEitherShape) {
-  using T = typename TypeParam::T;
-  using R = RealType<T>;
-  using Ops = typename TypeParam::Ops;
+  MIVO_DENSE_TYPES
   for (const Device& device : testDevices()) {
-    for (const auto& [rows, cols] : {std::pair<int, int>{5, 3}, {3, 5}, {4, 0}}) {
-      auto a = Plain<T>::random(rows, cols, 5);
+    for (const auto& [rows, cols] : {std::pair<unsigned, unsigned>{5, 3}, {3, 5}, {4, 0}}) {
+      Plain<T> a(rows, cols, 5u);
       OnDevice<TypeParam> da(device, a);
-      DeviceArray<T> diag(device, std::vector<T>(static_cast<std::size_t>(rows), T(9)));
+      DeviceArray<T> diag(device, std::vector<T>(rows, T(9))), news(device, smallValues<T>(8, 6));
+      DeviceArray<R> norms(device, std::size_t{rows});
       Ops::get_diag(device, rows, cols, da.data(), da.ld(), diag.data());
-      std::vector<T> expected(static_cast<std::size_t>(rows), T(0));
-      std::vector<R> norms(expected.size());
-      for (int i = 0; i < rows; ++i) {
-        if (i < cols) expected[static_cast<std::size_t>(i)] = a(i, i);
+      Ops::mat_row_norm(device, rows, cols, da.data(), da.ld(), R(2), norms.data());
+      Ops::set_diag(device, rows, cols, da.data(), da.ld(), news.data());
+      for (unsigned i = 0; i < rows; ++i) {
+        EXPECT_EQ(diag.values()[i], i < cols ? a(i, i) : T(0));
         // The maximum norm would be another number; so would the sum without its root.
         double squares = 0;
-        for (int j = 0; j < cols; ++j) squares += static_cast<double>(absSquared(a(i, j)));
-        norms[static_cast<std::size_t>(i)] = static_cast<R>(std::sqrt(squares));
-      }
-      EXPECT_EQ(diag.values(), expected);
-
-      DeviceArray<R> dn(device, expected.size());
-      Ops::mat_row_norm(device, rows, cols, da.data(), da.ld(), R(2), dn.data());
-      const auto found = dn.values();
-      for (std::size_t i = 0; i < norms.size(); ++i) {
-        EXPECT_NEAR(static_cast<double>(found[i]), static_cast<double>(norms[i]), 1e-5);
-      }
-
-      DeviceArray<T> news(device, smallValues<T>(8, 6));
-      Ops::set_diag(device, rows, cols, da.data(), da.ld(), news.data());
-      for (int i = 0; i < std::min(rows, cols); ++i) {
-        a(i, i) = smallValues<T>(8, 6)[static_cast<std::size_t>(i)];
+        for (unsigned j = 0; j < cols; ++j) squares += static_cast<double>(absSquared(a(i, j)));
+        EXPECT_NEAR(static_cast<double>(norms.values()[i]),
+                    static_cast<double>(static_cast<R>(std::sqrt(squares))), 1e-5);
+        if (i < cols) a(i, i) = smallValues<T>(8, 6)[i];
       }
       EXPECT_EQ(da.plain().values, a.values);
     }
@@ -211,7 +189,7 @@ TYPED_TEST(DenseProducts, DiagonalsAndRowNormsOfEitherShape) {
 
 /// What the tests below do with a matrix.
 template <class C>
-struct Runs {
+struct RunsOf {
   using T = typename C::T;
   using I = typename C::I;
   using Ops = typename C::Ops;
@@ -221,50 +199,51 @@ struct Runs {
     std::vector<I> ipiv;
     I info;
   };
-  static Lu factor(const Device& device, const Plain<T>& a) {
+  static Lu factor(const Device& device, const Plain<T>& a, bool exchange = true) {
     OnDevice<C> da(device, a);
     DeviceArray<I> ipiv(device, std::vector<I>(static_cast<std::size_t>(a.rows), I(-5)));
     DeviceArray<I> info(device, std::vector<I>{-7});
     Ops::xgetrf(device, static_cast<I>(a.rows), static_cast<I>(a.cols), da.data(), da.ld(),
-                ipiv.data(), info.data());
+                exchange ? ipiv.data() : nullptr, info.data());
     return {da.plain(), ipiv.values(), info.values()[0]};
   }
-  static Plain<T> solve(const Device& device, const Plain<T>& a, const Plain<T>& b, I* info) {
+  static T determinant(const Device& device, const Lu& lu, bool exchange = true) {
+    OnDevice<C> factors(device, lu.factors);
+    DeviceArray<I> ipiv(device, lu.ipiv);
+    DeviceArray<T> det(device, std::size_t{1});
+    Ops::xgetrf_det(device, static_cast<I>(lu.factors.rows), factors.data(), factors.ld(),
+                    exchange ? ipiv.data() : nullptr, det.data());
+    return det.values()[0];
+  }
+  static Plain<T> solve(const Device& device, const Plain<T>& a, const Plain<T>& b, I info) {
     OnDevice<C> da(device, a), db(device, b);
     DeviceArray<I> ipiv(device, static_cast<std::size_t>(a.rows));
     DeviceArray<I> state(device, std::vector<I>{-7});
     Ops::xgesv(device, static_cast<I>(a.rows), static_cast<I>(b.cols), da.data(), da.ld(),
                ipiv.data(), db.data(), db.ld(), state.data());
-    *info = state.values()[0];
+    EXPECT_EQ(state.values()[0], info);
     return db.plain();
   }
-  /// Both steps of a two-step member, which is given garbage where it has nothing to read.
-  template <class Member>
-  static Plain<T> twoSteps(const Device& device, Member member, const Plain<T>& a,
-                           const Plain<T>& b, int* status) {
+  /// Both steps of a two-step member, which is given garbage where it has nothing to read; without
+  /// a member, `mat_gauss_elim`.
+  static Plain<T> decompose(const Device& device, decltype(&Ops::mat_lu_decomp) member,
+                            const Plain<T>& a, const Plain<T>& b, int status) {
     OnDevice<C> da(device, a);
     DeviceArray<T> db(device, b.values);
     DeviceArray<int> state(device, std::vector<int>{-7});
     const I n = static_cast<I>(a.rows);
-    member(device, 0, n, state.data(), da.data(), da.ld(), db.data());
-    EXPECT_EQ(da.plain().values.size(), a.values.size());
-    EXPECT_EQ(db.values(), b.values);
-    EXPECT_EQ(state.values()[0], -7);
-    member(device, 1, n, state.data(), da.data(), da.ld(), nullptr);
-    member(device, 2, n, nullptr, da.data(), da.ld(), db.data());
-    *status = state.values()[0];
-    Plain<T> x(b.rows, 1);
-    x.values = db.values();
-    return x;
-  }
-  /// Random, with a row order that needs exchanges: small numbers on the diagonal.
-  static Plain<T> generalMatrix(int n) {
-    auto a = Plain<T>::random(n, n, static_cast<unsigned>(40 + n));
-    for (int i = 0; i < n; ++i) {
-      a(i, (i + 1) % n) += T(5 * n);
-      if (n > 1) a(i, i) = T(i % 2 == 0 ? 0 : 1);
+    if (member == nullptr) {
+      Ops::mat_gauss_elim(device, n, da.data(), da.ld(), db.data(), state.data());
+    } else {
+      member(device, 0, n, state.data(), da.data(), da.ld(), db.data());
+      EXPECT_EQ(db.values(), b.values);
+      EXPECT_EQ(state.values()[0], -7);
+      member(device, 1, n, state.data(), da.data(), da.ld(), nullptr);
+      member(device, 2, n, nullptr, da.data(), da.ld(), db.data());
     }
-    return a;
+    da.plain();
+    EXPECT_EQ(state.values()[0], status);
+    return {b.rows, 1, db.values()};
   }
   /// |b - A x| against what rounding explains.
   static void expectSmallResidual(const Plain<T>& a, const Plain<T>& x, const Plain<T>& b) {
@@ -281,34 +260,34 @@ using Scalars =
 TYPED_TEST_SUITE(DenseFactors, Scalars);
 
 TYPED_TEST(DenseFactors, SolveAndInvertWithRowExchanges) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using Ops = typename TypeParam::Ops;
+  MIVO_DENSE_TYPES
   for (const Device& device : testDevices()) {
     for (const int n : {1, 2, 5, 33}) {
-      const auto a = Runs<TypeParam>::generalMatrix(n);
-      const auto b = Plain<T>::random(n, 3, 8);
-      I info = 0;
-      const auto x = Runs<TypeParam>::solve(device, a, b, &info);
-      EXPECT_EQ(info, -1);
-      Runs<TypeParam>::expectSmallResidual(a, x, b);
+      // Small numbers on the diagonal: the order of the rows needs exchanges.
+      Plain<T> a(n, n, static_cast<unsigned>(40 + n));
+      for (int i = 0; i < n; ++i) {
+        a(i, (i + 1) % n) += T(5 * n);
+        if (n > 1) a(i, i) = T(i % 2 == 0 ? 0 : 1);
+      }
+      const Plain<T> b(n, 3, 8u);
+      Runs::expectSmallResidual(a, Runs::solve(device, a, b, -1), b);
 
-      const auto lu = Runs<TypeParam>::factor(device, a);
+      const auto lu = Runs::factor(device, a);
       DeviceArray<I> ipiv(device, lu.ipiv), state(device, std::vector<I>{-1});
       OnDevice<TypeParam> inverse(device, lu.factors);
       Ops::xgetri(device, n, inverse.data(), inverse.ld(), ipiv.data(), state.data());
-      Runs<TypeParam>::expectSmallResidual(a, inverse.plain(), Plain<T>::identity(n));
-      Runs<TypeParam>::expectSmallResidual(inverse.plain(), a, Plain<T>::identity(n));
+      Runs::expectSmallResidual(a, inverse.plain(), Plain<T>::identity(n));
+      Runs::expectSmallResidual(inverse.plain(), a, Plain<T>::identity(n));
 
       // The factors multiply to the rows in the order of the exchanges, their sizes below 1.
       Plain<T> lower = Plain<T>::identity(n), upper(n, n), permuted = a;
-      for (int i = 0; i < n; ++i) {
-        for (int j = 0; j < n; ++j) (j < i ? lower : upper)(i, j) = lu.factors(i, j);
-      }
       for (int j = 0; j < n; ++j) {
         const auto p = static_cast<int>(lu.ipiv[static_cast<std::size_t>(j)]);
         ASSERT_GE(p, j);
-        for (int k = 0; k < n; ++k) std::swap(permuted(j, k), permuted(p, k));
+        for (int k = 0; k < n; ++k) {
+          (k < j ? lower : upper)(j, k) = lu.factors(j, k);
+          std::swap(permuted(j, k), permuted(p, k));
+        }
       }
       EXPECT_LE(largest(lower), 1 + 4 * TypeParam::eps());
       EXPECT_LE(distance(lower * upper, permuted), 8 * n * TypeParam::eps() * largest(a));
@@ -317,21 +296,14 @@ TYPED_TEST(DenseFactors, SolveAndInvertWithRowExchanges) {
 }
 
 TYPED_TEST(DenseFactors, StayBackwardStableOnHilbert8) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  Plain<T> a(8, 8), ones(8, 1);
-  for (int i = 0; i < 8; ++i) {
-    for (int j = 0; j < 8; ++j) a(i, j) = T(RealType<T>(1) / static_cast<RealType<T>>(i + j + 1));
-    ones(i, 0) = T(1);
-  }
-  const auto b = a * ones;
+  MIVO_DENSE_TYPES
+  const auto a =
+      Plain<T>::of(8, 8, [](long i, long j) { return T(R(1) / static_cast<R>(i + j + 1)); });
+  const Plain<T> ones(8, 1, std::vector<T>(8, T(1))), b = a * ones;
   for (const Device& device : testDevices()) {
-    I info = 0;
-    Runs<TypeParam>::expectSmallResidual(a, Runs<TypeParam>::solve(device, a, b, &info), b);
-    int status = 0;
-    const auto x =
-        Runs<TypeParam>::twoSteps(device, TypeParam::Ops::spd_mat_cholesky_decomp, a, b, &status);
-    Runs<TypeParam>::expectSmallResidual(a, x, b);
+    Runs::expectSmallResidual(a, Runs::solve(device, a, b, -1), b);
+    const auto x = Runs::decompose(device, Ops::spd_mat_cholesky_decomp, a, b, 0);
+    Runs::expectSmallResidual(a, x, b);
     if (TypeParam::eps() < 1e-10) {
       EXPECT_LE(distance(x, ones), 1.5e10 * 8 * TypeParam::eps());
     }
@@ -341,158 +313,98 @@ TYPED_TEST(DenseFactors, StayBackwardStableOnHilbert8) {
 // The first of equal pivots wins, ipiv counts rows of the whole matrix, a tall or wide one takes
 // min(m, n) columns, and a zero pivot leaves its column in info and the right side alone.
 TYPED_TEST(DenseFactors, TellPivotsAndSingularColumns) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
+  MIVO_DENSE_TYPES
+  const Plain<T> tall(3, 2, {T(1), T(2), T(-2), T(0), T(2), T(4)}), b(3, 2, 9u);
+  const Plain<T> singular(3, 3, {T(1), T(2), T(3), T(2), T(4), T(7), T(1), T(2), T(9)});
   for (const Device& device : testDevices()) {
-    Plain<T> tall(3, 2);
-    tall.values = {T(1), T(2), T(-2), T(0), T(2), T(4)};
-    const auto lu = Runs<TypeParam>::factor(device, tall);
+    const auto lu = Runs::factor(device, tall);
     EXPECT_EQ(lu.info, -1);
     EXPECT_EQ(lu.ipiv, (std::vector<I>{1, 2, -5}));
     EXPECT_EQ(lu.factors.values, (std::vector<T>{T(-2), T(0), T(-1), T(4), T(-0.5), T(0.5)}));
-    EXPECT_EQ(Runs<TypeParam>::factor(device, adjoint(tall)).info, -1);
-
-    Plain<T> singular(3, 3);
-    singular.values = {T(1), T(2), T(3), T(2), T(4), T(7), T(1), T(2), T(9)};
-    const auto b = Plain<T>::random(3, 2, 9);
-    I info = 0;
-    EXPECT_EQ(Runs<TypeParam>::solve(device, singular, b, &info).values, b.values);
-    EXPECT_EQ(info, 1);
-    EXPECT_EQ(Runs<TypeParam>::factor(device, Plain<T>(2, 2)).info, 0);
-    EXPECT_EQ(Runs<TypeParam>::factor(device, Plain<T>(0, 0)).info, -1);
+    EXPECT_EQ(Runs::factor(device, adjoint(tall)).info, -1);
+    EXPECT_EQ(Runs::solve(device, singular, b, 1).values, b.values);
+    EXPECT_EQ(Runs::factor(device, Plain<T>(2, 2)).info, 0);
+    EXPECT_EQ(Runs::factor(device, Plain<T>(0, 0)).info, -1);
     if constexpr (kIsComplex<T>) {  // a modulus of 0 where no part is
-      Plain<T> faint(1, 1);
-      faint.values[0].im = std::numeric_limits<RealType<T>>::min();
-      EXPECT_EQ(Runs<TypeParam>::factor(device, faint).info, 0);
+      const T faint(0, std::numeric_limits<R>::min());
+      EXPECT_EQ(Runs::factor(device, Plain<T>(1, 1, std::vector{faint})).info, 0);
     }
   }
 }
 
 TYPED_TEST(DenseFactors, WithoutExchangesAreThoseOfPlainElimination) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using Ops = typename TypeParam::Ops;
-  Plain<T> a(2, 2), zero(2, 2);
-  a.values = {T(1), T(4), T(2), T(3)};
-  zero.values = {T(0), T(1), T(1), T(0)};
+  MIVO_DENSE_TYPES
+  const Plain<T> a(2, 2, {T(1), T(4), T(2), T(3)}), zero(2, 2, {T(0), T(1), T(1), T(0)});
   for (const Device& device : testDevices()) {
-    OnDevice<TypeParam> da(device, a), dz(device, zero);
-    DeviceArray<I> info(device, std::vector<I>{0});
-    DeviceArray<T> det(device, std::size_t{1});
-    Ops::xgetrf(device, 2, 2, da.data(), da.ld(), nullptr, info.data());
-    EXPECT_EQ(da.plain().values, (std::vector<T>{T(1), T(4), T(2), T(-5)}));
-    Ops::xgetrf_det(device, 2, da.data(), da.ld(), nullptr, det.data());
-    EXPECT_EQ(det.values()[0], T(-5));
-    OnDevice<TypeParam> db(device, a);
+    const auto lu = Runs::factor(device, a, false);
+    EXPECT_EQ(lu.factors.values, (std::vector<T>{T(1), T(4), T(2), T(-5)}));
+    EXPECT_EQ(Runs::determinant(device, lu, false), T(-5));
+    OnDevice<TypeParam> da(device, lu.factors), db(device, a);
+    DeviceArray<I> info(device, std::vector<I>{lu.info});
     Ops::xgetrs(device, 2, 2, da.data(), da.ld(), nullptr, db.data(), db.ld(), info.data());
     EXPECT_EQ(db.plain().values, Plain<T>::identity(2).values);
-    Ops::xgetrf(device, 2, 2, dz.data(), dz.ld(), nullptr, info.data());
-    EXPECT_EQ(info.values()[0], 0);
+    EXPECT_EQ(Runs::factor(device, zero, false).info, 0);
   }
 }
 
 // Each exchange turns the sign: a cycle of n rows takes n - 1 of them.
 TYPED_TEST(DenseFactors, DeterminantCountsExchanges) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
+  MIVO_DENSE_TYPES
   for (const Device& device : testDevices()) {
     for (const int n : {1, 2, 3, 4}) {
-      Plain<T> cycle(n, n);
-      for (int i = 0; i < n; ++i) cycle(i, (i + 1) % n) = T(2);
-      const auto lu = Runs<TypeParam>::factor(device, cycle);
-      OnDevice<TypeParam> factors(device, lu.factors);
-      DeviceArray<I> ipiv(device, lu.ipiv);
-      DeviceArray<T> det(device, std::size_t{1});
-      TypeParam::Ops::xgetrf_det(device, n, factors.data(), factors.ld(), ipiv.data(), det.data());
-      EXPECT_EQ(det.values()[0], T((n % 2 == 0 ? -1 : 1) * (1 << n)));
+      const auto cycle =
+          Plain<T>::of(n, n, [n](long i, long j) { return T(j == (i + 1) % n ? 2 : 0); });
+      EXPECT_EQ(Runs::determinant(device, Runs::factor(device, cycle)),
+                T((n % 2 == 0 ? -1 : 1) * (1 << n)));
     }
   }
 }
 
 // The symmetric forms read the lower triangle alone: the upper one is garbage.
 TYPED_TEST(DenseFactors, TwoStepMembersSolveTheirKindOfMatrix) {
-  using T = typename TypeParam::T;
-  using Ops = typename TypeParam::Ops;
-  const auto nan = std::numeric_limits<RealType<T>>::quiet_NaN();
+  MIVO_DENSE_TYPES
+  const T nan(std::numeric_limits<R>::quiet_NaN());
   for (const Device& device : testDevices()) {
     for (const int n : {1, 2, 33}) {
-      const auto b = Plain<T>::random(n, 1, 10);
-      const auto c = Plain<T>::random(n, n, 11);
+      const Plain<T> b(n, 1, 10u), c(n, n, 11u);
       auto general = c, definite = c * adjoint(c), symmetric = c;
       for (int i = 0; i < n; ++i) {
         general(i, i) += T(20 * n);
         definite(i, i) += T(1);
         for (int j = 0; j < i; ++j) symmetric(i, j) = symmetric(j, i);
         symmetric(i, i) += T(i % 2 == 0 ? 20 * n : -20 * n);
+        if constexpr (kIsComplex<T>) symmetric(i, i) += T(0, 30);
       }
-      if constexpr (kIsComplex<T>) {
-        for (int i = 0; i < n; ++i) symmetric(i, i) += T(0, 30);
-      }
-      const auto lowerOf = [&](Plain<T> a) {
-        for (int i = 0; i < n; ++i) {
-          for (int j = i + 1; j < n; ++j) a(i, j) = T(nan);
-        }
-        return a;
+      const auto check = [&](auto member, const Plain<T>& a, const T* upper) {
+        const auto read = Plain<T>::of(
+            n, n, [&](long i, long j) { return upper != nullptr && j > i ? *upper : a(i, j); });
+        Runs::expectSmallResidual(a, Runs::decompose(device, member, read, b, 0), b);
       };
-      int status = -1;
-      Runs<TypeParam>::expectSmallResidual(
-          general, Runs<TypeParam>::twoSteps(device, Ops::mat_lu_decomp, general, b, &status), b);
-      EXPECT_EQ(status, 0);
-      Runs<TypeParam>::expectSmallResidual(
-          definite,
-          Runs<TypeParam>::twoSteps(device, Ops::spd_mat_cholesky_decomp, lowerOf(definite), b,
-                                    &status),
-          b);
-      EXPECT_EQ(status, 0);
-      Runs<TypeParam>::expectSmallResidual(
-          symmetric,
-          Runs<TypeParam>::twoSteps(device, Ops::sym_mat_lu_decomp, lowerOf(symmetric), b, &status),
-          b);
-      EXPECT_EQ(status, 0);
-
-      OnDevice<TypeParam> da(device, general);
-      DeviceArray<T> db(device, b.values);
-      DeviceArray<int> state(device, std::vector<int>{-7});
-      Ops::mat_gauss_elim(device, n, da.data(), da.ld(), db.data(), state.data());
-      EXPECT_EQ(state.values()[0], 0);
-      Plain<T> x(n, 1);
-      x.values = db.values();
-      Runs<TypeParam>::expectSmallResidual(general, x, b);
+      check(Ops::mat_lu_decomp, general, nullptr);
+      check(Ops::spd_mat_cholesky_decomp, definite, &nan);
+      check(Ops::sym_mat_lu_decomp, symmetric, &nan);
+      check(nullptr, general, nullptr);
     }
   }
 }
 
 TYPED_TEST(DenseFactors, ZeroPivotsSetTheStatus) {
-  using T = typename TypeParam::T;
-  using Ops = typename TypeParam::Ops;
-  Plain<T> swap(2, 2), b(2, 1), zero(1, 1), one(1, 1);
-  swap.values = {T(0), T(1), T(1), T(0)};
-  b.values = {T(1), T(2)};
-  one(0, 0) = T(5);
+  MIVO_DENSE_TYPES
+  const Plain<T> swap(2, 2, {T(0), T(1), T(1), T(0)}), b(2, 1, {T(1), T(2)}),
+      one(1, 1, std::vector{T(5)});
   for (const Device& device : testDevices()) {
-    int status = 0;
     // Step 2 goes on all the same: with the untouched matrix as factors, x_1 = 1 / 0.
-    const auto x = Runs<TypeParam>::twoSteps(device, Ops::mat_lu_decomp, swap, b, &status);
-    EXPECT_EQ(status, 1);
+    const auto x = Runs::decompose(device, Ops::mat_lu_decomp, swap, b, 1);
     EXPECT_FALSE(std::isfinite(abs(x(1, 0))));
-    Runs<TypeParam>::twoSteps(device, Ops::spd_mat_cholesky_decomp, swap, b, &status);
-    EXPECT_EQ(status, 1);
-
-    OnDevice<TypeParam> da(device, zero);
-    DeviceArray<T> db(device, one.values);
-    DeviceArray<int> state(device, std::vector<int>{-7});
-    Ops::mat_gauss_elim(device, 1, da.data(), da.ld(), db.data(), state.data());
-    EXPECT_EQ(state.values()[0], 1);
-    EXPECT_EQ(db.values(), one.values);
+    Runs::decompose(device, Ops::spd_mat_cholesky_decomp, swap, b, 1);
+    EXPECT_EQ(Runs::decompose(device, nullptr, Plain<T>(1, 1), one, 1).values, one.values);
   }
 }
 
 TYPED_TEST(DenseFactors, MembersWithoutEffectLeaveEverythingAlone) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using Ops = typename TypeParam::Ops;
+  MIVO_DENSE_TYPES
   for (const Device& device : testDevices()) {
-    const auto a = Plain<T>::random(3, 3, 12);
+    const Plain<T> a(3, 3, 12u);
     OnDevice<TypeParam> da(device, a), db(device, a);
     DeviceArray<I> ipiv(device, std::vector<I>{5, 6, 7}), info(device, std::vector<I>{4});
     Ops::xpotrf(device, 3, da.data(), da.ld(), info.data());
