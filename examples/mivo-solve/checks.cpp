@@ -145,11 +145,22 @@ void checkMatrixMarket(Problem& problem, const Options& options) {
   }
 }
 
+/// The file that a name leads to, which need not exist, behind links that lead nowhere yet too.
+fs::path fileBehind(const std::string& name) {
+  constexpr int kMostLinks = 40;
+  std::error_code code;
+  fs::path path = fs::absolute(name, code);
+  for (int links = 0; links < kMostLinks && fs::is_symlink(path, code); ++links) {
+    path = path.parent_path() / fs::read_symlink(path, code);
+  }
+  return fs::weakly_canonical(path, code);
+}
+
 /// Whether two names lead to one file, which need not exist yet.
 bool isSameFile(const std::string& a, const std::string& b) {
   std::error_code code;
   if (fs::exists(a, code) && fs::exists(b, code)) return fs::equivalent(a, b, code);
-  return fs::weakly_canonical(fs::absolute(a), code) == fs::weakly_canonical(fs::absolute(b), code);
+  return fileBehind(a) == fileBehind(b);
 }
 
 void checkOutput(const std::string& path, const std::string& option, const Options& options,

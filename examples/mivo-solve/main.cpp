@@ -114,11 +114,10 @@ int run(int argc, char** argv, int rank, Output& output) {
     return status;
   } catch (const InputError& error) {
     if (!mivo::launchedWorld().speaks && worldSize() == 1) {
-      // The launcher ends the others as soon as one has failed, and one of them speaks.
+      // One of them speaks, and as a rule its end makes the launcher end the others.
       std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    } else if (rank == 0) {
-      printError(error.what(), output);
     }
+    if (rank == 0) printError(error.what(), output);
     return 1;
   } catch (const std::exception& error) {
     // Nothing says that the other ranks have met the same.
@@ -156,8 +155,10 @@ int run(int argc, char** argv, int rank, Output& output) {
 int main(int argc, char** argv) {
   takeStack();
   std::set_terminate(endUncaught);
-  const bool asJson = std::any_of(argv + 1, argv + argc,
-                                  [](const char* word) { return word == std::string("--json"); });
+  // Also "--json=1", which is then refused.
+  const bool asJson = std::any_of(argv + 1, argv + argc, [](const char* word) {
+    return std::string(word).compare(0, 6, "--json") == 0;
+  });
   Output output(asJson);
   // Files in the published form; the library reads this switch once.
   setenv("MIVO_STRICT_MATRIX_MARKET", "1", 1);

@@ -57,7 +57,8 @@ std::optional<Options> parseOptions(int argc, char** argv, std::string& text) {
       ->type_name("FILE.csv");
   app.add_option("--solution", options.solution, "write x as a Matrix Market array")
       ->type_name("FILE.mtx");
-  app.add_flag("--json", options.json, "print the outcome as one JSON line and nothing else");
+  app.add_flag("--json", options.json, "print the outcome as one JSON line and nothing else")
+      ->disable_flag_override();
   app.add_flag("--quiet", options.quiet, "do not turn on the solver's table");
   app.add_flag("--profile", options.profile,
                "measure the phases and levels of a multigrid hierarchy");

@@ -167,13 +167,13 @@ std::size_t getStreamSize(const E& e) {
   return detail::Serializer<E>::size(e);
 }
 
-template <class S, class E, class = std::enable_if_t<std::is_same_v<S, Stream>>>
+template <class E, class S, class = std::enable_if_t<std::is_base_of_v<Stream, S>>>
 void packStream(S& stream, const E& e) {
   detail::Serializer<E>::pack(stream, e);
 }
 
 /// Replaces the value of `e`; a container on a device keeps its device.
-template <class S, class E, class = std::enable_if_t<std::is_same_v<S, Stream>>>
+template <class E, class S, class = std::enable_if_t<std::is_base_of_v<Stream, S>>>
 void unpackStream(S& stream, E& e) {
   detail::Serializer<E>::unpack(stream, e);
 }

@@ -39,8 +39,8 @@ struct MIVO_API Complex {
   friend MIVO_FUNCTION Complex operator*(const Complex& a, const Complex& b) {
     return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re};
   }
-  /// Scaled by the larger part of b (Smith 1962), whose square may not fit the type. A quotient of
-  /// real numbers is that of T to the bit.
+  /// Scaled by the larger part of b (Smith 1962), whose square may not fit the type; a sum of parts
+  /// has to. A quotient of real numbers with b not 0 is that of T, but for the sign of a zero.
   friend MIVO_FUNCTION Complex operator/(const Complex& a, const Complex& b) {
     if (std::fabs(b.re) >= std::fabs(b.im)) {
       const T ratio = b.im / b.re;

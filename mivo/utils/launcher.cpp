@@ -15,7 +15,8 @@ long number(const char* variable, long missing) {
   if (text == nullptr || *text == '\0') return missing;
   char* end = nullptr;
   const long value = std::strtol(text, &end, 10);
-  return *end == '\0' && value >= 0 ? value : missing;
+  constexpr long kMostProcesses = 1L << 30;
+  return *end == '\0' && value >= 0 && value < kMostProcesses ? value : missing;
 }
 
 }  // namespace

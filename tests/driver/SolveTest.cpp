@@ -489,6 +489,7 @@ TEST(Solve, EveryEndPrintsAJsonLineOnRequest) {
   const json check = reportOf(folder.run({"c.json", "--check", "--json"}));
   EXPECT_EQ(check["status"], 0);
   EXPECT_EQ(reportOf(folder.run({"c.json", "--jsn", "--json"}))["status"], 1);
+  EXPECT_EQ(reportOf(folder.run({"c.json", "--json=1"}))["status"], 1);
   // 8.1e9 elements on a rank: the library ends the process.
   const Outcome ended = folder.run({"c.json", "--json"});
   EXPECT_EQ(ended.status, 1);
@@ -503,11 +504,7 @@ TEST(Solve, AProcessOfSeveralThatIsAloneEndsInStatusOne) {
         runInShell(folder, std::string("OMPI_COMM_WORLD_SIZE=2 OMPI_COMM_WORLD_RANK=") + rank, "");
     EXPECT_EQ(outcome.status, 1) << outcome.out;
     EXPECT_EQ(outcome.out, "");
-    if (*rank == '0') {
-      EXPECT_THAT(outcome.err, HasSubstr("env -u PMI_SIZE"));
-    } else {
-      EXPECT_EQ(outcome.err, "");
-    }
+    EXPECT_THAT(outcome.err, HasSubstr("env -u"));
   }
 }
 

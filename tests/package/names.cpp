@@ -215,7 +215,7 @@ template <class E>
 E sent(const E& e) {
   comu::Stream stream;
   stream.setCapacity(static_cast<int>(comu::getStreamSize(e)));
-  comu::packStream(stream, e);
+  comu::packStream<std::decay_t<decltype(e)>>(stream, e);
   E back{};
   comu::unpackStream(stream, back);
   return back;
