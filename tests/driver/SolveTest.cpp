@@ -172,17 +172,15 @@ INSTANTIATE_TEST_SUITE_P(
     All, SoundRunTest,
     ::testing::Values(
         SoundRun{"PcgAlone", poissonConfiguration(), 0},
-        SoundRun{"PcgJacobi", poissonConfiguration("SolverPCG", preconditioned("PrecondJacobi")),
-                 0},
         SoundRun{"PcgSsor", poissonConfiguration("SolverPCG", preconditioned("PrecondSSOR")), 0},
-        SoundRun{"PcgJacobiLp",
-                 poissonConfiguration("SolverPCG", preconditioned("PrecondJacobiLp")), 0},
         SoundRun{"Jacobi", poissonConfiguration("SolverJacobi"), 0},
         SoundRun{"JacobiLp", poissonConfiguration("SolverJacobiLp"), 0},
         SoundRun{"Sor", poissonConfiguration("SolverSOR", {{"relax", 1.5}}), 0},
         SoundRun{"Ssor", poissonConfiguration("SolverSSOR"), 0},
         SoundRun{"MinresAlone", poissonConfiguration("SolverMINRES"), 0},
         SoundRun{"MinresStandard", poissonConfiguration("SolverMINRES", {{"algo", "standard"}}), 0},
+        SoundRun{"MinresSsor", poissonConfiguration("SolverMINRES", preconditioned("PrecondSSOR")),
+                 0},
         SoundRun{"Symmlq", poissonConfiguration("SolverSYMMLQ"), 0},
         SoundRun{"MinresSorIsNotSymmetric",
                  poissonConfiguration("SolverMINRES", preconditioned("PrecondSOR")), 2},
@@ -193,7 +191,6 @@ INSTANTIATE_TEST_SUITE_P(
         SoundRun{"MinresWithinARadius", poissonConfiguration("SolverMINRES", {{"radius", 1e-3}}),
                  2},
         SoundRun{"OnlyBoundaryPoints", poissonConfiguration("SolverPCG", json::object(), 2), 0},
-        SoundRun{"OneUnknown", poissonConfiguration("SolverPCG", json::object(), 1), 0},
         SoundRun{"ListThatSolves",
                  poissonConfiguration("SolverList", {{{"solver_type", "SolverPCG"},
                                                       {"SolverPCG_params", {{"max_its", 2}}}},
@@ -214,7 +211,6 @@ INSTANTIATE_TEST_SUITE_P(
         SoundRun{"PreOnly", poissonConfiguration("SolverPreOnly"), 2},
         SoundRun{"TooFewIterations", poissonConfiguration("SolverPCG", {{"max_its", 3}}), 2},
         SoundRun{"NoIterations", poissonConfiguration("SolverPCG", {{"max_its", 0}}), 2},
-        SoundRun{"SorWithoutIterations", poissonConfiguration("SolverSOR", {{"max_its", 0}}), 2},
         SoundRun{"UnreachableTolerance",
                  poissonConfiguration("SolverPCG", {{"rtol", 1e-30}, {"max_its", 100}}), 2},
         SoundRun{"StoppedEarlyByBtol", poissonConfiguration("SolverPCG", {{"btol", 0.1}}), 2},
@@ -260,42 +256,6 @@ TEST(Solve, EverySolverTakesEveryPreconditioner) {
             << solver << name << outcome.out << outcome.err;
         EXPECT_THAT(reportOf(outcome)["operators"].get<std::string>(), HasSubstr(name));
       }
-    }
-  }
-}
-
-/// Iterations of a run that has converged, -1 for another.
-int iterationsOf(const Folder& folder, const json& configuration) {
-  folder.write("c.json", configuration.dump());
-  const Outcome outcome = folder.run({"c.json", "--json"});
-  const json report = reportOf(outcome);
-  EXPECT_TRUE(outcome.status == 0 || outcome.status == 2) << outcome.err;
-  return outcome.status == 0 ? report["iterations"].get<int>() : -1;
-}
-
-// A sweep of SOR is not symmetric, which these methods need. The standard form and SYMMLQ compare
-// the preconditioned residual with the plain one, which is some hundred times larger here.
-TEST(Solve, LanczosMethodsWorkWithEachPreconditioner) {
-  const Folder folder;
-  const std::map<std::string, int> bounds = {{"PrecondIdentity", 30},
-                                             {"PrecondJacobi", 30},
-                                             {"PrecondJacobiLp", 45},
-                                             {"PrecondSSOR", 20},
-                                             {"PrecondList", 45}};
-  for (const auto& [name, bound] : bounds) {
-    const json params = preconditioned(name, name == "PrecondList"
-                                                 ? json{{{"preconditioner_type", "PrecondJacobi"}}}
-                                                 : json::object());
-    const int qlp = iterationsOf(folder, poissonConfiguration("SolverMINRES", params));
-    EXPECT_GT(qlp, 0) << name;
-    EXPECT_LE(qlp, bound) << name;
-    for (const char* solver : {"SolverMINRES", "SolverSYMMLQ"}) {
-      json other = params;
-      other["rtol"] = 1e-10;
-      if (solver == std::string("SolverMINRES")) other["algo"] = "standard";
-      folder.write("c.json", poissonConfiguration(solver, other).dump());
-      const json report = reportOf(folder.run({"c.json", "--json"}));
-      EXPECT_LE(report["relres_true"], 2e-7) << name << ' ' << solver;
     }
   }
 }

@@ -93,22 +93,6 @@ TEST(CSRMatrixFile, SymmetricFilesAreMirrored) {
             plainRows<double>(2, {{{1, 3}}, {{0, 3}}}));
 }
 
-TEST(CSRMatrixFile, LastValueOfAPositionStays) {
-  std::string text = "2 100 300\n";
-  HostCsr<double> expected;
-  expected.cols = 100;
-  for (int round = 0; round < 3; ++round) {
-    for (int k = 0; k < 100; ++k) {
-      const int col = (k * 37) % 100;
-      text += "1 " + std::to_string(col + 1) + ' ' + std::to_string(col + round) + '\n';
-    }
-  }
-  for (int col = 0; col < 100; ++col) expected.push(col, col + 2);
-  expected.endRow();
-  expected.endRow();
-  EXPECT_EQ(plainOf(loaded<double>(text)), expected);
-}
-
 TEST(CSRMatrixFile, UnusableTextLeavesNoEntries) {
   for (const std::string text :
        {"% only comments\n", "abc\n1 1 1\n", "-3 2 4\n1 1 1\n", "\n\n%\n"}) {

@@ -252,25 +252,6 @@ TYPED_TEST(CSRMatrixTest, SelectedRowsAreCompactOrKeepTheirPlace) {
   }
 }
 
-TYPED_TEST(CSRMatrixTest, SelectedColumnsAreShifted) {
-  using T = TypeParam;
-  for (const Device& device : testDevices()) {
-    const auto m = sparseOf(
-        device, plainRows<T>(6, {{{5, T(1)}, {2, T(2)}, {3, T(3)}}, {}, {{3, T(4)}, {0, T(5)}}}));
-    CSRMatrixT<T, int> out;
-    m.getSelectedCols(2, 5, out, -2);
-    EXPECT_EQ(plainOf(out), plainRows<T>(3, {{{0, T(2)}, {1, T(3)}}, {}, {{1, T(4)}}}));
-    EXPECT_EQ(out.getCols(), 3);
-    m.getSelectedCols(4, 4, out, 0);
-    expectDefault(out);
-    // By positions, with columns as they are.
-    m.getSelectedCols(matrixOf<int>(device, 3, 1, {1, 3, 3}),
-                      matrixOf<int>(device, 3, 1, {3, 3, 4}), out, 40);
-    EXPECT_EQ(plainOf(out), plainRows<T>(40, {{{2, T(2)}, {3, T(3)}}, {}, {{3, T(4)}}}));
-    EXPECT_EQ(out.getCols(), 40);
-  }
-}
-
 TYPED_TEST(CSRMatrixTest, ColumnBlocksJoinToTheWhole) {
   using T = TypeParam;
   using M = CSRMatrixT<T, int>;

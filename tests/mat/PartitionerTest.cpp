@@ -96,17 +96,5 @@ TEST(Partitioner, ExplicitOffsetsAreTakenAsTheyStand) {
   EXPECT_EQ(other.getOffsets(), (std::vector<long>{0, 9, 20})) << "its own offsets";
 }
 
-TEST(Partitioner, PartitionIsAHostColumnNarrowedToTheLocalType) {
-  Partitioner part;
-  part.create(5'000'000'000, std::vector<long>{0, 7, 5'000'000'000});
-  const MatrixT<int, int> offsets = part.getPartition();
-  ASSERT_EQ(offsets.getRows(), 3);
-  EXPECT_EQ(offsets.getCols(), 1);
-  EXPECT_EQ(offsets.getDevice(), Device());
-  EXPECT_EQ(offsets.getData()[1], 7);
-  EXPECT_EQ(offsets.getData()[2], static_cast<int>(5'000'000'000));
-  EXPECT_EQ(Partitioner().getPartition().getRows(), 0);
-}
-
 }  // namespace
 }  // namespace mivo
