@@ -13,7 +13,8 @@ namespace mivo {
 /// Aggregation in three passes on rank 0, which is given the whole strength matrix:
 /// "AggregatorFASPSeq". Nodes none of whose neighbours is in an aggregate become seeds that take
 /// their neighbours, remaining nodes join the aggregate of a neighbour, and what is left forms
-/// aggregates of its own. A node with one strong connection stays alone. Prints the aggregates.
+/// aggregates of its own. A node with one strong connection stays alone. Prints the aggregates at
+/// MIVO_VERBOSE_LEVEL 3.
 ///
 /// Key: "max_aggregation" (int, 50), the most nodes of an aggregate.
 template <class T, class G, class L>

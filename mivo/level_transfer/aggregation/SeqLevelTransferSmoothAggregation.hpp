@@ -24,8 +24,8 @@ namespace mivo {
 /// "relax" (1.0); "block_size" (int, 1), which is only printed; "smooth" (bool, true) and "verbose"
 /// (bool, false) and "aggregator" (object), which only the distributed class uses.
 ///
-/// Sorts the rows of A. Prints its parameters and the sizes of what it makes. Takes one pass over
-/// A each for strength, aggregates and P, and two for the pattern of P.
+/// Sorts the rows of A. Prints the entry count of P, and at MIVO_VERBOSE_LEVEL 3 what it does.
+/// Takes one pass over A each for strength, aggregates and P, and two for the pattern of P.
 template <class ValueT, class G, class L>
 class MIVO_API SeqLevelTransferSmoothAggregation_T : public ParLevelTransferT<ValueT, G, L> {
  public:

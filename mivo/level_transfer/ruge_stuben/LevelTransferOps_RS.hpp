@@ -67,7 +67,7 @@ class MIVO_API LevelTransferOps_RS {
 
   /// Interpolation from C points within distance two, through strong F points, truncated with the
   /// largest modulus as norm and the sums of rows kept. `dof` gives the function of each own row
-  /// and is empty for one function. Prints its times; `debug` is not used.
+  /// and is empty for one function. Prints its times at MIVO_VERBOSE_LEVEL 3; `debug` is not used.
   static void par_BoomerAMGInterpolationExtendedPI(const Matrix& A, const Strength& S,
                                                    const Marks& cf, int num_functions,
                                                    const LocalMarks& dof, double trunc_factor,
