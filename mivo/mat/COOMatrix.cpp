@@ -5,8 +5,8 @@
 #include <limits>
 #include <vector>
 
-#include "mivo/mat/COOMatrixImpl.hpp"
-#include "mivo/mat/RowMessages.hpp"
+#include "mivo/mat/assembly/COOMatrixImpl.hpp"
+#include "mivo/mat/assembly/RowMessages.hpp"
 #include "mivo/utils/logging.hpp"
 
 namespace mivo {

@@ -4,7 +4,7 @@
 #include <limits>
 
 #include "mivo/mat/CSRMatrix.hpp"
-#include "mivo/mat/two_pass.hpp"
+#include "mivo/mat/products/two_pass.hpp"
 #include "mivo/ops/SpBlasOps.hpp"
 #include "mivo/utils/logging.hpp"
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <mutex>
 
-#include "mivo/mat/ColumnBlocks.hpp"
 #include "mivo/mat/ParCSRMatrix.hpp"
+#include "mivo/mat/assembly/ColumnBlocks.hpp"
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/communicator.hpp"

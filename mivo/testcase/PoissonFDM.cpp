@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "mivo/mat/RowAssembly.hpp"
+#include "mivo/mat/assembly/RowAssembly.hpp"
 #include "mivo/testcase/DofMapND.hpp"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/Utils.hpp"

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "mivo/mat/COOMatrix.hpp"
-#include "mivo/mat/COOMatrixImpl.hpp"
+#include "mivo/mat/assembly/COOMatrixImpl.hpp"
 #include "mivo/utils/communicator.hpp"
 #include "tests/support/fatal.hpp"
 #include "tests/support/sparse.hpp"

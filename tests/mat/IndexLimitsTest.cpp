@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "mivo/mat/COOMatrix.hpp"
-#include "mivo/mat/ColumnBlocks.hpp"
 #include "mivo/mat/ParCSRMatrix.hpp"
+#include "mivo/mat/assembly/ColumnBlocks.hpp"
 #include "tests/support/fatal.hpp"
 #include "tests/support/sparse.hpp"
 

@@ -9,7 +9,7 @@
 #include <map>
 #include <string>
 
-#include "mivo/mat/RowMessages.hpp"
+#include "mivo/mat/assembly/RowMessages.hpp"
 #include "tests/support/ranks.hpp"
 
 namespace {

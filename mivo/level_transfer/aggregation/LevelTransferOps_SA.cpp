@@ -8,7 +8,7 @@
 #include <limits>
 #include <vector>
 
-#include "mivo/mat/two_pass.hpp"
+#include "mivo/mat/products/two_pass.hpp"
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/SpLevelTransferOps.hpp"
 #include "mivo/utils/logging.hpp"

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "mivo/mat/Matrix.hpp"
-#include "mivo/mat/MatrixText.hpp"
+#include "mivo/mat/text/MatrixText.hpp"
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/strings.hpp"
 

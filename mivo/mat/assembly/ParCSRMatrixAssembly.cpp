@@ -9,12 +9,12 @@
 #include <vector>
 
 #include "mivo/mat/COOMatrix.hpp"
-#include "mivo/mat/COOMatrixImpl.hpp"
-#include "mivo/mat/ColumnBlocks.hpp"
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
-#include "mivo/mat/RowAssembly.hpp"
-#include "mivo/mat/RowMessages.hpp"
+#include "mivo/mat/assembly/COOMatrixImpl.hpp"
+#include "mivo/mat/assembly/ColumnBlocks.hpp"
+#include "mivo/mat/assembly/RowAssembly.hpp"
+#include "mivo/mat/assembly/RowMessages.hpp"
 #include "mivo/utils/logging.hpp"
 
 namespace mivo {

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "mivo/mat/RowAssembly.hpp"
+#include "mivo/mat/assembly/RowAssembly.hpp"
 
 #include <algorithm>
 #include <cstring>
 #include <utility>
 
 #include "mivo/mat/COOMatrix.hpp"
-#include "mivo/mat/ColumnBlocks.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
-#include "mivo/mat/RowMessages.hpp"
+#include "mivo/mat/assembly/ColumnBlocks.hpp"
+#include "mivo/mat/assembly/RowMessages.hpp"
 #include "mivo/utils/memory.hpp"
 
 namespace mivo {

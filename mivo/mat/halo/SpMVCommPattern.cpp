@@ -9,7 +9,7 @@
 
 #include "mivo/comu/communication_tools.hpp"
 #include "mivo/mat/ParCSRMatrix.hpp"
-#include "mivo/mat/SpMVCommPatternImpl.hpp"
+#include "mivo/mat/halo/SpMVCommPatternImpl.hpp"
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/logging.hpp"
 

@@ -13,7 +13,7 @@
 #include "mivo/comu/communication_tools.hpp"
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
-#include "mivo/mat/two_pass.hpp"
+#include "mivo/mat/products/two_pass.hpp"
 #include "mivo/ops/SpBlasOps.hpp"
 #include "mivo/utils/logging.hpp"
 

@@ -7,9 +7,9 @@
 #include <ostream>
 #include <string>
 
-#include "mivo/mat/MatrixText.hpp"
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
+#include "mivo/mat/text/MatrixText.hpp"
 
 namespace mivo {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "mivo/mat/triple_product.hpp"
+#include "mivo/mat/products/triple_product.hpp"
 
 #include <algorithm>
 #include <cstddef>

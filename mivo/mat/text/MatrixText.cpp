@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "mivo/mat/MatrixText.hpp"
+#include "mivo/mat/text/MatrixText.hpp"
 
 #include <charconv>
 #include <locale>

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "mivo/mat/CSRMatrix.hpp"
-#include "mivo/mat/CoordinateText.hpp"
-#include "mivo/mat/MatrixText.hpp"
+#include "mivo/mat/text/CoordinateText.hpp"
+#include "mivo/mat/text/MatrixText.hpp"
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/logging.hpp"
 #include "mivo/utils/memory.hpp"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "mivo/mat/CoordinateText.hpp"
+#include "mivo/mat/text/CoordinateText.hpp"
 
 #include <algorithm>
 #include <cstddef>

@@ -3,8 +3,8 @@
 #include <istream>
 #include <ostream>
 
-#include "mivo/mat/MatrixText.hpp"
 #include "mivo/mat/ParMatrix.hpp"
+#include "mivo/mat/text/MatrixText.hpp"
 #include "mivo/mpi_stub/mpi.h"
 
 namespace mivo {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "mivo/mat/CSRMatrix.hpp"
-#include "mivo/mat/two_pass.hpp"
+#include "mivo/mat/products/two_pass.hpp"
 #include "mivo/ops/BlasOps.hpp"
 #include "mivo/ops/SpBlasOps.hpp"
 #include "mivo/utils/logging.hpp"

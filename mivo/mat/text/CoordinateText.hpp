@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "mivo/mat/MatrixText.hpp"
+#include "mivo/mat/text/MatrixText.hpp"
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/logging.hpp"
 

@@ -13,7 +13,7 @@
 #include "mivo/comu/communication_tools.hpp"
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
-#include "mivo/mat/triple_product.hpp"
+#include "mivo/mat/products/triple_product.hpp"
 #include "mivo/utils/logging.hpp"
 
 namespace mivo {

@@ -11,7 +11,7 @@
 #include "mivo/comu/communication_tools_impl.hpp"
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/SpMVCommPattern.hpp"
-#include "mivo/mat/SpMVCommPatternImpl.hpp"
+#include "mivo/mat/halo/SpMVCommPatternImpl.hpp"
 #include "mivo/utils/logging.hpp"
 
 namespace mivo {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mivo/mat/COOMatrix.hpp"
-#include "mivo/mat/COOMatrixImpl.hpp"
-#include "mivo/mat/CoordinateText.hpp"
+#include "mivo/mat/assembly/COOMatrixImpl.hpp"
+#include "mivo/mat/text/CoordinateText.hpp"
 
 namespace mivo {
 

@@ -4,8 +4,8 @@
 
 #include "mivo/comu/communication_tools.hpp"
 #include "mivo/mat/COOMatrix.hpp"
-#include "mivo/mat/COOMatrixImpl.hpp"
 #include "mivo/mat/ParMatrix.hpp"
+#include "mivo/mat/assembly/COOMatrixImpl.hpp"
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/logging.hpp"
 
