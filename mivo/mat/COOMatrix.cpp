@@ -196,26 +196,27 @@ void COOMatrixT<T, R, C>::toCSR(CSRMatrixT<T, L>& out) const {
   out = result;
 }
 
+MIVO_INSTANCE_VALUES(COOMatrixT, int, int)
+MIVO_INSTANCE_VALUES(COOMatrixT, int, long)
+MIVO_INSTANCE_VALUES(COOMatrixT, long, int)
+MIVO_INSTANCE_VALUES(COOMatrixT, long, long)
+
 #define MIVO_ASSEMBLE(T, R, C, L)                                                \
   template void COOMatrixT<T, R, C>::endAssemble(int, const PartitionerT<R, L>&, \
                                                  COOMatrixT<T, L, C>&);
 #define MIVO_COO(T, R, C)                                              \
-  template class COOMatrixT<T, R, C>;                                  \
   template void COOMatrixT<T, R, C>::toCSR(CSRMatrixT<T, int>&) const; \
   template void COOMatrixT<T, R, C>::toCSR(CSRMatrixT<T, long>&) const;
-#define MIVO_INSTANCE(T)            \
-  MIVO_COO(T, int, int)             \
-  MIVO_COO(T, int, long)            \
-  MIVO_COO(T, long, int)            \
-  MIVO_COO(T, long, long)           \
-  MIVO_ASSEMBLE(T, int, int, int)   \
-  MIVO_ASSEMBLE(T, int, long, int)  \
-  MIVO_ASSEMBLE(T, long, int, int)  \
-  MIVO_ASSEMBLE(T, long, int, long) \
-  MIVO_ASSEMBLE(T, long, long, int) \
-  MIVO_ASSEMBLE(T, long, long, long)
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_COO, int, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_COO, int, long)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_COO, long, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_COO, long, long)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_ASSEMBLE, int, int, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_ASSEMBLE, int, long, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_ASSEMBLE, long, int, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_ASSEMBLE, long, int, long)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_ASSEMBLE, long, long, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_ASSEMBLE, long, long, long)
 #undef MIVO_COO
 #undef MIVO_ASSEMBLE
 

@@ -178,16 +178,13 @@ typename CSRMatrixT<T, I>::View CSRMatrixT<T, I>::getRawMat() const {
           getColIdx(), getValues()};
 }
 
+MIVO_INSTANCE_VALUES(CSRMatrixT, int)
 #define MIVO_COPY(T, U) \
   template void CSRMatrixT<T, int>::copyStructure<U>(CSRMatrixT<U, int>&) const;
+MIVO_INSTANTIATE_PAIRS(MIVO_COPY)
+#undef MIVO_COPY
+
 #define MIVO_INSTANCE(T)                                                           \
-  template class CSRMatrixT<T, int>;                                               \
-  MIVO_COPY(T, int)                                                                \
-  MIVO_COPY(T, long)                                                               \
-  MIVO_COPY(T, float)                                                              \
-  MIVO_COPY(T, double)                                                             \
-  MIVO_COPY(T, Complex<float>)                                                     \
-  MIVO_COPY(T, Complex<double>)                                                    \
   template CSRMatrixT<T, long>::CSRMatrixT();                                      \
   template void CSRMatrixT<T, long>::create(long, long, long, const Device&);      \
   template void CSRMatrixT<T, long>::resize(long, long, const Device&);            \
@@ -199,6 +196,5 @@ typename CSRMatrixT<T, I>::View CSRMatrixT<T, I>::getRawMat() const {
   template typename CSRMatrixT<T, long>::View CSRMatrixT<T, long>::getRawMat() const;
 MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
 #undef MIVO_INSTANCE
-#undef MIVO_COPY
 
 }  // namespace mivo

@@ -167,8 +167,6 @@ class MIVO_API CSRMatrixT {
   std::shared_ptr<CSRMatrixImpl> impl_;
 };
 
-#define MIVO_EXTERN(T) extern template class CSRMatrixT<T, int>;
-MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_VALUES(CSRMatrixT, int)
 
 }  // namespace mivo

@@ -67,8 +67,8 @@ void CSRMatrixT<T, I>::check(bool sorted) const {
   }
 }
 
+MIVO_INSTANCE_VALUES(CSRMatrixT, int)
 #define MIVO_INSTANCE(T)                                                    \
-  template class CSRMatrixT<T, int>;                                        \
   template T CSRMatrixT<T, long>::getElementValue(long, long, bool*) const; \
   template bool CSRMatrixT<T, long>::setElementValue(long, long, const T&);
 MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)

@@ -196,6 +196,7 @@ CSRMatrixT<T, I> CSRMatrixT<T, I>::mergeCols(const PartitionerT<G, L>& part,
   return out;
 }
 
+MIVO_INSTANCE_VALUES(CSRMatrixT, int)
 #define MIVO_PARTITIONED(T, G, L)                                                      \
   template void CSRMatrixT<T, int>::splitCols(const PartitionerT<G, L>&,               \
                                               std::vector<CSRMatrixT<T, int>>&) const; \
@@ -203,13 +204,9 @@ CSRMatrixT<T, I> CSRMatrixT<T, I>::mergeCols(const PartitionerT<G, L>& part,
       const PartitionerT<G, L>&, const std::vector<CSRMatrixT<T, int>>&);              \
   template CSRMatrixT<T, int> CSRMatrixT<T, int>::mergeCols(                           \
       const PartitionerT<G, L>&, const std::vector<CSRMatrixT<T, int>>&);
-#define MIVO_INSTANCE(T)             \
-  template class CSRMatrixT<T, int>; \
-  MIVO_PARTITIONED(T, int, int)      \
-  MIVO_PARTITIONED(T, long, int)     \
-  MIVO_PARTITIONED(T, long, long)
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_PARTITIONED, int, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_PARTITIONED, long, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_PARTITIONED, long, long)
 #undef MIVO_PARTITIONED
 
 }  // namespace mivo

@@ -40,8 +40,8 @@ void CSRMatrixT<T, I>::unpackStream(comu::Stream& stream) {
   stream.popFront(getValues(), getNnz() * static_cast<int>(sizeof(T)));
 }
 
+MIVO_INSTANCE_VALUES(CSRMatrixT, int)
 #define MIVO_INSTANCE(T)                                              \
-  template class CSRMatrixT<T, int>;                                  \
   template int CSRMatrixT<T, long>::getStreamSize() const;            \
   template void CSRMatrixT<T, long>::packStream(comu::Stream&) const; \
   template void CSRMatrixT<T, long>::unpackStream(comu::Stream&);

@@ -288,20 +288,17 @@ std::string MatrixT<T, I, Layout>::getString() const {
   return text.str();
 }
 
+MIVO_INSTANCE_VALUES(MatrixT, int, MatrixLayoutRowMajor)
+MIVO_INSTANCE_VALUES(MatrixT, long, MatrixLayoutRowMajor)
 #define MIVO_SPLIT_INSTANCE(T, I, G, L)                                                        \
   template void MatrixT<T, I, MatrixLayoutRowMajor>::splitRows(                                \
       const PartitionerT<G, L>&, std::vector<MatrixT<T, I, MatrixLayoutRowMajor>>&) const;     \
   template MatrixT<T, I, MatrixLayoutRowMajor> MatrixT<T, I, MatrixLayoutRowMajor>::mergeRows( \
       const PartitionerT<G, L>&, const std::vector<MatrixT<T, I, MatrixLayoutRowMajor>>&);
-#define MIVO_INSTANCE(T)                                 \
-  template class MatrixT<T, int, MatrixLayoutRowMajor>;  \
-  template class MatrixT<T, long, MatrixLayoutRowMajor>; \
-  MIVO_SPLIT_INSTANCE(T, int, int, int)                  \
-  MIVO_SPLIT_INSTANCE(T, int, long, int)                 \
-  MIVO_SPLIT_INSTANCE(T, long, long, long)               \
-  MIVO_SPLIT_INSTANCE(T, long, long, int)
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_SPLIT_INSTANCE, int, int, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_SPLIT_INSTANCE, int, long, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_SPLIT_INSTANCE, long, long, long)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_SPLIT_INSTANCE, long, long, int)
 #undef MIVO_SPLIT_INSTANCE
 
 }  // namespace mivo

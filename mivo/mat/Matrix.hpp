@@ -228,10 +228,7 @@ class MIVO_API MatrixT {
 /// Index lists and other integer vectors of one rank.
 using IndexVector = MatrixT<int, int, MatrixLayoutRowMajor>;
 
-#define MIVO_EXTERN(T)                                         \
-  extern template class MatrixT<T, int, MatrixLayoutRowMajor>; \
-  extern template class MatrixT<T, long, MatrixLayoutRowMajor>;
-MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_VALUES(MatrixT, int, MatrixLayoutRowMajor)
+MIVO_EXTERN_VALUES(MatrixT, long, MatrixLayoutRowMajor)
 
 }  // namespace mivo

@@ -255,10 +255,7 @@ void ParCSRMatrixT<T, G, L>::sortRows() {
   for (auto& entry : impl_->local_blocks) entry.second.matrix.sortRows();
 }
 
-#define MIVO_INST(T)                         \
-  template class ParCSRMatrixT<T, int, int>; \
-  template class ParCSRMatrixT<T, long, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INST)
-#undef MIVO_INST
+MIVO_INSTANCE_VALUES(ParCSRMatrixT, int, int)
+MIVO_INSTANCE_VALUES(ParCSRMatrixT, long, int)
 
 }  // namespace mivo

@@ -247,10 +247,7 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
   std::shared_ptr<ParCSRMatrixImpl> impl_;
 };
 
-#define MIVO_EXTERN(T)                              \
-  extern template class ParCSRMatrixT<T, int, int>; \
-  extern template class ParCSRMatrixT<T, long, int>;
-MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_VALUES(ParCSRMatrixT, int, int)
+MIVO_EXTERN_VALUES(ParCSRMatrixT, long, int)
 
 }  // namespace mivo

@@ -167,10 +167,7 @@ typename ParCSRMatrixT<T, G, L>::BlockTable ParCSRMatrixT<T, G, L>::getRawMatOnD
   return table.toDevice(impl_->device);
 }
 
-#define MIVO_INST(T)                         \
-  template class ParCSRMatrixT<T, int, int>; \
-  template class ParCSRMatrixT<T, long, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INST)
-#undef MIVO_INST
+MIVO_INSTANCE_VALUES(ParCSRMatrixT, int, int)
+MIVO_INSTANCE_VALUES(ParCSRMatrixT, long, int)
 
 }  // namespace mivo

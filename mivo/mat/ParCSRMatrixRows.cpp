@@ -179,11 +179,8 @@ std::string MatrixMetaT<G>::getString() const {
   return os.str();
 }
 
-#define MIVO_INST(T)                         \
-  template class ParCSRMatrixT<T, int, int>; \
-  template class ParCSRMatrixT<T, long, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INST)
-#undef MIVO_INST
+MIVO_INSTANCE_VALUES(ParCSRMatrixT, int, int)
+MIVO_INSTANCE_VALUES(ParCSRMatrixT, long, int)
 
 template struct MatrixMetaT<int>;
 template struct MatrixMetaT<long>;

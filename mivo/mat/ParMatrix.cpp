@@ -319,22 +319,14 @@ void ParMatrixT<T, G, L>::createComplex(const ParMatrixT<R, G, L>& re,
   }
 }
 
+MIVO_INSTANCE_VALUES(ParMatrixT, int, int)
+MIVO_INSTANCE_VALUES(ParMatrixT, long, int)
 #define MIVO_PAIR(T, U)                                                                      \
   template bool ParMatrixT<T, int, int>::hasShapeOf(const ParMatrixT<U, int, int>&) const;   \
   template bool ParMatrixT<T, long, int>::hasShapeOf(const ParMatrixT<U, long, int>&) const; \
   template void ParMatrixT<T, int, int>::copyStructure(ParMatrixT<U, int, int>&) const;      \
   template void ParMatrixT<T, long, int>::copyStructure(ParMatrixT<U, long, int>&) const;
-#define MIVO_INSTANCE(T)                   \
-  template class ParMatrixT<T, int, int>;  \
-  template class ParMatrixT<T, long, int>; \
-  MIVO_PAIR(T, int)                        \
-  MIVO_PAIR(T, long)                       \
-  MIVO_PAIR(T, float)                      \
-  MIVO_PAIR(T, double)                     \
-  MIVO_PAIR(T, Complex<float>)             \
-  MIVO_PAIR(T, Complex<double>)
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANTIATE_PAIRS(MIVO_PAIR)
 #undef MIVO_PAIR
 
 }  // namespace mivo

@@ -193,10 +193,7 @@ class MIVO_API ParMatrixT {
   std::shared_ptr<ParMatrixImpl> impl_;
 };
 
-#define MIVO_EXTERN(T)                           \
-  extern template class ParMatrixT<T, int, int>; \
-  extern template class ParMatrixT<T, long, int>;
-MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_VALUES(ParMatrixT, int, int)
+MIVO_EXTERN_VALUES(ParMatrixT, long, int)
 
 }  // namespace mivo

@@ -170,10 +170,7 @@ RealType<T> ParMatrixT<T, G, L>::residual(ParMatrixFreeT<T, G, L>& A, const ParM
   return residual(A, x, b, r);
 }
 
-#define MIVO_INSTANCE(T)                  \
-  template class ParMatrixT<T, int, int>; \
-  template class ParMatrixT<T, long, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_VALUES(ParMatrixT, int, int)
+MIVO_INSTANCE_VALUES(ParMatrixT, long, int)
 
 }  // namespace mivo

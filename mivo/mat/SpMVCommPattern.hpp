@@ -163,10 +163,7 @@ class MIVO_API SpMVCommPatternT {
   std::shared_ptr<SpMVCommPatternImpl> impl_;
 };
 
-#define MIVO_EXTERN(T)                                 \
-  extern template class SpMVCommPatternT<T, int, int>; \
-  extern template class SpMVCommPatternT<T, long, int>;
-MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_VALUES(SpMVCommPatternT, int, int)
+MIVO_EXTERN_VALUES(SpMVCommPatternT, long, int)
 
 }  // namespace mivo

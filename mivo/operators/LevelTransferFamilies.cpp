@@ -32,16 +32,13 @@ MIVO_FAMILY(ParAggregatorT, "aggregator_type")
 MIVO_FAMILY(ParAggrInterpolatorT, "aggr_interpolator_type")
 #undef MIVO_FAMILY
 
-#define MIVO_INSTANCE(T)                           \
-  template class ParRestrictionerT<T, long, int>;  \
-  template class ParProlongationerT<T, long, int>; \
-  template class ParLevelTransferT<T, long, int>;  \
-  template class ParStrengtherT<T, long, int>;     \
-  template class ParSplitterT<T, long, int>;       \
-  template class ParInterpolatorT<T, long, int>;   \
-  template class ParAggregatorT<T, long, int>;     \
-  template class ParAggrInterpolatorT<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(ParRestrictionerT, long, int)
+MIVO_INSTANCE_SCALARS(ParProlongationerT, long, int)
+MIVO_INSTANCE_SCALARS(ParLevelTransferT, long, int)
+MIVO_INSTANCE_SCALARS(ParStrengtherT, long, int)
+MIVO_INSTANCE_SCALARS(ParSplitterT, long, int)
+MIVO_INSTANCE_SCALARS(ParInterpolatorT, long, int)
+MIVO_INSTANCE_SCALARS(ParAggregatorT, long, int)
+MIVO_INSTANCE_SCALARS(ParAggrInterpolatorT, long, int)
 
 }  // namespace mivo

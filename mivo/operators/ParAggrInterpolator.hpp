@@ -25,8 +25,6 @@ class MIVO_API ParAggrInterpolatorT : public virtual ParOperator {
   static Factory<ParAggrInterpolatorT>& getFactory();
 };
 
-#define MIVO_EXTERN(T) extern template class ParAggrInterpolatorT<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParAggrInterpolatorT, long, int)
 
 }  // namespace mivo

@@ -26,8 +26,6 @@ class MIVO_API ParAggregatorT : public virtual ParOperator {
   static Factory<ParAggregatorT>& getFactory();
 };
 
-#define MIVO_EXTERN(T) extern template class ParAggregatorT<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParAggregatorT, long, int)
 
 }  // namespace mivo

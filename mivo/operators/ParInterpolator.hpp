@@ -26,8 +26,6 @@ class MIVO_API ParInterpolatorT : public virtual ParOperator {
   static Factory<ParInterpolatorT>& getFactory();
 };
 
-#define MIVO_EXTERN(T) extern template class ParInterpolatorT<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParInterpolatorT, long, int)
 
 }  // namespace mivo

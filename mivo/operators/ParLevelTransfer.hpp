@@ -31,8 +31,6 @@ class MIVO_API ParLevelTransferT : public virtual ParOperator {
   static Factory<ParLevelTransferT>& getFactory();
 };
 
-#define MIVO_EXTERN(T) extern template class ParLevelTransferT<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParLevelTransferT, long, int)
 
 }  // namespace mivo

@@ -20,10 +20,7 @@ Factory<ParMatrixFreeT<T, G, L>>& ParMatrixFreeT<T, G, L>::getFactory() {
   return factory;
 }
 
-#define MIVO_INSTANCE(T)                      \
-  template class ParMatrixFreeT<T, int, int>; \
-  template class ParMatrixFreeT<T, long, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_VALUES(ParMatrixFreeT, int, int)
+MIVO_INSTANCE_VALUES(ParMatrixFreeT, long, int)
 
 }  // namespace mivo

@@ -56,10 +56,7 @@ class MIVO_API ParMatrixFreeT : public virtual ParOperator {
   static Factory<ParMatrixFreeT>& getFactory();
 };
 
-#define MIVO_EXTERN(T)                               \
-  extern template class ParMatrixFreeT<T, int, int>; \
-  extern template class ParMatrixFreeT<T, long, int>;
-MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_VALUES(ParMatrixFreeT, int, int)
+MIVO_EXTERN_VALUES(ParMatrixFreeT, long, int)
 
 }  // namespace mivo

@@ -14,8 +14,6 @@ Factory<ParOpBaseT<T, G, L>>& ParOpBaseT<T, G, L>::getFactory() {
   return factory;
 }
 
-#define MIVO_INSTANCE(T) template class ParOpBaseT<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(ParOpBaseT, long, int)
 
 }  // namespace mivo

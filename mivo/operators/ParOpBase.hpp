@@ -22,8 +22,6 @@ class MIVO_API ParOpBaseT : public ParSmootherT<T, G, L>,
   static Factory<ParOpBaseT>& getFactory();
 };
 
-#define MIVO_EXTERN(T) extern template class ParOpBaseT<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParOpBaseT, long, int)
 
 }  // namespace mivo

@@ -57,17 +57,10 @@ void ParOperatorIdentityT<T, G, L>::solve(Preconditioner& P, Operator&, const Ve
   P.precondition(b, x);
 }
 
-#define MIVO_INSTANCE(T) template class ParOperatorIdentityT<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                                                  \
-  MIVO_REGISTER(ParMatrixFreeT, "Identity", T, long, int, ParOperatorIdentityT<T, long, int>)  \
-  MIVO_REGISTER(ParPreconditionerT, "PrecondIdentity", T, long, int,                           \
-                ParOperatorIdentityT<T, long, int>)                                            \
-  MIVO_REGISTER(ParSolverT, "SolverPreOnly", T, long, int, ParOperatorIdentityT<T, long, int>) \
-  MIVO_REGISTER(ParSmootherT, "SmootherIdentity", T, long, int, ParOperatorIdentityT<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(ParOperatorIdentityT, long, int)
+MIVO_REGISTER_SCALARS(ParMatrixFreeT, "Identity", ParOperatorIdentityT)
+MIVO_REGISTER_SCALARS(ParPreconditionerT, "PrecondIdentity", ParOperatorIdentityT)
+MIVO_REGISTER_SCALARS(ParSolverT, "SolverPreOnly", ParOperatorIdentityT)
+MIVO_REGISTER_SCALARS(ParSmootherT, "SmootherIdentity", ParOperatorIdentityT)
 
 }  // namespace mivo

@@ -56,8 +56,6 @@ class MIVO_API ParOperatorIdentityT : public ParMatrixFreeT<T, G, L>,
              R& relres) override;
 };
 
-#define MIVO_EXTERN(T) extern template class ParOperatorIdentityT<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParOperatorIdentityT, long, int)
 
 }  // namespace mivo

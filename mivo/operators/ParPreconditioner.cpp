@@ -14,8 +14,6 @@ Factory<ParPreconditionerT<T, G, L>>& ParPreconditionerT<T, G, L>::getFactory() 
   return factory;
 }
 
-#define MIVO_INSTANCE(T) template class ParPreconditionerT<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(ParPreconditionerT, long, int)
 
 }  // namespace mivo

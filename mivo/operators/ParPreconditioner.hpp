@@ -32,8 +32,6 @@ class MIVO_API ParPreconditionerT : public virtual ParOperator {
   static Factory<ParPreconditionerT>& getFactory();
 };
 
-#define MIVO_EXTERN(T) extern template class ParPreconditionerT<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParPreconditionerT, long, int)
 
 }  // namespace mivo

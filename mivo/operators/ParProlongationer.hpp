@@ -25,8 +25,6 @@ class MIVO_API ParProlongationerT : public ParOperator {
   static Factory<ParProlongationerT>& getFactory();
 };
 
-#define MIVO_EXTERN(T) extern template class ParProlongationerT<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParProlongationerT, long, int)
 
 }  // namespace mivo

@@ -25,8 +25,6 @@ class MIVO_API ParRestrictionerT : public ParOperator {
   static Factory<ParRestrictionerT>& getFactory();
 };
 
-#define MIVO_EXTERN(T) extern template class ParRestrictionerT<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParRestrictionerT, long, int)
 
 }  // namespace mivo

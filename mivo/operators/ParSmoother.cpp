@@ -21,8 +21,6 @@ Factory<ParSmootherT<T, G, L>>& ParSmootherT<T, G, L>::getFactory() {
   return factory;
 }
 
-#define MIVO_INSTANCE(T) template class ParSmootherT<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(ParSmootherT, long, int)
 
 }  // namespace mivo

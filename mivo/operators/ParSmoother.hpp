@@ -28,8 +28,6 @@ class MIVO_API ParSmootherT : public virtual ParOperator {
   static Factory<ParSmootherT>& getFactory();
 };
 
-#define MIVO_EXTERN(T) extern template class ParSmootherT<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParSmootherT, long, int)
 
 }  // namespace mivo

@@ -26,8 +26,6 @@ class MIVO_API ParSplitterT : public virtual ParOperator {
   static Factory<ParSplitterT>& getFactory();
 };
 
-#define MIVO_EXTERN(T) extern template class ParSplitterT<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParSplitterT, long, int)
 
 }  // namespace mivo

@@ -26,8 +26,6 @@ class MIVO_API ParStrengtherT : public virtual ParOperator {
   static Factory<ParStrengtherT>& getFactory();
 };
 
-#define MIVO_EXTERN(T) extern template class ParStrengtherT<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParStrengtherT, long, int)
 
 }  // namespace mivo

@@ -6,14 +6,6 @@
 
 namespace mivo {
 
-#ifdef MIVO_WITH_CUDA
-#define MIVO_EXTERN(T)                                  \
-  extern template class BlasOpsImpl<T, int, spm::Cuda>; \
-  extern template class BlasOpsImpl<T, long, spm::Cuda>;
-MIVO_INSTANTIATE_VALUES(MIVO_EXTERN)
-#undef MIVO_EXTERN
-#endif
-
 template <class T, class I>
 void BlasOps<T, I>::fill(const Device& device, I n, T a, T* x) {
   MIVO_DISPATCH(fill, n, a, x);
@@ -124,10 +116,7 @@ void BlasOps<T, I>::adamw_step(const Device& device, I n, const T* g, T* x, T* m
                 step);
 }
 
-#define MIVO_INSTANCE(T)          \
-  template class BlasOps<T, int>; \
-  template class BlasOps<T, long>;
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_VALUES(BlasOps, int)
+MIVO_INSTANCE_VALUES(BlasOps, long)
 
 }  // namespace mivo

@@ -75,10 +75,7 @@ class MIVO_API BlasOps {
   using Worker = BlasOpsImpl<T, I, Space>;
 };
 
-#define MIVO_EXTERN(T)                   \
-  extern template class BlasOps<T, int>; \
-  extern template class BlasOps<T, long>;
-MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_VALUES(BlasOps, int)
+MIVO_EXTERN_VALUES(BlasOps, long)
 
 }  // namespace mivo

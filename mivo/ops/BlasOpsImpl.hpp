@@ -5,6 +5,7 @@
 
 #include "mivo/spm/parallel.hpp"
 #include "mivo/utils/ScalarTraits.hpp"
+#include "mivo/utils/instantiate.hpp"
 
 namespace mivo {
 
@@ -297,5 +298,8 @@ void BlasOpsImpl<T, I, Space>::adamw_step(Space& space, I n, const T* g, T* x, T
     x[i] = x[i] - overReal(lr * mhat, root(vhat) + eps);
   });
 }
+
+MIVO_CUDA_VALUES(BlasOpsImpl, int)
+MIVO_CUDA_VALUES(BlasOpsImpl, long)
 
 }  // namespace mivo

@@ -6,12 +6,6 @@
 
 namespace mivo {
 
-#ifdef MIVO_WITH_CUDA
-#define MIVO_EXTERN(T) extern template class FusedOpsImpl<T, int, spm::Cuda>;
-MIVO_INSTANTIATE_SCALARS(MIVO_EXTERN)
-#undef MIVO_EXTERN
-#endif
-
 template <class T, class I>
 RealType<T> FusedOps<T, I>::cg_update(const Device& device, I n, T alpha, const T* p, T* x,
                                       const T* q, T* r) {
@@ -70,8 +64,6 @@ I FusedOps<T, I>::count_nonfinite(const Device& device, I n, const T* x) {
   return MIVO_DISPATCH(count_nonfinite, n, x);
 }
 
-#define MIVO_INSTANCE(T) template class FusedOps<T, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(FusedOps, int)
 
 }  // namespace mivo

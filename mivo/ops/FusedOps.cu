@@ -1,11 +1,3 @@
 // SPDX-License-Identifier: Apache-2.0
+#define MIVO_CUDA_UNIT
 #include "mivo/ops/FusedOpsImpl.hpp"
-#include "mivo/utils/instantiate.hpp"
-
-namespace mivo {
-
-#define MIVO_INSTANCE(T) template class FusedOpsImpl<T, int, spm::Cuda>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-}  // namespace mivo

@@ -61,8 +61,6 @@ class MIVO_API FusedOps {
   using Worker = FusedOpsImpl<T, I, Space>;
 };
 
-#define MIVO_EXTERN(T) extern template class FusedOps<T, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(FusedOps, int)
 
 }  // namespace mivo

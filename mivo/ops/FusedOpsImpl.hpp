@@ -3,6 +3,7 @@
 
 #include "mivo/spm/parallel.hpp"
 #include "mivo/utils/ScalarTraits.hpp"
+#include "mivo/utils/instantiate.hpp"
 
 namespace mivo {
 
@@ -174,5 +175,7 @@ I FusedOpsImpl<T, I, Space>::count_nonfinite(Space& space, I n, const T* x) {
       spm::Sum<I, Space>(result));
   return result;
 }
+
+MIVO_CUDA_SCALARS(FusedOpsImpl, int)
 
 }  // namespace mivo

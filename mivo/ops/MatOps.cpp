@@ -6,16 +6,6 @@
 
 namespace mivo {
 
-#ifdef MIVO_WITH_CUDA
-#define MIVO_EXTERN(T)                                                        \
-  extern template class MatOpsImpl<T, int, MatrixLayoutRowMajor, spm::Cuda>;  \
-  extern template class MatOpsImpl<T, int, MatrixLayoutColMajor, spm::Cuda>;  \
-  extern template class MatOpsImpl<T, long, MatrixLayoutRowMajor, spm::Cuda>; \
-  extern template class MatOpsImpl<T, long, MatrixLayoutColMajor, spm::Cuda>;
-MIVO_INSTANTIATE_VALUES(MIVO_EXTERN)
-#undef MIVO_EXTERN
-#endif
-
 template <class T, class I, class Layout>
 void MatOps<T, I, Layout>::aAxpby(const Device& device, I rows, I cols, T alpha, const T* a, I ld,
                                   const T* x, T beta, T* y) {
@@ -155,12 +145,9 @@ void MatOps<T, I, Layout>::set_element_value(const Device& device, I i, I j, T* 
   MIVO_DISPATCH(set_element_value, i, j, a, ld, value);
 }
 
-#define MIVO_INSTANCE(T)                                \
-  template class MatOps<T, int, MatrixLayoutRowMajor>;  \
-  template class MatOps<T, int, MatrixLayoutColMajor>;  \
-  template class MatOps<T, long, MatrixLayoutRowMajor>; \
-  template class MatOps<T, long, MatrixLayoutColMajor>;
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_VALUES(MatOps, int, MatrixLayoutRowMajor)
+MIVO_INSTANCE_VALUES(MatOps, int, MatrixLayoutColMajor)
+MIVO_INSTANCE_VALUES(MatOps, long, MatrixLayoutRowMajor)
+MIVO_INSTANCE_VALUES(MatOps, long, MatrixLayoutColMajor)
 
 }  // namespace mivo

@@ -86,12 +86,9 @@ class MIVO_API MatOps {
   using Worker = MatOpsImpl<T, I, Layout, Space>;
 };
 
-#define MIVO_EXTERN(T)                                         \
-  extern template class MatOps<T, int, MatrixLayoutRowMajor>;  \
-  extern template class MatOps<T, int, MatrixLayoutColMajor>;  \
-  extern template class MatOps<T, long, MatrixLayoutRowMajor>; \
-  extern template class MatOps<T, long, MatrixLayoutColMajor>;
-MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_VALUES(MatOps, int, MatrixLayoutRowMajor)
+MIVO_EXTERN_VALUES(MatOps, int, MatrixLayoutColMajor)
+MIVO_EXTERN_VALUES(MatOps, long, MatrixLayoutRowMajor)
+MIVO_EXTERN_VALUES(MatOps, long, MatrixLayoutColMajor)
 
 }  // namespace mivo

@@ -8,6 +8,7 @@
 #include "mivo/ops/norms.hpp"
 #include "mivo/spm/parallel.hpp"
 #include "mivo/utils/ScalarTraits.hpp"
+#include "mivo/utils/instantiate.hpp"
 
 namespace mivo {
 
@@ -255,5 +256,10 @@ void MatOpsImpl<T, I, Layout, Space>::set_element_value(Space& space, I i, I j, 
   spm::parallel_for(Policy(space, 0, 1),
                     [=] MIVO_FUNCTION(I) { a[matrixOffset<Layout>(i, j, ld)] = value; });
 }
+
+MIVO_CUDA_VALUES(MatOpsImpl, int, MatrixLayoutRowMajor)
+MIVO_CUDA_VALUES(MatOpsImpl, int, MatrixLayoutColMajor)
+MIVO_CUDA_VALUES(MatOpsImpl, long, MatrixLayoutRowMajor)
+MIVO_CUDA_VALUES(MatOpsImpl, long, MatrixLayoutColMajor)
 
 }  // namespace mivo

@@ -24,21 +24,21 @@ class MIVO_API MixedBlasOps {
   using Worker = MixedBlasOpsImpl<To, From, I, Space>;
 };
 
-/// The pairs (To, From) that exist.
-#define MIVO_FOR_EACH_MIXED_PAIR(M)  \
-  M(double, float)                   \
-  M(float, double)                   \
-  M(double, int)                     \
-  M(float, int)                      \
-  M(int, double)                     \
-  M(int, float)                      \
-  M(Complex<double>, Complex<float>) \
-  M(Complex<float>, Complex<double>) M(Complex<double>, int) M(Complex<float>, int)
+/// The pairs (To, From) that exist: calls M(To, From, ...) for each.
+#define MIVO_FOR_EACH_MIXED_PAIR(M, ...)          \
+  M(double, float, __VA_ARGS__)                   \
+  M(float, double, __VA_ARGS__)                   \
+  M(double, int, __VA_ARGS__)                     \
+  M(float, int, __VA_ARGS__)                      \
+  M(int, double, __VA_ARGS__)                     \
+  M(int, float, __VA_ARGS__)                      \
+  M(Complex<double>, Complex<float>, __VA_ARGS__) \
+  M(Complex<float>, Complex<double>, __VA_ARGS__) \
+  M(Complex<double>, int, __VA_ARGS__)            \
+  M(Complex<float>, int, __VA_ARGS__)
+#define MIVO_MIXED_INSTANCE(To, From, KIND, CLASS, ...) KIND class CLASS<To, From, __VA_ARGS__>;
 
-#define MIVO_EXTERN(To, From)                        \
-  extern template class MixedBlasOps<To, From, int>; \
-  extern template class MixedBlasOps<To, From, long>;
-MIVO_FOR_EACH_MIXED_PAIR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_FOR_EACH_MIXED_PAIR(MIVO_MIXED_INSTANCE, extern template, MixedBlasOps, int)
+MIVO_FOR_EACH_MIXED_PAIR(MIVO_MIXED_INSTANCE, extern template, MixedBlasOps, long)
 
 }  // namespace mivo

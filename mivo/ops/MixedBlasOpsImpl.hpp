@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "mivo/ops/MixedBlasOps.hpp"
 #include "mivo/spm/parallel.hpp"
 #include "mivo/utils/ScalarTraits.hpp"
+#include "mivo/utils/instantiate.hpp"
 
 namespace mivo {
 
@@ -28,5 +30,10 @@ void MixedBlasOpsImpl<To, From, I, Space>::copy(Space& space, I n, const From* x
   spm::parallel_for(spm::RangePolicy<Space>(space, 0, n),
                     [=] MIVO_FUNCTION(I i) { y[i] = convertValue<To>(x[i]); });
 }
+
+#ifdef MIVO_WITH_CUDA
+MIVO_FOR_EACH_MIXED_PAIR(MIVO_MIXED_INSTANCE, MIVO_CUDA_TEMPLATE, MixedBlasOpsImpl, int, spm::Cuda)
+MIVO_FOR_EACH_MIXED_PAIR(MIVO_MIXED_INSTANCE, MIVO_CUDA_TEMPLATE, MixedBlasOpsImpl, long, spm::Cuda)
+#endif
 
 }  // namespace mivo

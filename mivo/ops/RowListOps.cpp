@@ -6,12 +6,6 @@
 
 namespace mivo {
 
-#ifdef MIVO_WITH_CUDA
-#define MIVO_EXTERN(T) extern template class RowListOpsImpl<T, int, spm::Cuda>;
-MIVO_INSTANTIATE_VALUES(MIVO_EXTERN)
-#undef MIVO_EXTERN
-#endif
-
 template <class T, class I>
 void RowListOps<T, I>::addProduct(const Device& device, T alpha, I n, const I* list,
                                   const I* rowptr, const I* col_idx, const T* values, const T* x,
@@ -25,8 +19,6 @@ void RowListOps<T, I>::addToEmptyRows(const Device& device, I rows, const I* row
   MIVO_DISPATCH(addToEmptyRows, rows, rowptr, value, y);
 }
 
-#define MIVO_INSTANCE(T) template class RowListOps<T, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_VALUES(RowListOps, int)
 
 }  // namespace mivo

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "mivo/ops/sparse_rows.hpp"
+#include "mivo/utils/instantiate.hpp"
 
 namespace mivo {
 
@@ -34,5 +35,7 @@ void RowListOpsImpl<T, I, Space>::addToEmptyRows(Space& space, I rows, const I* 
     if (rowptr[i] == rowptr[i + 1]) y[i] += value;
   });
 }
+
+MIVO_CUDA_VALUES(RowListOpsImpl, int)
 
 }  // namespace mivo

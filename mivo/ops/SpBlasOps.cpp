@@ -8,20 +8,6 @@
 
 namespace mivo {
 
-#ifdef MIVO_WITH_CUDA
-#define MIVO_EXTERN(T)                                           \
-  extern template class SpBlasProductsImpl<T, int, spm::Cuda>;   \
-  extern template class SpBlasProductsImpl<T, long, spm::Cuda>;  \
-  extern template class SpBlasAlgebraImpl<T, int, spm::Cuda>;    \
-  extern template class SpBlasAlgebraImpl<T, long, spm::Cuda>;   \
-  extern template class SpBlasSelectionImpl<T, int, spm::Cuda>;  \
-  extern template class SpBlasSelectionImpl<T, long, spm::Cuda>; \
-  extern template class SpBlasQueriesImpl<T, int, spm::Cuda>;    \
-  extern template class SpBlasQueriesImpl<T, long, spm::Cuda>;
-MIVO_INSTANTIATE_VALUES(MIVO_EXTERN)
-#undef MIVO_EXTERN
-#endif
-
 // Products with vectors.
 
 template <class T, class I>
@@ -267,10 +253,7 @@ void SpBlasOps<T, I>::par_csr_diag(const Device& device, I rows, I nblocks, cons
   MIVO_DISPATCH(par_csr_diag, rows, nblocks, blocks, out);
 }
 
-#define MIVO_INSTANCE(T)            \
-  template class SpBlasOps<T, int>; \
-  template class SpBlasOps<T, long>;
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_VALUES(SpBlasOps, int)
+MIVO_INSTANCE_VALUES(SpBlasOps, long)
 
 }  // namespace mivo

@@ -180,10 +180,7 @@ class MIVO_API SpBlasOps {
   using Worker = SpBlasOpsImpl<T, I, Space>;
 };
 
-#define MIVO_EXTERN(T)                     \
-  extern template class SpBlasOps<T, int>; \
-  extern template class SpBlasOps<T, long>;
-MIVO_FOR_EACH_VALUE(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_VALUES(SpBlasOps, int)
+MIVO_EXTERN_VALUES(SpBlasOps, long)
 
 }  // namespace mivo

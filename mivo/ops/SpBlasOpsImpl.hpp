@@ -5,6 +5,7 @@
 #include "mivo/ops/SpBlasProductsImpl.hpp"
 #include "mivo/ops/SpBlasQueriesImpl.hpp"
 #include "mivo/ops/SpBlasSelectionImpl.hpp"
+#include "mivo/utils/instantiate.hpp"
 
 namespace mivo {
 
@@ -15,5 +16,14 @@ class SpBlasOpsImpl : public SpBlasProductsImpl<T, I, Space>,
                       public SpBlasAlgebraImpl<T, I, Space>,
                       public SpBlasSelectionImpl<T, I, Space>,
                       public SpBlasQueriesImpl<T, I, Space> {};
+
+MIVO_CUDA_VALUES(SpBlasProductsImpl, int)
+MIVO_CUDA_VALUES(SpBlasProductsImpl, long)
+MIVO_CUDA_VALUES(SpBlasAlgebraImpl, int)
+MIVO_CUDA_VALUES(SpBlasAlgebraImpl, long)
+MIVO_CUDA_VALUES(SpBlasSelectionImpl, int)
+MIVO_CUDA_VALUES(SpBlasSelectionImpl, long)
+MIVO_CUDA_VALUES(SpBlasQueriesImpl, int)
+MIVO_CUDA_VALUES(SpBlasQueriesImpl, long)
 
 }  // namespace mivo

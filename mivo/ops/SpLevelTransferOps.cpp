@@ -7,13 +7,6 @@
 namespace mivo {
 
 #ifdef MIVO_WITH_CUDA
-#define MIVO_EXTERN(T)                                                      \
-  extern template class SpSmoothedAggregationImpl<T, long, int, spm::Cuda>; \
-  extern template class SpBoomerAMGImpl<T, int, spm::Cuda>;                 \
-  extern template class SpExtendedInterpolationImpl<T, int, spm::Cuda>;     \
-  extern template class SpRugeStubenImpl<T, int, spm::Cuda>;
-MIVO_INSTANTIATE_SCALARS(MIVO_EXTERN)
-#undef MIVO_EXTERN
 extern template class SpAggregationImpl<int, spm::Cuda>;
 #endif
 // Not a matter of the value type: compiled in one unit of its own.
@@ -202,8 +195,6 @@ void SpLevelTransferOps<T, G, L>::par_rs_interpolation(
                 cidx_ghosts, cf, do_trunc, eps_trunc, cmark, cidx, ncoarse, bounds, p);
 }
 
-#define MIVO_INSTANCE(T) template class SpLevelTransferOps<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(SpLevelTransferOps, long, int)
 
 }  // namespace mivo

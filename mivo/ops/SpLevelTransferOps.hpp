@@ -189,8 +189,6 @@ class MIVO_API SpLevelTransferOps {
   using Worker = SpLevelTransferOpsImpl<T, G, L, Space>;
 };
 
-#define MIVO_EXTERN(T) extern template class SpLevelTransferOps<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(SpLevelTransferOps, long, int)
 
 }  // namespace mivo

@@ -6,6 +6,7 @@
 #include "mivo/ops/SpExtendedInterpolationImpl.hpp"
 #include "mivo/ops/SpRugeStubenImpl.hpp"
 #include "mivo/ops/SpSmoothedAggregationImpl.hpp"
+#include "mivo/utils/instantiate.hpp"
 
 namespace mivo {
 
@@ -17,5 +18,10 @@ class SpLevelTransferOpsImpl : public SpSmoothedAggregationImpl<T, G, L, Space>,
                                public SpBoomerAMGImpl<T, L, Space>,
                                public SpExtendedInterpolationImpl<T, L, Space>,
                                public SpRugeStubenImpl<T, L, Space> {};
+
+MIVO_CUDA_SCALARS(SpSmoothedAggregationImpl, long, int)
+MIVO_CUDA_SCALARS(SpBoomerAMGImpl, int)
+MIVO_CUDA_SCALARS(SpExtendedInterpolationImpl, int)
+MIVO_CUDA_SCALARS(SpRugeStubenImpl, int)
 
 }  // namespace mivo

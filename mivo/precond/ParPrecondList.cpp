@@ -27,10 +27,7 @@ void ParPrecondList_T<T, G, L>::precondition(const Vector& r, Vector& z) {
   this->precondTime.stop();
 }
 
-#define MIVO_PRECOND_LIST(T)                     \
-  template class ParPrecondList_T<T, long, int>; \
-  MIVO_REGISTER(ParPreconditionerT, "PrecondList", T, long, int, ParPrecondList_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_PRECOND_LIST)
-#undef MIVO_PRECOND_LIST
+MIVO_INSTANCE_SCALARS(ParPrecondList_T, long, int)
+MIVO_REGISTER_SCALARS(ParPreconditionerT, "PrecondList", ParPrecondList_T)
 
 }  // namespace mivo

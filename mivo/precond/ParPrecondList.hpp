@@ -32,8 +32,6 @@ class MIVO_API ParPrecondList_T : public ParPreconditionerT<T, G, L> {
   std::vector<std::shared_ptr<ParPreconditionerT<T, G, L>>> members_;
 };
 
-#define MIVO_EXTERN(T) extern template class ParPrecondList_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParPrecondList_T, long, int)
 
 }  // namespace mivo

@@ -210,15 +210,8 @@ void ParPreconditionerAMG_T<T, G, L>::logStatistics() {
                      << (finest > 0 ? entries / finest : 1.0);
 }
 
-#define MIVO_INSTANCE(T) template class ParPreconditionerAMG_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                   \
-  MIVO_REGISTER(ParPreconditionerT, "PrecondAMG", T, long, int, \
-                ParPreconditionerAMG_T<T, long, int>)           \
-  MIVO_REGISTER(ParSolverT, "SolverAMG", T, long, int, ParPreconditionerAMG_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(ParPreconditionerAMG_T, long, int)
+MIVO_REGISTER_SCALARS(ParPreconditionerT, "PrecondAMG", ParPreconditionerAMG_T)
+MIVO_REGISTER_SCALARS(ParSolverT, "SolverAMG", ParPreconditionerAMG_T)
 
 }  // namespace mivo

@@ -147,8 +147,6 @@ class MIVO_API ParPreconditionerAMG_T : public ParPreconditionerT<T, G, L>,
   bool has_matrix = false;
 };
 
-#define MIVO_EXTERN(T) extern template class ParPreconditionerAMG_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParPreconditionerAMG_T, long, int)
 
 }  // namespace mivo

@@ -175,8 +175,6 @@ void ParPreconditionerAMG_T<T, G, L>::solve(Preconditioner& P, Operator& A, cons
   }
 }
 
-#define MIVO_INSTANCE(T) template class ParPreconditionerAMG_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(ParPreconditionerAMG_T, long, int)
 
 }  // namespace mivo

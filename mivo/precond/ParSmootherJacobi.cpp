@@ -203,16 +203,9 @@ void ParSmootherJacobi_T<T, G, L>::solve(Preconditioner&, Operator&, const Vecto
   relres = rel;
 }
 
-#define MIVO_INSTANCE(T) template class ParSmootherJacobi_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                                                    \
-  MIVO_REGISTER(ParSmootherT, "SmootherJacobi", T, long, int, ParSmootherJacobi_T<T, long, int>) \
-  MIVO_REGISTER(ParPreconditionerT, "PrecondJacobi", T, long, int,                               \
-                ParSmootherJacobi_T<T, long, int>)                                               \
-  MIVO_REGISTER(ParSolverT, "SolverJacobi", T, long, int, ParSmootherJacobi_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(ParSmootherJacobi_T, long, int)
+MIVO_REGISTER_SCALARS(ParSmootherT, "SmootherJacobi", ParSmootherJacobi_T)
+MIVO_REGISTER_SCALARS(ParPreconditionerT, "PrecondJacobi", ParSmootherJacobi_T)
+MIVO_REGISTER_SCALARS(ParSolverT, "SolverJacobi", ParSmootherJacobi_T)
 
 }  // namespace mivo

@@ -81,8 +81,6 @@ class MIVO_API ParSmootherJacobi_T : public ParOpBaseT<T, G, L> {
   bool zero_start_is_trivial = false;
 };
 
-#define MIVO_EXTERN(T) extern template class ParSmootherJacobi_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParSmootherJacobi_T, long, int)
 
 }  // namespace mivo

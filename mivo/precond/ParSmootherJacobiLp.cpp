@@ -32,22 +32,13 @@ void ParSmootherJacobiLp_T<T, G, L>::setup(const Operator& A) {
   this->setupTime.stop();
 }
 
-#define MIVO_INSTANCE(T) template class ParSmootherJacobiLp_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_ROLE(FAMILY, NAME, T) \
-  MIVO_REGISTER(FAMILY, NAME, T, long, int, ParSmootherJacobiLp_T<T, long, int>)
-#define MIVO_REGISTER_TYPE(T)                             \
-  MIVO_REGISTER_ROLE(ParSmootherT, "SmootherJacobiLp", T) \
-  MIVO_REGISTER_ROLE(ParPreconditionerT, "PrecondJacobiLp", T)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-MIVO_REGISTER_ROLE(ParSolverT, "SolverJacobiLp", double)
-MIVO_REGISTER_ROLE(ParSolverT, "SolverJacobiLp", Complex<float>)
-MIVO_REGISTER_ROLE(ParSolverT, "SolverJacobiLp", Complex<double>)
+MIVO_INSTANCE_SCALARS(ParSmootherJacobiLp_T, long, int)
+MIVO_REGISTER_SCALARS(ParSmootherT, "SmootherJacobiLp", ParSmootherJacobiLp_T)
+MIVO_REGISTER_SCALARS(ParPreconditionerT, "PrecondJacobiLp", ParSmootherJacobiLp_T)
+MIVO_REGISTER_CLASS(double, ParSolverT, "SolverJacobiLp", ParSmootherJacobiLp_T)
+MIVO_REGISTER_CLASS(Complex<float>, ParSolverT, "SolverJacobiLp", ParSmootherJacobiLp_T)
+MIVO_REGISTER_CLASS(Complex<double>, ParSolverT, "SolverJacobiLp", ParSmootherJacobiLp_T)
 // For float the name stands in the smoother family; configurations in use rely on it.
-MIVO_REGISTER_ROLE(ParSmootherT, "SolverJacobiLp", float)
-#undef MIVO_REGISTER_TYPE
-#undef MIVO_REGISTER_ROLE
+MIVO_REGISTER_CLASS(float, ParSmootherT, "SolverJacobiLp", ParSmootherJacobiLp_T)
 
 }  // namespace mivo

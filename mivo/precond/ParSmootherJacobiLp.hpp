@@ -29,8 +29,6 @@ class MIVO_API ParSmootherJacobiLp_T : public ParSmootherJacobi_T<T, G, L> {
   void setup(const Operator& A) override;
 };
 
-#define MIVO_EXTERN(T) extern template class ParSmootherJacobiLp_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParSmootherJacobiLp_T, long, int)
 
 }  // namespace mivo

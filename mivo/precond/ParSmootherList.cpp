@@ -44,12 +44,11 @@ void ParSmootherList_T<T, G, L>::smoothFromZero(const Vector& b, Vector& x) {
   if (first) x.fill(T(0));
 }
 
-#define MIVO_SMOOTHER_LIST(T)                     \
-  template class ParSmootherList_T<T, long, int>; \
-  MIVO_REGISTER(ParSmootherT, "SmootherList", T, long, int, ParSmootherList_T<T, long, int>)
-MIVO_SMOOTHER_LIST(double)
-MIVO_SMOOTHER_LIST(Complex<float>)
-MIVO_SMOOTHER_LIST(Complex<double>)
-#undef MIVO_SMOOTHER_LIST
+template class ParSmootherList_T<double, long, int>;
+template class ParSmootherList_T<Complex<float>, long, int>;
+template class ParSmootherList_T<Complex<double>, long, int>;
+MIVO_REGISTER_CLASS(double, ParSmootherT, "SmootherList", ParSmootherList_T)
+MIVO_REGISTER_CLASS(Complex<float>, ParSmootherT, "SmootherList", ParSmootherList_T)
+MIVO_REGISTER_CLASS(Complex<double>, ParSmootherT, "SmootherList", ParSmootherList_T)
 
 }  // namespace mivo

@@ -117,15 +117,9 @@ void ParSmootherSOR_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vect
   this->finishSolve(P, this->max_its, it, rel);
 }
 
-#define MIVO_INSTANCE(T) template class ParSmootherSOR_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                                                   \
-  MIVO_REGISTER(ParSmootherT, "SmootherSOR", T, long, int, ParSmootherSOR_T<T, long, int>)      \
-  MIVO_REGISTER(ParPreconditionerT, "PrecondSOR", T, long, int, ParSmootherSOR_T<T, long, int>) \
-  MIVO_REGISTER(ParSolverT, "SolverSOR", T, long, int, ParSmootherSOR_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(ParSmootherSOR_T, long, int)
+MIVO_REGISTER_SCALARS(ParSmootherT, "SmootherSOR", ParSmootherSOR_T)
+MIVO_REGISTER_SCALARS(ParPreconditionerT, "PrecondSOR", ParSmootherSOR_T)
+MIVO_REGISTER_SCALARS(ParSolverT, "SolverSOR", ParSmootherSOR_T)
 
 }  // namespace mivo

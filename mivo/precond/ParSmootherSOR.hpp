@@ -71,8 +71,6 @@ class MIVO_API ParSmootherSOR_T : public ParOpBaseT<T, G, L> {
   Vector scratch;  ///< residuals
 };
 
-#define MIVO_EXTERN(T) extern template class ParSmootherSOR_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParSmootherSOR_T, long, int)
 
 }  // namespace mivo

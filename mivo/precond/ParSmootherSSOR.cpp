@@ -22,15 +22,9 @@ void ParSmootherSSOR_T<T, G, L>::sor_step(const Vector& b, Vector& x, double ome
   Base::sor_step(b, x, omega, !ascending, rowOrder);
 }
 
-#define MIVO_INSTANCE(T) template class ParSmootherSSOR_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                                                     \
-  MIVO_REGISTER(ParSmootherT, "SmootherSSOR", T, long, int, ParSmootherSSOR_T<T, long, int>)      \
-  MIVO_REGISTER(ParPreconditionerT, "PrecondSSOR", T, long, int, ParSmootherSSOR_T<T, long, int>) \
-  MIVO_REGISTER(ParSolverT, "SolverSSOR", T, long, int, ParSmootherSSOR_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(ParSmootherSSOR_T, long, int)
+MIVO_REGISTER_SCALARS(ParSmootherT, "SmootherSSOR", ParSmootherSSOR_T)
+MIVO_REGISTER_SCALARS(ParPreconditionerT, "PrecondSSOR", ParSmootherSSOR_T)
+MIVO_REGISTER_SCALARS(ParSolverT, "SolverSSOR", ParSmootherSSOR_T)
 
 }  // namespace mivo

@@ -24,8 +24,6 @@ class MIVO_API ParSmootherSSOR_T : public ParSmootherSOR_T<T, G, L> {
   void sor_step(const Vector& b, Vector& x, double omega, bool ascending, int* rowOrder) override;
 };
 
-#define MIVO_EXTERN(T) extern template class ParSmootherSSOR_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParSmootherSSOR_T, long, int)
 
 }  // namespace mivo

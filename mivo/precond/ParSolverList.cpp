@@ -47,10 +47,7 @@ void ParSolverList_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vecto
   this->finishSolve(P, this->max_its, 0, rel);
 }
 
-#define MIVO_SOLVER_LIST(T)                     \
-  template class ParSolverList_T<T, long, int>; \
-  MIVO_REGISTER(ParSolverT, "SolverList", T, long, int, ParSolverList_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_SOLVER_LIST)
-#undef MIVO_SOLVER_LIST
+MIVO_INSTANCE_SCALARS(ParSolverList_T, long, int)
+MIVO_REGISTER_SCALARS(ParSolverT, "SolverList", ParSolverList_T)
 
 }  // namespace mivo

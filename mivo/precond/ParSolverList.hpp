@@ -45,8 +45,6 @@ class MIVO_API ParSolverList_T : public ParSolverT<T, G, L> {
   std::vector<std::shared_ptr<Base>> members_;
 };
 
-#define MIVO_EXTERN(T) extern template class ParSolverList_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParSolverList_T, long, int)
 
 }  // namespace mivo

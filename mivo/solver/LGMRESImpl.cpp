@@ -237,8 +237,6 @@ void LGMRES_Impl<T, G, L>::keepCorrection(int it) {
   }
 }
 
-#define MIVO_INSTANCE(T) template class LGMRES_Impl<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(LGMRES_Impl, long, int)
 
 }  // namespace mivo

@@ -92,8 +92,6 @@ class MIVO_API LGMRES_Impl {
   std::unique_ptr<Data> data_;
 };
 
-#define MIVO_EXTERN(T) extern template class LGMRES_Impl<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(LGMRES_Impl, long, int)
 
 }  // namespace mivo

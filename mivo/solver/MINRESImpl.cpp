@@ -155,8 +155,6 @@ void MINRES_Impl<T, G, L>::KSPSolve_MINRES_OLD() {
   }
 }
 
-#define MIVO_INSTANCE(T) template class MINRES_Impl<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(MINRES_Impl, long, int)
 
 }  // namespace mivo

@@ -51,8 +51,6 @@ class MIVO_API MINRES_Impl {
   std::unique_ptr<Data> data_;
 };
 
-#define MIVO_EXTERN(T) extern template class MINRES_Impl<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(MINRES_Impl, long, int)
 
 }  // namespace mivo

@@ -78,8 +78,6 @@ Factory<ParSolverT<T, G, L>>& ParSolverT<T, G, L>::getFactory() {
   return factory;
 }
 
-#define MIVO_INSTANCE(T) template class ParSolverT<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(ParSolverT, long, int)
 
 }  // namespace mivo

@@ -76,8 +76,6 @@ class MIVO_API ParSolverT : public virtual ParOperator {
   static Factory<ParSolverT>& getFactory();
 };
 
-#define MIVO_EXTERN(T) extern template class ParSolverT<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParSolverT, long, int)
 
 }  // namespace mivo

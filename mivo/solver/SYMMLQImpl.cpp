@@ -129,8 +129,6 @@ void SYMMLQ_Impl<T, G, L>::iterate(R beta1, R& c, R& ceta) {
   }
 }
 
-#define MIVO_INSTANCE(T) template class SYMMLQ_Impl<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(SYMMLQ_Impl, long, int)
 
 }  // namespace mivo

@@ -33,8 +33,6 @@ class MIVO_API SYMMLQ_Impl {
   std::unique_ptr<Data> data_;
 };
 
-#define MIVO_EXTERN(T) extern template class SYMMLQ_Impl<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(SYMMLQ_Impl, long, int)
 
 }  // namespace mivo

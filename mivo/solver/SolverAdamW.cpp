@@ -77,13 +77,7 @@ void SolverAdamW_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector&
   this->finishSolve(P, this->max_its, iter, rel);
 }
 
-#define MIVO_INSTANCE(T) template class SolverAdamW_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T) \
-  MIVO_REGISTER(ParSolverT, "SolverAdamW", T, long, int, SolverAdamW_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(SolverAdamW_T, long, int)
+MIVO_REGISTER_SCALARS(ParSolverT, "SolverAdamW", SolverAdamW_T)
 
 }  // namespace mivo

@@ -51,8 +51,6 @@ class MIVO_API SolverAdamW_T : public ParSolverT<T, G, L> {
              R& relres) override;
 };
 
-#define MIVO_EXTERN(T) extern template class SolverAdamW_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(SolverAdamW_T, long, int)
 
 }  // namespace mivo

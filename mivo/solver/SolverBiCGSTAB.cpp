@@ -127,13 +127,7 @@ void SolverBiCGSTAB_T<T, G, L, S>::solve(Preconditioner& P, Operator& A, const V
   this->finishSolve(P, this->max_its, k, relres);
 }
 
-#define MIVO_INSTANCE(T) template class SolverBiCGSTAB_T<T, long, int, T>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T) \
-  MIVO_REGISTER(ParSolverT, "SolverBiCGSTAB", T, long, int, SolverBiCGSTAB_T<T, long, int, T>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(SolverBiCGSTAB_T, long, int)
+MIVO_REGISTER_SCALARS(ParSolverT, "SolverBiCGSTAB", SolverBiCGSTAB_T)
 
 }  // namespace mivo

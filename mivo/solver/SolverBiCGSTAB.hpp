@@ -55,8 +55,6 @@ class MIVO_API SolverBiCGSTAB_T : public ParSolverT<T, G, L> {
              R& relres) override;
 };
 
-#define MIVO_EXTERN(T) extern template class SolverBiCGSTAB_T<T, long, int, T>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(SolverBiCGSTAB_T, long, int)
 
 }  // namespace mivo

@@ -266,13 +266,7 @@ void SolverFLGMRES_R_T<T, G, L, S>::solve(Preconditioner& P, Operator& A, const 
   this->finishSolve(P, this->max_its, it, relres);
 }
 
-#define MIVO_INSTANCE(T) template class SolverFLGMRES_R_T<T, long, int, T>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T) \
-  MIVO_REGISTER(ParSolverT, "SolverFLGMRES_R", T, long, int, SolverFLGMRES_R_T<T, long, int, T>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(SolverFLGMRES_R_T, long, int)
+MIVO_REGISTER_SCALARS(ParSolverT, "SolverFLGMRES_R", SolverFLGMRES_R_T)
 
 }  // namespace mivo

@@ -64,8 +64,6 @@ class MIVO_API SolverFLGMRES_R_T : public ParSolverT<T, G, L> {
              R& relres) override;
 };
 
-#define MIVO_EXTERN(T) extern template class SolverFLGMRES_R_T<T, long, int, T>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(SolverFLGMRES_R_T, long, int)
 
 }  // namespace mivo

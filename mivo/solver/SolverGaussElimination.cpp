@@ -108,13 +108,7 @@ void SolverGaussElimination_T<T, G, L>::solveOnRankZero(const ParCSRMatrixT<T, G
                      target.getDevice(), target.getData());
 }
 
-#define MIVO_INSTANCE(T) template class SolverGaussElimination_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T) \
-  MIVO_REGISTER(ParSolverT, "SolverGaussElim", T, long, int, SolverGaussElimination_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(SolverGaussElimination_T, long, int)
+MIVO_REGISTER_SCALARS(ParSolverT, "SolverGaussElim", SolverGaussElimination_T)
 
 }  // namespace mivo

@@ -47,8 +47,6 @@ class MIVO_API SolverGaussElimination_T : public ParSolverT<T, G, L> {
   void solveOnRankZero(const ParCSRMatrixT<T, G, L>& A, const Vector& b, Vector& x);
 };
 
-#define MIVO_EXTERN(T) extern template class SolverGaussElimination_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(SolverGaussElimination_T, long, int)
 
 }  // namespace mivo

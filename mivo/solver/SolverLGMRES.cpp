@@ -30,13 +30,7 @@ void SolverLGMRES_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector
   run.KSPDestroy_LGMRES();
 }
 
-#define MIVO_INSTANCE(T) template class SolverLGMRES_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T) \
-  MIVO_REGISTER(ParSolverT, "SolverLGMRES", T, long, int, SolverLGMRES_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(SolverLGMRES_T, long, int)
+MIVO_REGISTER_SCALARS(ParSolverT, "SolverLGMRES", SolverLGMRES_T)
 
 }  // namespace mivo

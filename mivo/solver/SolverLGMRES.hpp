@@ -34,8 +34,6 @@ class MIVO_API SolverLGMRES_T : public ParSolverT<T, G, L> {
              R& relres) override;
 };
 
-#define MIVO_EXTERN(T) extern template class SolverLGMRES_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(SolverLGMRES_T, long, int)
 
 }  // namespace mivo

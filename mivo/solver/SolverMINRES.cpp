@@ -40,13 +40,7 @@ void SolverMINRES_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector
   run.KSPDestroy_MINRES();
 }
 
-#define MIVO_INSTANCE(T) template class SolverMINRES_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T) \
-  MIVO_REGISTER(ParSolverT, "SolverMINRES", T, long, int, SolverMINRES_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(SolverMINRES_T, long, int)
+MIVO_REGISTER_SCALARS(ParSolverT, "SolverMINRES", SolverMINRES_T)
 
 }  // namespace mivo

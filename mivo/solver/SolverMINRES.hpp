@@ -65,8 +65,6 @@ class MIVO_API SolverMINRES_T : public ParSolverT<T, G, L> {
              R& relres) override;
 };
 
-#define MIVO_EXTERN(T) extern template class SolverMINRES_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(SolverMINRES_T, long, int)
 
 }  // namespace mivo

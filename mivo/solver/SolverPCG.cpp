@@ -116,13 +116,7 @@ void SolverPCG_T<T, G, L, S>::solve(Preconditioner& P, Operator& A, const Vector
   this->finishSolve(P, this->max_its, k, relB);
 }
 
-#define MIVO_INSTANCE(T) template class SolverPCG_T<T, long, int, T>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T) \
-  MIVO_REGISTER(ParSolverT, "SolverPCG", T, long, int, SolverPCG_T<T, long, int, T>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(SolverPCG_T, long, int)
+MIVO_REGISTER_SCALARS(ParSolverT, "SolverPCG", SolverPCG_T)
 
 }  // namespace mivo

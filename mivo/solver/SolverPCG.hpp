@@ -49,8 +49,6 @@ class MIVO_API SolverPCG_T : public ParSolverT<T, G, L> {
              R& relres) override;
 };
 
-#define MIVO_EXTERN(T) extern template class SolverPCG_T<T, long, int, T>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(SolverPCG_T, long, int)
 
 }  // namespace mivo

@@ -30,13 +30,7 @@ void SolverSYMMLQ_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector
   run.KSPDestroyDefault();
 }
 
-#define MIVO_INSTANCE(T) template class SolverSYMMLQ_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T) \
-  MIVO_REGISTER(ParSolverT, "SolverSYMMLQ", T, long, int, SolverSYMMLQ_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(SolverSYMMLQ_T, long, int)
+MIVO_REGISTER_SCALARS(ParSolverT, "SolverSYMMLQ", SolverSYMMLQ_T)
 
 }  // namespace mivo

@@ -44,8 +44,6 @@ class MIVO_API SolverSYMMLQ_T : public ParSolverT<T, G, L> {
              R& relres) override;
 };
 
-#define MIVO_EXTERN(T) extern template class SolverSYMMLQ_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(SolverSYMMLQ_T, long, int)
 
 }  // namespace mivo

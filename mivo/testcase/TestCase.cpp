@@ -32,10 +32,7 @@ Factory<TestCaseT<T, G, L>>& TestCaseT<T, G, L>::getFactory() {
   return factory;
 }
 
-#define MIVO_INSTANCE(T)                  \
-  template class TestCaseT<T, long, int>; \
-  template class TestCaseT<T, int, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(TestCaseT, long, int)
+MIVO_INSTANCE_SCALARS(TestCaseT, int, int)
 
 }  // namespace mivo

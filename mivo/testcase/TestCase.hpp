@@ -46,10 +46,7 @@ class MIVO_API TestCaseT : public virtual ParOperator {
   static Factory<TestCaseT>& getFactory();
 };
 
-#define MIVO_EXTERN(T)                           \
-  extern template class TestCaseT<T, long, int>; \
-  extern template class TestCaseT<T, int, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(TestCaseT, long, int)
+MIVO_EXTERN_SCALARS(TestCaseT, int, int)
 
 }  // namespace mivo

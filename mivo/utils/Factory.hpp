@@ -10,6 +10,7 @@
 #include "mivo/operators/ParOperator.hpp"
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/export.hpp"
+#include "mivo/utils/instantiate.hpp"
 #include "mivo/utils/json.hpp"
 #include "mivo/utils/logging.hpp"
 #include "mivo/utils/strings.hpp"
@@ -119,3 +120,9 @@ class FactoryRegisterer {
 #define MIVO_REGISTER(FAMILY, NAME, T, G, L, ...)                                                  \
   [[maybe_unused]] static const ::mivo::FactoryRegisterer<FAMILY<T, G, L>, __VA_ARGS__> MIVO_JOIN( \
       registration_of_##FAMILY##_, __COUNTER__)(#FAMILY, NAME);
+
+/// One line for the four scalar types: MIVO_REGISTER_SCALARS(ParSolverT, "SolverPCG", SolverPCG_T)
+/// registers SolverPCG_T<T, long, int>.
+#define MIVO_REGISTER_CLASS(T, FAMILY, NAME, CLASS) \
+  MIVO_REGISTER(FAMILY, NAME, T, long, int, CLASS<T, long, int>)
+#define MIVO_REGISTER_SCALARS(...) MIVO_INSTANTIATE_SCALARS_WITH(MIVO_REGISTER_CLASS, __VA_ARGS__)

@@ -171,8 +171,6 @@ void LevelTransferOps_SA<T, G, L>::par_tentative_smooth(const Matrix& A, G naggr
   smoother.multiply(T_, P);
 }
 
-#define MIVO_INSTANCE(T) template class LevelTransferOps_SA<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(LevelTransferOps_SA, long, int)
 
 }  // namespace mivo

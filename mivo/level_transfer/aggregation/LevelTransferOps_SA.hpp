@@ -70,8 +70,6 @@ class MIVO_API LevelTransferOps_SA {
                                    Matrix& P, double omega);
 };
 
-#define MIVO_EXTERN(T) extern template class LevelTransferOps_SA<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(LevelTransferOps_SA, long, int)
 
 }  // namespace mivo

@@ -265,8 +265,6 @@ void LevelTransferOps_SA<T, G, L>::par_renumber(const Aggregates& aggr, const Ag
       [nprocs](const int& key) { return std::abs(key) % nprocs; }, reducer, numbers);
 }
 
-#define MIVO_INSTANCE(T) template class LevelTransferOps_SA<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(LevelTransferOps_SA, long, int)
 
 }  // namespace mivo

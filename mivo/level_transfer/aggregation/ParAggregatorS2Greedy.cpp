@@ -15,14 +15,7 @@ void ParAggregatorS2Greedy_T<T, G, L>::aggregate(const Matrix& /*A*/, const Stre
   LevelTransferOps_SA<T, G, L>::par_aggregate_comm_pattern(S, aggr, naggr);
 }
 
-#define MIVO_INSTANCE(T) template class ParAggregatorS2Greedy_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                       \
-  MIVO_REGISTER(ParAggregatorT, "AggregatorS2Greedy", T, long, int, \
-                ParAggregatorS2Greedy_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(ParAggregatorS2Greedy_T, long, int)
+MIVO_REGISTER_SCALARS(ParAggregatorT, "AggregatorS2Greedy", ParAggregatorS2Greedy_T)
 
 }  // namespace mivo

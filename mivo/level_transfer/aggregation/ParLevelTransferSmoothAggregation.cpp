@@ -61,14 +61,8 @@ void ParLevelTransferSmoothAggregation_T<T, G, L>::transfer_operators(const Matr
   R = P.transpose();
 }
 
-#define MIVO_INSTANCE(T) template class ParLevelTransferSmoothAggregation_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                                      \
-  MIVO_REGISTER(ParLevelTransferT, "LevelTransferSmoothAggregation", T, long, int, \
-                ParLevelTransferSmoothAggregation_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(ParLevelTransferSmoothAggregation_T, long, int)
+MIVO_REGISTER_SCALARS(ParLevelTransferT, "LevelTransferSmoothAggregation",
+                      ParLevelTransferSmoothAggregation_T)
 
 }  // namespace mivo

@@ -24,8 +24,6 @@ class MIVO_API ParLevelTransferSmoothAggregation_T
   void transfer_operators(const Matrix& A, Matrix& P, Matrix& R) override;
 };
 
-#define MIVO_EXTERN(T) extern template class ParLevelTransferSmoothAggregation_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParLevelTransferSmoothAggregation_T, long, int)
 
 }  // namespace mivo

@@ -15,13 +15,7 @@ void ParVMBAggregator_T<T, G, L>::aggregate(const Matrix& /*A*/, const Strength&
   LevelTransferOps_SA<T, G, L>::par_aggregate(S, aggr, naggr);
 }
 
-#define MIVO_INSTANCE(T) template class ParVMBAggregator_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T) \
-  MIVO_REGISTER(ParAggregatorT, "AggregatorVMB", T, long, int, ParVMBAggregator_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(ParVMBAggregator_T, long, int)
+MIVO_REGISTER_SCALARS(ParAggregatorT, "AggregatorVMB", ParVMBAggregator_T)
 
 }  // namespace mivo

@@ -26,8 +26,6 @@ class MIVO_API ParVMBAggregator_T : public ParAggregatorT<T, G, L> {
   void aggregate(const Matrix& A, const Strength& S, Aggregates& aggr, G& naggr) override;
 };
 
-#define MIVO_EXTERN(T) extern template class ParVMBAggregator_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParVMBAggregator_T, long, int)
 
 }  // namespace mivo

@@ -152,14 +152,7 @@ void SeqFASPAggregator_T<T, G, L>::aggregate(const Matrix& A, const Strength& S,
   scatterAggregates(S, whole, aggr, naggr);
 }
 
-#define MIVO_INSTANCE(T) template class SeqFASPAggregator_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                      \
-  MIVO_REGISTER(ParAggregatorT, "AggregatorFASPSeq", T, long, int, \
-                SeqFASPAggregator_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(SeqFASPAggregator_T, long, int)
+MIVO_REGISTER_SCALARS(ParAggregatorT, "AggregatorFASPSeq", SeqFASPAggregator_T)
 
 }  // namespace mivo

@@ -33,8 +33,6 @@ class MIVO_API SeqFASPAggregator_T : public ParAggregatorT<T, G, L> {
   void aggregate(const Matrix& A, const Strength& S, Aggregates& aggr, G& naggr) override;
 };
 
-#define MIVO_EXTERN(T) extern template class SeqFASPAggregator_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(SeqFASPAggregator_T, long, int)
 
 }  // namespace mivo

@@ -89,14 +89,8 @@ void SeqLevelTransferSmoothAggregation_T<T, G, L>::transfer_operators(const Matr
   if (!keep) impl.reset();
 }
 
-#define MIVO_INSTANCE(T) template class SeqLevelTransferSmoothAggregation_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                                         \
-  MIVO_REGISTER(ParLevelTransferT, "LevelTransferSmoothAggregationSeq", T, long, int, \
-                SeqLevelTransferSmoothAggregation_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(SeqLevelTransferSmoothAggregation_T, long, int)
+MIVO_REGISTER_SCALARS(ParLevelTransferT, "LevelTransferSmoothAggregationSeq",
+                      SeqLevelTransferSmoothAggregation_T)
 
 }  // namespace mivo

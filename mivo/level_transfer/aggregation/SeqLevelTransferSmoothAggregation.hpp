@@ -68,8 +68,6 @@ class MIVO_API SeqLevelTransferSmoothAggregation_T : public ParLevelTransferT<Va
   double damping() const { return (relax + relax) / 3.0; }
 };
 
-#define MIVO_EXTERN(T) extern template class SeqLevelTransferSmoothAggregation_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(SeqLevelTransferSmoothAggregation_T, long, int)
 
 }  // namespace mivo

@@ -25,13 +25,7 @@ void SeqVMBAggregator_T<T, G, L>::aggregate(const Matrix& /*A*/, const Strength&
   scatterAggregates(S, whole, aggr, naggr);
 }
 
-#define MIVO_INSTANCE(T) template class SeqVMBAggregator_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T) \
-  MIVO_REGISTER(ParAggregatorT, "AggregatorVMBSeq", T, long, int, SeqVMBAggregator_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(SeqVMBAggregator_T, long, int)
+MIVO_REGISTER_SCALARS(ParAggregatorT, "AggregatorVMBSeq", SeqVMBAggregator_T)
 
 }  // namespace mivo

@@ -22,14 +22,7 @@ void ParInterpolatorAMGCLDirect<T, G, L>::interpolate(const Matrix& A, const Str
                                                   ncoarse, P);
 }
 
-#define MIVO_INSTANCE(T) template class ParInterpolatorAMGCLDirect<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                              \
-  MIVO_REGISTER(ParInterpolatorT, "InterpolatorAMGCLDirect", T, long, int, \
-                ParInterpolatorAMGCLDirect<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(ParInterpolatorAMGCLDirect, long, int)
+MIVO_REGISTER_SCALARS(ParInterpolatorT, "InterpolatorAMGCLDirect", ParInterpolatorAMGCLDirect)
 
 }  // namespace mivo

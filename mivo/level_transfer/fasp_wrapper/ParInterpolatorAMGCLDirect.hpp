@@ -35,8 +35,6 @@ class MIVO_API ParInterpolatorAMGCLDirect : public ParInterpolatorT<T, G, L> {
                    Matrix& P) override;
 };
 
-#define MIVO_EXTERN(T) extern template class ParInterpolatorAMGCLDirect<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParInterpolatorAMGCLDirect, long, int)
 
 }  // namespace mivo

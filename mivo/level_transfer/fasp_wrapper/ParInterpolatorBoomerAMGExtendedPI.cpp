@@ -26,14 +26,8 @@ void ParInterpolatorBoomerAMGExtendedPI<T, G, L>::interpolate(const Matrix& A, c
   P.sortRows();
 }
 
-#define MIVO_INSTANCE(T) template class ParInterpolatorBoomerAMGExtendedPI<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                                      \
-  MIVO_REGISTER(ParInterpolatorT, "InterpolatorBoomerAMGExtendedPI", T, long, int, \
-                ParInterpolatorBoomerAMGExtendedPI<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(ParInterpolatorBoomerAMGExtendedPI, long, int)
+MIVO_REGISTER_SCALARS(ParInterpolatorT, "InterpolatorBoomerAMGExtendedPI",
+                      ParInterpolatorBoomerAMGExtendedPI)
 
 }  // namespace mivo

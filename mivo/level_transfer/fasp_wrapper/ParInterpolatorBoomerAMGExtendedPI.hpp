@@ -37,8 +37,6 @@ class MIVO_API ParInterpolatorBoomerAMGExtendedPI : public ParInterpolatorT<T, G
                    Matrix& P) override;
 };
 
-#define MIVO_EXTERN(T) extern template class ParInterpolatorBoomerAMGExtendedPI<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParInterpolatorBoomerAMGExtendedPI, long, int)
 
 }  // namespace mivo

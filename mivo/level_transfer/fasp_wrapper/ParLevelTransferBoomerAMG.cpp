@@ -69,14 +69,7 @@ void ParLevelTransferBoomerAMG<T, G, L>::transfer_operators(const Matrix& A, Mat
                            << interp_time.getTimeSec();
 }
 
-#define MIVO_INSTANCE(T) template class ParLevelTransferBoomerAMG<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                              \
-  MIVO_REGISTER(ParLevelTransferT, "LevelTransferBoomerAMG", T, long, int, \
-                ParLevelTransferBoomerAMG<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(ParLevelTransferBoomerAMG, long, int)
+MIVO_REGISTER_SCALARS(ParLevelTransferT, "LevelTransferBoomerAMG", ParLevelTransferBoomerAMG)
 
 }  // namespace mivo

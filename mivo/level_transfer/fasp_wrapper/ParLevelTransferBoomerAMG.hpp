@@ -57,8 +57,6 @@ class MIVO_API ParLevelTransferBoomerAMG : public ParLevelTransferT<T, G, L> {
   void transfer_operators(const Matrix& A, Matrix& P, Matrix& R) override;
 };
 
-#define MIVO_EXTERN(T) extern template class ParLevelTransferBoomerAMG<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParLevelTransferBoomerAMG, long, int)
 
 }  // namespace mivo

@@ -18,14 +18,7 @@ void ParSplitterBoomerAMGPMIS<T, G, L>::split(const Matrix& A, Strength& S, Mark
   LevelTransferOps_RS<T, G, L>::par_BoomerAMGCoarsenPMIS(A, S, cf, CF_init);
 }
 
-#define MIVO_INSTANCE(T) template class ParSplitterBoomerAMGPMIS<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                        \
-  MIVO_REGISTER(ParSplitterT, "SplitterBoomerAMGPMIS", T, long, int, \
-                ParSplitterBoomerAMGPMIS<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(ParSplitterBoomerAMGPMIS, long, int)
+MIVO_REGISTER_SCALARS(ParSplitterT, "SplitterBoomerAMGPMIS", ParSplitterBoomerAMGPMIS)
 
 }  // namespace mivo

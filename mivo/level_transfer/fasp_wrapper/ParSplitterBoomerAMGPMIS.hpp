@@ -30,8 +30,6 @@ class MIVO_API ParSplitterBoomerAMGPMIS : public ParSplitterT<T, G, L> {
   void split(const Matrix& A, Strength& S, Marks& cf) override;
 };
 
-#define MIVO_EXTERN(T) extern template class ParSplitterBoomerAMGPMIS<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParSplitterBoomerAMGPMIS, long, int)
 
 }  // namespace mivo

@@ -23,14 +23,7 @@ void ParStrengtherBoomerAMG<T, G, L>::strength(const Matrix& A, const Vector& di
                                                       num_functions, S);
 }
 
-#define MIVO_INSTANCE(T) template class ParStrengtherBoomerAMG<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                        \
-  MIVO_REGISTER(ParStrengtherT, "StrengtherBoomerAMG", T, long, int, \
-                ParStrengtherBoomerAMG<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(ParStrengtherBoomerAMG, long, int)
+MIVO_REGISTER_SCALARS(ParStrengtherT, "StrengtherBoomerAMG", ParStrengtherBoomerAMG)
 
 }  // namespace mivo

@@ -36,8 +36,6 @@ class MIVO_API ParStrengtherBoomerAMG : public ParStrengtherT<T, G, L> {
   void strength(const Matrix& A, const Vector& diag, Strength& S) override;
 };
 
-#define MIVO_EXTERN(T) extern template class ParStrengtherBoomerAMG<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParStrengtherBoomerAMG, long, int)
 
 }  // namespace mivo

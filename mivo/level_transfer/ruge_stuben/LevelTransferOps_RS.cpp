@@ -123,8 +123,6 @@ void LevelTransferOps_RS<T, G, L>::interpolation(const Local& A, const LocalStre
   if (nnz > 0) kernel(P.getRawMat());
 }
 
-#define MIVO_INSTANCE(T) template class LevelTransferOps_RS<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(LevelTransferOps_RS, long, int)
 
 }  // namespace mivo

@@ -80,8 +80,6 @@ class MIVO_API LevelTransferOps_RS {
                                              bool rescale, int nrm_type, Local& Pout);
 };
 
-#define MIVO_EXTERN(T) extern template class LevelTransferOps_RS<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(LevelTransferOps_RS, long, int)
 
 }  // namespace mivo

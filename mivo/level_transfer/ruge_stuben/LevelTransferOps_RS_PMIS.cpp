@@ -164,8 +164,6 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGCoarsenPMIS(const Matrix& A, con
   }
 }
 
-#define MIVO_INSTANCE(T) template class LevelTransferOps_RS<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(LevelTransferOps_RS, long, int)
 
 }  // namespace mivo

@@ -63,8 +63,6 @@ void LevelTransferOps_RS<T, G, L>::par_interpolation(const Matrix& A, const Stre
   createProlongation(A, local, ncoarse, P);
 }
 
-#define MIVO_INSTANCE(T) template class LevelTransferOps_RS<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_SCALARS(LevelTransferOps_RS, long, int)
 
 }  // namespace mivo

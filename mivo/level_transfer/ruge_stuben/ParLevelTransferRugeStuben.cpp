@@ -34,14 +34,7 @@ void ParLevelTransferRugeStuben_T<T, G, L>::transfer_operators(const Matrix& A, 
   this->finish(A, P, R);
 }
 
-#define MIVO_INSTANCE(T) template class ParLevelTransferRugeStuben_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                               \
-  MIVO_REGISTER(ParLevelTransferT, "LevelTransferRugeStuben", T, long, int, \
-                ParLevelTransferRugeStuben_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(ParLevelTransferRugeStuben_T, long, int)
+MIVO_REGISTER_SCALARS(ParLevelTransferT, "LevelTransferRugeStuben", ParLevelTransferRugeStuben_T)
 
 }  // namespace mivo

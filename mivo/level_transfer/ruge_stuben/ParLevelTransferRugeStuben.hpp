@@ -22,8 +22,6 @@ class MIVO_API ParLevelTransferRugeStuben_T : public SeqLevelTransferRugeStuben_
   void transfer_operators(const Matrix& A, Matrix& P, Matrix& R) override;
 };
 
-#define MIVO_EXTERN(T) extern template class ParLevelTransferRugeStuben_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(ParLevelTransferRugeStuben_T, long, int)
 
 }  // namespace mivo

@@ -83,14 +83,7 @@ void SeqLevelTransferRugeStuben_T<T, G, L>::finish(const Matrix& A, const Matrix
   Matrix::multiplyTriple(R, A, P, impl->Ac);
 }
 
-#define MIVO_INSTANCE(T) template class SeqLevelTransferRugeStuben_T<T, long, int>;
-MIVO_INSTANTIATE_SCALARS(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
-
-#define MIVO_REGISTER_TYPE(T)                                                  \
-  MIVO_REGISTER(ParLevelTransferT, "LevelTransferRugeStubenSeq", T, long, int, \
-                SeqLevelTransferRugeStuben_T<T, long, int>)
-MIVO_INSTANTIATE_SCALARS(MIVO_REGISTER_TYPE)
-#undef MIVO_REGISTER_TYPE
+MIVO_INSTANCE_SCALARS(SeqLevelTransferRugeStuben_T, long, int)
+MIVO_REGISTER_SCALARS(ParLevelTransferT, "LevelTransferRugeStubenSeq", SeqLevelTransferRugeStuben_T)
 
 }  // namespace mivo

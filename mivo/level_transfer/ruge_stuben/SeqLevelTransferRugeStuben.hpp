@@ -60,8 +60,6 @@ class MIVO_API SeqLevelTransferRugeStuben_T : public ParLevelTransferT<T, G, L> 
   void finish(const Matrix& A, const Matrix& P, Matrix& R);
 };
 
-#define MIVO_EXTERN(T) extern template class SeqLevelTransferRugeStuben_T<T, long, int>;
-MIVO_FOR_EACH_SCALAR(MIVO_EXTERN)
-#undef MIVO_EXTERN
+MIVO_EXTERN_SCALARS(SeqLevelTransferRugeStuben_T, long, int)
 
 }  // namespace mivo

@@ -175,10 +175,7 @@ void ParCSRMatrixT<T, G, L>::traversal(const std::function<bool(G row, G nnzOfRo
   });
 }
 
-#define MIVO_INST(T)                         \
-  template class ParCSRMatrixT<T, int, int>; \
-  template class ParCSRMatrixT<T, long, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INST)
-#undef MIVO_INST
+MIVO_INSTANCE_VALUES(ParCSRMatrixT, int, int)
+MIVO_INSTANCE_VALUES(ParCSRMatrixT, long, int)
 
 }  // namespace mivo

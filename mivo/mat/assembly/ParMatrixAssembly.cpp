@@ -150,10 +150,7 @@ MatrixT<T, L, MatrixLayoutRowMajor> ParMatrixT<T, G, L>::gather(int root) const 
   return Local::mergeRows(getRowPartitioner(), blocks).toDevice(getDevice());
 }
 
-#define MIVO_INSTANCE(T)                  \
-  template class ParMatrixT<T, int, int>; \
-  template class ParMatrixT<T, long, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_VALUES(ParMatrixT, int, int)
+MIVO_INSTANCE_VALUES(ParMatrixT, long, int)
 
 }  // namespace mivo

@@ -215,10 +215,7 @@ void RowAssembly<T, G, L>::addContributions(std::vector<Contribution> contributi
   }
 }
 
-#define MIVO_INST(T)                       \
-  template class RowAssembly<T, int, int>; \
-  template class RowAssembly<T, long, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INST)
-#undef MIVO_INST
+MIVO_INSTANCE_VALUES(RowAssembly, int, int)
+MIVO_INSTANCE_VALUES(RowAssembly, long, int)
 
 }  // namespace mivo

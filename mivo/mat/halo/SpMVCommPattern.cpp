@@ -214,6 +214,8 @@ void SpMVCommPatternT<T, G, L>::incMessageTag() {
   advanceTag(haloMessageTag());
 }
 
+MIVO_INSTANCE_VALUES(SpMVCommPatternT, int, int)
+MIVO_INSTANCE_VALUES(SpMVCommPatternT, long, int)
 #define MIVO_CROSS(T, U)                                                                           \
   template void SpMVCommPatternT<T, int, int>::create(const ParCSRMatrixT<U, int, int>&);          \
   template void SpMVCommPatternT<T, long, int>::create(const ParCSRMatrixT<U, long, int>&);        \
@@ -221,17 +223,7 @@ void SpMVCommPatternT<T, G, L>::incMessageTag() {
       const;                                                                                       \
   template void SpMVCommPatternT<T, long, int>::copyStructure(SpMVCommPatternT<U, long, int>&,     \
                                                               bool) const;
-#define MIVO_INST(T)                             \
-  template class SpMVCommPatternT<T, int, int>;  \
-  template class SpMVCommPatternT<T, long, int>; \
-  MIVO_CROSS(T, int)                             \
-  MIVO_CROSS(T, long)                            \
-  MIVO_CROSS(T, float)                           \
-  MIVO_CROSS(T, double)                          \
-  MIVO_CROSS(T, ::mivo::Complex<float>)          \
-  MIVO_CROSS(T, ::mivo::Complex<double>)
-MIVO_INSTANTIATE_VALUES(MIVO_INST)
-#undef MIVO_INST
+MIVO_INSTANTIATE_PAIRS(MIVO_CROSS)
 #undef MIVO_CROSS
 
 }  // namespace mivo

@@ -256,22 +256,14 @@ CSRMatrixT<U, int> SpMVCommPatternT<T, G, L>::getGhostMatrix(
   return CSRMatrixT<U, int>::mergeRows(A.getRowPartitioner(), received);
 }
 
+MIVO_INSTANCE_VALUES(SpMVCommPatternT, int, int)
+MIVO_INSTANCE_VALUES(SpMVCommPatternT, long, int)
 #define MIVO_CROSS(T, U)                                                      \
   template CSRMatrixT<U, int> SpMVCommPatternT<T, int, int>::getGhostMatrix(  \
       const ParCSRMatrixT<U, int, int>&) const;                               \
   template CSRMatrixT<U, int> SpMVCommPatternT<T, long, int>::getGhostMatrix( \
       const ParCSRMatrixT<U, long, int>&) const;
-#define MIVO_INST(T)                             \
-  template class SpMVCommPatternT<T, int, int>;  \
-  template class SpMVCommPatternT<T, long, int>; \
-  MIVO_CROSS(T, int)                             \
-  MIVO_CROSS(T, long)                            \
-  MIVO_CROSS(T, float)                           \
-  MIVO_CROSS(T, double)                          \
-  MIVO_CROSS(T, ::mivo::Complex<float>)          \
-  MIVO_CROSS(T, ::mivo::Complex<double>)
-MIVO_INSTANTIATE_VALUES(MIVO_INST)
-#undef MIVO_INST
+MIVO_INSTANTIATE_PAIRS(MIVO_CROSS)
 #undef MIVO_CROSS
 
 #define MIVO_INST(T) \

@@ -188,8 +188,6 @@ bool CSRMatrixT<T, I>::operator==(const CSRMatrixT& other) const {
                                 R(2)) == R(0);
 }
 
-#define MIVO_INSTANCE(T) template class CSRMatrixT<T, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_VALUES(CSRMatrixT, int)
 
 }  // namespace mivo

@@ -195,20 +195,12 @@ void ParCSRMatrixT<T, G, L>::copyStructure(ParCSRMatrixT<U, G, L>& out) const {
   out.impl_ = copy.impl_;
 }
 
+MIVO_INSTANCE_VALUES(ParCSRMatrixT, int, int)
+MIVO_INSTANCE_VALUES(ParCSRMatrixT, long, int)
 #define MIVO_COPY(T, U)                                                                       \
   template void ParCSRMatrixT<T, int, int>::copyStructure(ParCSRMatrixT<U, int, int>&) const; \
   template void ParCSRMatrixT<T, long, int>::copyStructure(ParCSRMatrixT<U, long, int>&) const;
-#define MIVO_INST(T)                          \
-  template class ParCSRMatrixT<T, int, int>;  \
-  template class ParCSRMatrixT<T, long, int>; \
-  MIVO_COPY(T, int)                           \
-  MIVO_COPY(T, long)                          \
-  MIVO_COPY(T, float)                         \
-  MIVO_COPY(T, double)                        \
-  MIVO_COPY(T, ::mivo::Complex<float>)        \
-  MIVO_COPY(T, ::mivo::Complex<double>)
-MIVO_INSTANTIATE_VALUES(MIVO_INST)
-#undef MIVO_INST
+MIVO_INSTANTIATE_PAIRS(MIVO_COPY)
 #undef MIVO_COPY
 
 }  // namespace mivo

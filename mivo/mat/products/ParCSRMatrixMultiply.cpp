@@ -285,10 +285,7 @@ void ParCSRMatrixT<T, G, L>::multiplyTriple(const ParCSRMatrixT& R, const ParCSR
   C.create(R.getRowPartitioner(), P.getColPartitioner(), result, device, a->comm);
 }
 
-#define MIVO_INST(T)                         \
-  template class ParCSRMatrixT<T, int, int>; \
-  template class ParCSRMatrixT<T, long, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INST)
-#undef MIVO_INST
+MIVO_INSTANCE_VALUES(ParCSRMatrixT, int, int)
+MIVO_INSTANCE_VALUES(ParCSRMatrixT, long, int)
 
 }  // namespace mivo

@@ -237,10 +237,7 @@ typename ParCSRMatrixT<T, G, L>::Vector ParCSRMatrixT<T, G, L>::matVec(const Vec
   return y;
 }
 
-#define MIVO_INST(T)                         \
-  template class ParCSRMatrixT<T, int, int>; \
-  template class ParCSRMatrixT<T, long, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INST)
-#undef MIVO_INST
+MIVO_INSTANCE_VALUES(ParCSRMatrixT, int, int)
+MIVO_INSTANCE_VALUES(ParCSRMatrixT, long, int)
 
 }  // namespace mivo

@@ -122,8 +122,6 @@ void TripleProduct<T, I>::multiply(Local& own, Local& rest) const {
   if (others > 0) rest = restRoom.finish();
 }
 
-#define MIVO_INSTANCE(T) template struct TripleProduct<T, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_VALUES(TripleProduct, int)
 
 }  // namespace mivo

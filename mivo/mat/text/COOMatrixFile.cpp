@@ -13,12 +13,11 @@ void COOMatrixT<T, R, C>::loadFromStream(std::istream& is) {
       [this](R row, C col, const T& value) { impl_->getRow(row)[col] = value; });
 }
 
-#define MIVO_INSTANCE(T)                                                 \
-  template void COOMatrixT<T, int, int>::loadFromStream(std::istream&);  \
-  template void COOMatrixT<T, int, long>::loadFromStream(std::istream&); \
-  template void COOMatrixT<T, long, int>::loadFromStream(std::istream&); \
-  template void COOMatrixT<T, long, long>::loadFromStream(std::istream&);
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
+#define MIVO_INSTANCE(T, R, C) template void COOMatrixT<T, R, C>::loadFromStream(std::istream&);
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_INSTANCE, int, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_INSTANCE, int, long)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_INSTANCE, long, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_INSTANCE, long, long)
 #undef MIVO_INSTANCE
 
 }  // namespace mivo

@@ -255,8 +255,6 @@ void CSRMatrixT<T, I>::loadFromStream(std::istream& is) {
   finishRows(*this);
 }
 
-#define MIVO_INSTANCE(T) template class CSRMatrixT<T, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_VALUES(CSRMatrixT, int)
 
 }  // namespace mivo

@@ -123,11 +123,8 @@ void MatrixT<T, I, Layout>::loadFromStream(std::istream& is) {
   template void MatrixT<T, I, MatrixLayoutRowMajor>::saveToStream(std::ostream&, int) const;    \
   template void MatrixT<T, I, MatrixLayoutRowMajor>::saveToFile(const std::string&, int) const; \
   template void MatrixT<T, I, MatrixLayoutRowMajor>::loadFromStream(std::istream&);
-#define MIVO_INSTANCE(T)     \
-  MIVO_FILE_INSTANCE(T, int) \
-  MIVO_FILE_INSTANCE(T, long)
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_FILE_INSTANCE, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_FILE_INSTANCE, long)
 #undef MIVO_FILE_INSTANCE
 
 }  // namespace mivo

@@ -45,10 +45,7 @@ void ParMatrixT<T, G, L>::loadFromFile(const std::string& name, const Device& de
   loadFromStream(file, device, comm);
 }
 
-#define MIVO_INSTANCE(T)                  \
-  template class ParMatrixT<T, int, int>; \
-  template class ParMatrixT<T, long, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INSTANCE)
-#undef MIVO_INSTANCE
+MIVO_INSTANCE_VALUES(ParMatrixT, int, int)
+MIVO_INSTANCE_VALUES(ParMatrixT, long, int)
 
 }  // namespace mivo
