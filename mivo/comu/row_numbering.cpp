@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mivo/comu/row_numbering.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <numeric>
 
@@ -35,10 +36,9 @@ RowNumbering::RowNumbering(int comm, const std::vector<int>& rows, const std::ve
 }
 
 int RowNumbering::ownerOf(int id) const {
-  for (std::size_t p = 0; p + 1 < offsets.size(); ++p) {
-    if (offsets[p] <= id && id < offsets[p + 1]) return static_cast<int>(p);
-  }
-  return -1;
+  const auto above = std::upper_bound(offsets.begin(), offsets.end(), id);
+  if (above == offsets.begin() || above == offsets.end()) return -1;
+  return static_cast<int>(above - offsets.begin()) - 1;
 }
 
 }  // namespace mivo::comu::detail

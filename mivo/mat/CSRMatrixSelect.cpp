@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "mivo/mat/CSRMatrix.hpp"
+#include "mivo/mat/assembly/ColumnBlocks.hpp"
 #include "mivo/mat/products/two_pass.hpp"
 #include "mivo/ops/SpBlasOps.hpp"
 #include "mivo/utils/logging.hpp"
@@ -90,22 +91,11 @@ template <class G, class L>
 void CSRMatrixT<T, I>::splitCols(const PartitionerT<G, L>& part,
                                  std::vector<CSRMatrixT>& out) const {
   const CSRMatrixT self = *this;  // may be an element of `out`
-  if (self.getNnz() == 0) {
-    out.clear();
-    return;
-  }
-  MIVO_CHECK(static_cast<long>(self.getCols()) == static_cast<long>(part.getGlobalSize()))
-      << "splitRows: rows.size() != partitioner.getGlobalSize()";
-  out.resize(static_cast<std::size_t>(part.getNumParts()));
-  if (part.getNumParts() == 1) {
-    out[0] = self;
-    return;
-  }
-  for (L p = 0; p < part.getNumParts(); ++p) {
-    G begin = 0, end = 0;
-    part.getOwnerShipRangeForPart(p, &begin, &end);
-    self.getSelectedCols(static_cast<I>(begin), static_cast<I>(end),
-                         out[static_cast<std::size_t>(p)], -static_cast<I>(begin));
+  out = cutColumns(self, part);
+  for (std::size_t p = 0; p < out.size(); ++p) {
+    if (out[p].getNnz() > 0) continue;
+    const I cols = static_cast<I>(sizeOfPart(part, p));
+    if (cols > 0) out[p].create(self.getRows(), cols, 0, self.getDevice());
   }
 }
 

@@ -126,9 +126,7 @@ bool ParCSRMatrixT<T, G, L>::scatterFrom(int comm, int root, const Local& m, boo
   Local mine;
   comu::stlmpi_scatter_stream(comm, pieces, mine, root);
   if (device.type != Device::kHost) mine = mine.toDevice(device);
-  std::vector<Local> blocks;
-  mine.splitCols(colPart, blocks);
-  create(rowPart, colPart, blocks, device, comm);
+  create(rowPart, colPart, cutColumns(mine, colPart), device, comm);
   return true;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mivo/mat/Partitioner.hpp"
 
+#include <algorithm>
 #include <cstddef>
 
 #include "mivo/utils/logging.hpp"
@@ -63,10 +64,9 @@ bool PartitionerT<G, L>::operator==(const PartitionerT& other) const {
 template <class G, class L>
 L PartitionerT<G, L>::firstGreaterOrEqual(const std::vector<G>& offsets, G value) {
   MIVO_CHECK(!offsets.empty() && offsets.front() <= value && offsets.back() >= value);
-  for (std::size_t i = 0; i + 1 < offsets.size(); ++i) {
-    if (offsets[i] <= value && offsets[i + 1] > value) return static_cast<L>(i);
-  }
-  return -1;
+  // Behind equal offsets, so that empty parts are passed over.
+  const auto above = std::upper_bound(offsets.begin(), offsets.end(), value);
+  return above == offsets.end() ? -1 : static_cast<L>(above - offsets.begin()) - 1;
 }
 
 template <class G, class L>

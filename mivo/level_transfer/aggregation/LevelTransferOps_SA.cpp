@@ -8,6 +8,7 @@
 #include <limits>
 #include <vector>
 
+#include "mivo/mat/assembly/ColumnBlocks.hpp"
 #include "mivo/mat/products/two_pass.hpp"
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/SpLevelTransferOps.hpp"
@@ -91,9 +92,7 @@ void LevelTransferOps_SA<T, G, L>::par_tentative_prolongation(G rows, G naggr,
   seq_tentative_prolongation(nodes.getRows(), naggr, nodes, whole);
   PartitionerT<G, L> colPart;
   colPart.create(naggr, rowPart.getNumParts());
-  std::vector<Local> blocks;
-  whole.splitCols(colPart, blocks);
-  T_.create(rowPart, colPart, blocks, aggr.getDevice(), aggr.getComm());
+  T_.create(rowPart, colPart, cutColumns(whole, colPart), aggr.getDevice(), aggr.getComm());
 }
 
 template <class T, class G, class L>

@@ -7,6 +7,7 @@
 
 #include "mivo/mat/CSRMatrix.hpp"
 #include "mivo/mat/ParCSRMatrix.hpp"
+#include "mivo/mat/assembly/ColumnBlocks.hpp"
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/logging.hpp"
 
@@ -40,9 +41,7 @@ void createProlongation(const ParCSRMatrixT<T, G, L>& A, const CSRMatrixT<T, L>&
                         ParCSRMatrixT<T, G, L>& P) {
   PartitionerT<G, L> columns;
   columns.create(ncoarse, A.getRowPartitioner().getNumParts());
-  std::vector<CSRMatrixT<T, L>> blocks;
-  rows.splitCols(columns, blocks);
-  P.create(A.getRowPartitioner(), columns, blocks, A.getDevice(), A.getComm());
+  P.create(A.getRowPartitioner(), columns, cutColumns(rows, columns), A.getDevice(), A.getComm());
 }
 
 }  // namespace mivo

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// The last step of an assembly: rows with global columns become the column blocks of a distributed
-// matrix. Internal.
+// Rows with global columns become the column blocks of a distributed matrix, as the last step of an
+// assembly and of operations that make whole rows. Internal.
 
 #include <algorithm>
 #include <cstddef>
@@ -61,16 +61,21 @@ class PartCursor {
   explicit PartCursor(const PartitionerT<G, L>& part) : offsets_(part.getOffsets()) {}
 
   std::size_t find(G col) {
+    MIVO_CHECK(seek(col)) << "endAssemble: column " << col << " lies outside the matrix";
+    return part_;
+  }
+  /// Moves to the part that holds the column; false, without effect, where none does.
+  bool seek(G col) {
     if (col < begin_ || col >= end_) {
       const auto above = std::upper_bound(offsets_.begin(), offsets_.end(), col);
-      MIVO_CHECK(above != offsets_.begin() && above != offsets_.end())
-          << "endAssemble: column " << col << " lies outside the matrix";
+      if (above == offsets_.begin() || above == offsets_.end()) return false;
       part_ = static_cast<std::size_t>(above - offsets_.begin()) - 1;
       begin_ = offsets_[part_];
       end_ = *above;
     }
-    return part_;
+    return true;
   }
+  std::size_t part() const { return part_; }
   /// First column of the part that was found last.
   G begin() const { return begin_; }
 
@@ -165,6 +170,78 @@ std::vector<CSRMatrixT<T, L>> buildColumnBlocks(const PartitionerT<G, L>& part, 
     }
     for (Target& out : targets) out.row_ptr[i + 1] = out.filled;
   }
+  return blocks;
+}
+
+/// The column blocks of a matrix, on its device, those without entries default-built: an array of
+/// row pointers for each of many parts would take more than the entries. Entries of a row keep their
+/// order; those in columns of no part are left out. One part shares the matrix; a matrix without
+/// entries has no blocks.
+template <class T, class I, class G, class L>
+std::vector<CSRMatrixT<T, I>> cutColumns(const CSRMatrixT<T, I>& m,
+                                         const PartitionerT<G, L>& part) {
+  std::vector<CSRMatrixT<T, I>> blocks;
+  if (m.getNnz() == 0) return blocks;
+  MIVO_CHECK(static_cast<long>(m.getCols()) == static_cast<long>(part.getGlobalSize()))
+      << "splitRows: rows.size() != partitioner.getGlobalSize()";
+  blocks.resize(static_cast<std::size_t>(part.getNumParts()));
+  if (blocks.size() == 1) {
+    blocks[0] = m;
+    return blocks;
+  }
+  const bool onHost = m.getDevice().type == Device::kHost;
+  MatrixT<I, I, MatrixLayoutRowMajor> copy;
+  if (!onHost) {
+    copy.create(m.getNnz(), 1, Device());
+    m.getDevice().rawCopyTo(static_cast<std::size_t>(m.getNnz()) * sizeof(I), m.getColIdx(),
+                            Device(), copy.getData());
+  }
+  const I* const columns = onHost ? m.getColIdx() : copy.getData();
+  std::vector<I> nnz(blocks.size(), 0);
+  PartCursor<G, L> cursor(part);
+  for (I k = 0; k < m.getNnz(); ++k) {
+    if (cursor.seek(static_cast<G>(columns[k]))) ++nnz[cursor.part()];
+  }
+
+  struct Target {
+    I* row_ptr;
+    I* col_idx;
+    T* values;
+    I rows;  ///< whose pointers are set
+    I filled;
+  };
+  std::vector<Target> targets;
+  std::vector<std::size_t> targetOf(blocks.size(), 0);
+  for (std::size_t p = 0; p < blocks.size(); ++p) {
+    if (nnz[p] == 0) continue;
+    G begin = 0, end = 0;
+    part.getOwnerShipRangeForPart(static_cast<L>(p), &begin, &end);
+    if (!onHost) {
+      m.getSelectedCols(static_cast<I>(begin), static_cast<I>(end), blocks[p],
+                        -static_cast<I>(begin));
+      continue;
+    }
+    blocks[p].create(m.getRows(), static_cast<I>(end - begin), nnz[p], Device());
+    targetOf[p] = targets.size();
+    targets.push_back({blocks[p].getRowPtr(), blocks[p].getColIdx(), blocks[p].getValues(), 0, 0});
+  }
+  if (!onHost) return blocks;
+
+  const auto close = [](Target& out, I rows) {
+    std::fill(out.row_ptr + out.rows, out.row_ptr + rows + 1, out.filled);
+    out.rows = rows + 1;
+  };
+  for (I i = 0; i < m.getRows(); ++i) {
+    for (I k = m.getRowPtr()[i]; k < m.getRowPtr()[i + 1]; ++k) {
+      if (!cursor.seek(static_cast<G>(columns[k]))) continue;
+      Target& out = targets[targetOf[cursor.part()]];
+      if (out.rows <= i) close(out, i);
+      out.col_idx[out.filled] = columns[k] - static_cast<I>(cursor.begin());
+      out.values[out.filled] = m.getValues()[k];
+      ++out.filled;
+    }
+  }
+  for (Target& out : targets) close(out, m.getRows());
   return blocks;
 }
 

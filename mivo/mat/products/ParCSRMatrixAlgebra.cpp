@@ -170,10 +170,9 @@ ParCSRMatrixT<T, G, L> ParCSRMatrixT<T, G, L>::rowTopK(int k) const {
     SpBlasOps<T, L>::par_csr_row_norm_topk(impl.device, rows, table.getSize(), table.getData(),
                                            static_cast<L>(k), view);
   });
-  std::vector<Local> blocks;
-  selected.splitCols(impl.col_part, blocks);
   ParCSRMatrixT out;
-  out.create(impl.row_part, impl.col_part, blocks, impl.device, impl.comm);
+  out.create(impl.row_part, impl.col_part, cutColumns(selected, impl.col_part), impl.device,
+             impl.comm);
   static_cast<ParOperator&>(out) = *this;
   return out;
 }
