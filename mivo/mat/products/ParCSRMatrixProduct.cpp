@@ -51,6 +51,27 @@ void createResult(const Impl& impl, const V& x, V& y) {
   }
 }
 
+// What a product asks of x, in this order.
+
+template <class Impl, class V>
+void checkColumns(const Impl& impl, const V& x) {
+  MIVO_CHECK(impl.cols == x.getRows()) << "aAxpby: A.cols != x.rows";
+}
+
+template <class Impl, class V>
+void checkPlace(const Impl& impl, const V& x) {
+  MIVO_CHECK(impl.device.type == x.getDevice().type) << "aAxpby: A and x must on the same device";
+  MIVO_CHECK(impl.comm == x.getComm()) << "aAxpby: A and x must have the same comm";
+}
+
+/// The plan picks entries of x by the column partition.
+template <class Impl, class V>
+void checkColumnPartition(const Impl& impl, const V& x) {
+  MIVO_CHECK(impl.col_part.getNumParts() != x.getRowPartitioner().getNumParts() ||
+             impl.col_part == x.getRowPartitioner())
+      << "aAxpby: A.cols != x.rows (the partitions differ)";
+}
+
 /// True when y + v has the bits of y for each y: v is the negative zero, or an integer zero.
 template <class T>
 bool addsNothing(const T& v) {
@@ -103,15 +124,11 @@ void ParCSRMatrixT<T, G, L>::exchangeMatVec(const Vector& x,
                                             const std::function<void()>& finishCallback,
                                             AsyncMatVecObject* async) const {
   const ParCSRMatrixImpl& impl = *impl_;
-  MIVO_CHECK(impl.cols == x.getRows()) << "aAxpby: A.cols != x.rows";
-  MIVO_CHECK(impl.device.type == x.getDevice().type) << "aAxpby: A and x must on the same device";
-  MIVO_CHECK(impl.comm == x.getComm()) << "aAxpby: A and x must have the same comm";
-  // The plan picks entries of x by the column partition.
-  MIVO_CHECK(impl.col_part.getNumParts() != x.getRowPartitioner().getNumParts() ||
-             impl.col_part == x.getRowPartitioner())
-      << "aAxpby: A.cols != x.rows (the partitions differ)";
+  checkColumns(impl, x);
+  checkPlace(impl, x);
+  checkColumnPartition(impl, x);
   prepareMatVec(false);
-  impl_->plan.exchange(x, localCallback, recvCallback, finishCallback, async);
+  impl_->plan.exchange(x.getLocalMatrix(-1), localCallback, recvCallback, finishCallback, async);
 }
 
 namespace {
@@ -181,11 +198,10 @@ template <class T, class G, class L>
 void ParCSRMatrixT<T, G, L>::multiplyAdd(T a, const Vector& x, T b, Vector& y,
                                          AsyncMatVecObject* async) const {
   const ParCSRMatrixImpl& impl = *impl_;
-  MIVO_CHECK(impl.cols == x.getRows()) << "aAxpby: A.cols != x.rows";
+  checkColumns(impl, x);
   MIVO_CHECK(impl.rows == y.getRows() && x.getCols() == y.getCols())
       << "aAxpby: A.rows!= y.rows || x.cols != y.cols";
-  MIVO_CHECK(impl.device.type == x.getDevice().type) << "aAxpby: A and x must on the same device";
-  MIVO_CHECK(impl.comm == x.getComm()) << "aAxpby: A and x must have the same comm";
+  checkPlace(impl, x);
 
   // Every rank knows all partitions, so that all of them come to the same decision.
   const bool sameRows = impl.rows == 0 || y.getRowPartitioner() == impl.row_part;
@@ -196,9 +212,11 @@ void ParCSRMatrixT<T, G, L>::multiplyAdd(T a, const Vector& x, T b, Vector& y,
     createResult(impl, x, y);
   }
 
+  checkColumnPartition(impl, x);
+  prepareMatVec(false);
   Product<T, G, L> product{a, b, x.getLocalMatrix(-1), y.getLocalMatrix(-1), impl_->product_lock};
-  exchangeMatVec(
-      x, [&product](int, typename Plan::SpmvColBlock* block) { product.own(block); },
+  impl_->plan.exchange(
+      product.x, [&product](int, typename Plan::SpmvColBlock* block) { product.own(block); },
       [&product](int, typename Plan::SpmvColBlock* block) { product.remote(block); }, nullptr,
       async);
 }
