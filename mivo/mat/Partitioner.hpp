@@ -41,9 +41,8 @@ class MIVO_API PartitionerT {
   bool operator==(const PartitionerT& other) const;
   bool operator!=(const PartitionerT& other) const { return !(*this == other); }
 
-  /// Number of the part whose interval holds `value`, by bisection of the ascending offsets; empty
-  /// parts never match. Ends the process for a value outside the offsets; the last offset itself
-  /// gives -1.
+  /// Number of the part whose interval holds `value`, by bisection; empty parts never match.
+  /// Ends the process for a value outside the offsets; the last offset itself gives -1.
   static L firstGreaterOrEqual(const std::vector<G>& offsets, G value);
   /// Part and local index of a global index below the global size.
   void global2Local(G global, L& part, L& local) const;

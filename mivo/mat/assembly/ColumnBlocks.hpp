@@ -174,9 +174,9 @@ std::vector<CSRMatrixT<T, L>> buildColumnBlocks(const PartitionerT<G, L>& part, 
 }
 
 /// The column blocks of a matrix, on its device, those without entries default-built: an array of
-/// row pointers for each of many parts would take more than the entries. Entries of a row keep their
-/// order; those in columns of no part are left out. One part shares the matrix; a matrix without
-/// entries has no blocks.
+/// row pointers for each of many parts would take more than the entries. Entries of a row keep
+/// their order; those in columns of no part are left out. One part shares the matrix; a matrix
+/// without entries has no blocks.
 template <class T, class I, class G, class L>
 std::vector<CSRMatrixT<T, I>> cutColumns(const CSRMatrixT<T, I>& m,
                                          const PartitionerT<G, L>& part) {

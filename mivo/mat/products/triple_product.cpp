@@ -81,17 +81,16 @@ template <class T, class I>
 void TripleProduct<T, I>::multiply(Local& own, Local& rest) const {
   own = rest = Local();
   I entries = ghostRows.getNnz();
-  for (const Block& block : blocks) entries = std::max(entries, block.matrix.getNnz());
+  for (const Local& block : blocks) entries = std::max(entries, block.getNnz());
   if (R.getNnz() == 0 || P.getNnz() == 0 || entries == 0) return;
   const Device device = R.getDevice();
 
   using MergeView = COT_MergeCSRRawMat<T, I>;
   MatrixT<MergeView, I, MatrixLayoutRowMajor> table;
   table.create(static_cast<I>(blocks.size()), 1, Device());
-  std::transform(blocks.begin(), blocks.end(), table.getData(), [](const Block& block) {
-    const auto v = block.matrix.getRawMat();
-    return MergeView{v.rows,    v.cols,   v.nnz, v.row_begin,   v.row_end,
-                     v.col_idx, v.values, 0,     block.firstCol};
+  std::transform(blocks.begin(), blocks.end(), table.getData(), [](const Local& block) {
+    const auto v = block.getRawMat();
+    return MergeView{v.rows, v.cols, v.nnz, v.row_begin, v.row_end, v.col_idx, v.values, 0, 0};
   });
   table = table.toDevice(device);
 

@@ -12,15 +12,10 @@ namespace mivo {
 template <class T, class I>
 struct TripleProduct {
   using Local = CSRMatrixT<T, I>;
-  /// Columns of this rank's rows of A, which stand from `firstCol` on among the rows of P.
-  struct Block {
-    Local matrix;
-    I firstCol;
-  };
 
   Local R;                    ///< columns are rows of A
   I ownRows = 0;              ///< of A
-  std::vector<Block> blocks;  ///< this rank's rows of A; those with entries
+  std::vector<Local> blocks;  ///< this rank's rows of A side by side, columns are rows of P
   Local ghostRows;            ///< further rows of A, columns are rows of P
   Local P;
   I ownCols = 0;  ///< columns of P whose results are put into `own`
