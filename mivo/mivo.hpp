@@ -72,6 +72,7 @@
 #include "mivo/precond/ParSmootherSOR.hpp"
 #include "mivo/precond/ParSmootherSSOR.hpp"
 #include "mivo/precond/ParSolverList.hpp"
+#include "mivo/solver/KrylovRun.hpp"
 #include "mivo/solver/ParSolver.hpp"
 #include "mivo/solver/SolverAdamW.hpp"
 #include "mivo/solver/SolverBiCGSTAB.hpp"

@@ -49,8 +49,7 @@ void ParPreconditionerAMG_T<T, G, L>::setup(const Operator& A) {
   discardLevels();
   fine = given;
   has_matrix = true;
-  MPI_Comm_size(fine.getComm(), &this->commSize);
-  MPI_Comm_rank(fine.getComm(), &this->rank);
+  this->takeRanks(fine);
 
   for (int l = 0; l < max_levels; ++l) {
     if (!buildLevel(l)) break;

@@ -4,7 +4,6 @@
 #include <cstddef>
 
 #include "mivo/mat/ParMatrix.hpp"
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/precond/list_members.hpp"
 
 namespace mivo {
@@ -26,8 +25,7 @@ void ParSolverList_T<T, G, L>::setup(const Operator& A) {
 template <class T, class G, class L>
 void ParSolverList_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector& b, Vector& x,
                                      int& iter, R& relres) {
-  MPI_Comm_size(A.getComm(), &this->commSize);
-  MPI_Comm_rank(A.getComm(), &this->rank);
+  this->takeRanks(A);
   const R bnorm = Vector::normL2(b);
   const R r0 = Vector::residual(A, x, b);
   this->beginSolve(P, A, b, x, iter, relres);

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "mivo/mat/ParMatrix.hpp"
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/solver/ParSolver.hpp"
 
 namespace mivo {
@@ -76,8 +75,7 @@ struct KSPDataType {
     x = &start;
     rtol = s.rtol;
     max_its = s.max_its;
-    MPI_Comm_size(a.getComm(), &s.commSize);
-    MPI_Comm_rank(a.getComm(), &s.rank);
+    s.takeRanks(a);
     bnorm = Vector::normL2(rhs);
     r0 = Vector::residual(a, start, rhs);
     rnorm = r0;

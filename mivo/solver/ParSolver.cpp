@@ -8,6 +8,7 @@
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/json.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -37,6 +38,12 @@ void ParSolverT<T, G, L>::create(const json& params, const std::string& solverNa
   readJsonKey(params, "rtol", rtol);
   readJsonKey(params, "max_its", max_its);
   name = solverName;
+}
+
+template <class T, class G, class L>
+void ParSolverT<T, G, L>::takeRanks(const Operator& A) {
+  commSize = sizeOf(A.getComm());
+  rank = rankOf(A.getComm());
 }
 
 // The sources and lines of these messages are part of the output format.

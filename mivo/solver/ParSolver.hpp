@@ -21,8 +21,8 @@ namespace mivo {
 ///
 /// A concrete solver reads its own keys in a `create(const json&)`, implements `setup` and the
 /// six-argument `solve`, and brackets its work with `beginSolve`, `logSolverStatus` and
-/// `finishSolve`. Solvers do not set up their preconditioner: call `preconditioner->setup(A)` and
-/// `solver->setup(A)`, then `solve`.
+/// `finishSolve`, which `KrylovRun` calls for most of them. Solvers do not set up their
+/// preconditioner: call `preconditioner->setup(A)` and `solver->setup(A)`, then `solve`.
 ///
 /// Keys of the frame: "preconditioner" (object, default the identity), "verbose" (int, 0), "rtol"
 /// (number, 1e-8), "max_its" (int, 2000). Norms are 2-norms of residuals. Texts go to standard
@@ -62,6 +62,8 @@ class MIVO_API ParSolverT : public virtual ParOperator {
 
   /// Reads the keys of the frame and makes the preconditioner as the child "preconditioner".
   void create(const json& params, const std::string& solverName);
+  /// Fills `commSize` and `rank` from the communicator of A.
+  void takeRanks(const Operator& A);
   /// First line, head of the table, start of the clock.
   void beginSolve(Preconditioner& P, Operator& A, const Vector& b, Vector& x, const int& iter,
                   const R& relres);

@@ -4,7 +4,6 @@
 #include <cstdint>
 
 #include "mivo/mat/ParMatrix.hpp"
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/BlasOps.hpp"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/json.hpp"
@@ -32,12 +31,9 @@ void SolverAdamW_T<T, G, L>::setup(const Operator&) {}
 template <class T, class G, class L>
 void SolverAdamW_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector& b, Vector& x,
                                    int& iter, R& relres) {
-  const int comm = A.getComm();
-  MPI_Comm_size(comm, &this->commSize);
-  MPI_Comm_rank(comm, &this->rank);
-
+  this->takeRanks(A);
   const auto shape = [&](auto& v) {
-    v.create(b.getRowPartitioner(), b.getColPartitioner(), A.getDevice(), comm);
+    v.create(b.getRowPartitioner(), b.getColPartitioner(), A.getDevice(), A.getComm());
   };
   Vector g, m;
   ParMatrixT<R, G, L> v, vmax;

@@ -10,10 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "mivo/mat/ParMatrix.hpp"
-#include "mivo/mpi_stub/mpi.h"
+#include "mivo/solver/KrylovRun.hpp"
 #include "mivo/solver/fused_vectors.hpp"
-#include "mivo/solver/residual_table.hpp"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/json.hpp"
 
@@ -146,25 +144,20 @@ void SolverFLGMRES_R_T<T, G, L, S>::setup(const Operator&) {}
 template <class T, class G, class L, class S>
 void SolverFLGMRES_R_T<T, G, L, S>::solve(Preconditioner& P, Operator& A, const Vector& b,
                                           Vector& x, int& iter, R& relres) {
-  const int comm = A.getComm();
-  MPI_Comm_size(comm, &this->commSize);
-  MPI_Comm_rank(comm, &this->rank);
-
   // 64 bits, so that limits near the largest int do not overflow
   const std::int64_t maxIts = this->max_its;
   const std::int64_t own = restart > 0 ? restart : maxIts + 1;  // columns that are not kept ones
   restart = static_cast<std::int32_t>(own);
   if (augk <= 0) augk = 2;
-  const R bnorm = Vector::normL2(b);
-  if (bnorm == R(0)) {
-    x.fill(T(0));
-    return;
-  }
+  KrylovRun<T, G, L> run(*this, P, A, b, x,
+                         {atol, btol, verb, "======================= FLGMRES ==================="});
+  if (!run.begin()) return;
   const std::int64_t kept = augk;
   restart = static_cast<std::int32_t>(own + kept);
 
   const auto makeList = [&] {
-    return VectorList<Vector>(b.getRowPartitioner(), b.getColPartitioner(), A.getDevice(), comm);
+    return VectorList<Vector>(b.getRowPartitioner(), b.getColPartitioner(), A.getDevice(),
+                              A.getComm());
   };
   VectorList<Vector> V = makeList(), Z = makeList(), aug = makeList(), work = makeList();
   Vector &r = work[0], &z = work[1], &d = work[2];
@@ -181,23 +174,15 @@ void SolverFLGMRES_R_T<T, G, L, S>::solve(Preconditioner& P, Operator& A, const 
     H.growTo(ahead);
   }
 
-  // r = b - A x, without a product for a zero start
-  b.deepCopy(r);
-  if (Vector::normL1(x) != R(0)) A.aAxpby(T(-1), x, T(1), r, nullptr);
-  const R r0 = Vector::normL2(r);
-  const R tol = static_cast<R>(
-      std::max({atol, btol * static_cast<double>(bnorm), static_cast<double>(this->rtol * r0)}));
+  // r = b - A x
+  run.start(r, [&] {
+    b.deepCopy(r);
+    A.aAxpby(T(-1), x, T(1), r, nullptr);
+    return Vector::normL2(r);
+  });
 
-  this->beginSolve(P, A, b, x, iter, relres);
-  const bool table = verb >= 1 && this->rank == 0;
-  this->logSolverStatus(P, 0, r0, r0 / r0, r0 / bnorm);
-  if (table) {
-    printTableHead("======================= FLGMRES ===================", atol,
-                   static_cast<double>(this->rtol), btol, r0, r0 / bnorm);
-  }
-
-  R res = r0;
-  int it = 0;
+  R& res = run.res;
+  int& it = run.its;
   for (std::int64_t cycle = 0; it < maxIts; ++cycle) {
     const std::int64_t length = own + std::min(cycle, kept);
     restart = static_cast<std::int32_t>(length);
@@ -212,7 +197,7 @@ void SolverFLGMRES_R_T<T, G, L, S>::solve(Preconditioner& P, Operator& A, const 
     // Vectors read or written in step i, beside product and preconditioner: 2 for Z_i, 2 for the
     // first product of Gram-Schmidt, 4 for each of the i following, 3 for the last subtraction with
     // the norm, 2 to scale V_(i+1).
-    for (; i < columns && res > tol && it < maxIts; ++i) {
+    for (; i < columns && res > run.tol && it < maxIts; ++i) {
       ++it;
       // z = M V_i, or M of a correction kept
       P.precondition(i < plain ? V[i] : aug[i - plain], z);
@@ -233,9 +218,7 @@ void SolverFLGMRES_R_T<T, G, L, S>::solve(Preconditioner& P, Operator& A, const 
         break;
       }
       Vector::scale(T(R(1) / norm), w);
-      res = H.rotate(i);
-      this->logSolverStatus(P, it, res, res / r0, res / bnorm);
-      if (table) printTableRow(it, res, res / r0, res / bnorm);
+      run.status(H.rotate(i));
     }
 
     if (i > 0) {
@@ -249,10 +232,10 @@ void SolverFLGMRES_R_T<T, G, L, S>::solve(Preconditioner& P, Operator& A, const 
           y, i, [&](std::size_t j) -> Vector& { return j < plain ? V[j] : aug[j - plain]; }, d);
       d.deepCopy(aug[static_cast<std::size_t>(cycle % kept)]);
     }
-    if (tol >= res) {
-      if (table) {
+    if (run.tol >= res) {
+      if (run.table()) {
         std::printf("GMRES iteration %d ||b-Ax||_2 = %e  rel.res %e\n", it,
-                    static_cast<double>(res), static_cast<double>(res / r0));
+                    static_cast<double>(res), static_cast<double>(res / run.r0));
       }
       break;
     }
@@ -261,9 +244,7 @@ void SolverFLGMRES_R_T<T, G, L, S>::solve(Preconditioner& P, Operator& A, const 
     Vector::residual_vec(A, x, b, r);
   }
 
-  iter = it;
-  relres = res / bnorm;
-  this->finishSolve(P, this->max_its, it, relres);
+  run.finish(iter, relres);
 }
 
 MIVO_INSTANCE_SCALARS(SolverFLGMRES_R_T, long, int)

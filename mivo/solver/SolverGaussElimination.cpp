@@ -4,7 +4,6 @@
 #include "mivo/mat/CrossData.hpp"
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/ParMatrix.hpp"
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/MatOps.hpp"
 #include "mivo/ops/SpBlasOps.hpp"
 #include "mivo/utils/Factory.hpp"
@@ -58,8 +57,7 @@ void SolverGaussElimination_T<T, G, L>::setup(const Operator&) {}
 template <class T, class G, class L>
 void SolverGaussElimination_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector& b,
                                               Vector& x, int& iter, R& relres) {
-  MPI_Comm_size(A.getComm(), &this->commSize);
-  MPI_Comm_rank(A.getComm(), &this->rank);
+  this->takeRanks(A);
   const auto* matrix = dynamic_cast<const ParCSRMatrixT<T, G, L>*>(&A);
   MIVO_CHECK(matrix != nullptr) << "Gauss elimination needs a ParCSRMatrixT";
   const G rows = matrix->getRows();
