@@ -108,6 +108,9 @@ class MIVO_API SpMVCommPatternT {
 
   /// Sets every ghost value.
   void fill(T value);
+  /// Sets the ghost values that the local rows read, as an exchange of a vector of this value does.
+  /// Local.
+  void fillNeeded(T value);
   /// Clears the write flags of all ghost entries.
   void initReverseExchange();
   /// Sends ghost entries whose flag is set to their owners, which fold them into x by `reduce`, and

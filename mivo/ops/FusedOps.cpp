@@ -54,12 +54,6 @@ void FusedOps<T, I>::jacobi_from_zero(const Device& device, I n, T relax, const 
 }
 
 template <class T, class I>
-RealType<T> FusedOps<T, I>::jacobi_from_zero_squares(const Device& device, I n, T relax, const T* d,
-                                                     const T* b, T* x) {
-  return MIVO_DISPATCH(jacobi_from_zero_squares, n, relax, d, b, x);
-}
-
-template <class T, class I>
 I FusedOps<T, I>::count_nonfinite(const Device& device, I n, const T* x) {
   return MIVO_DISPATCH(count_nonfinite, n, x);
 }

@@ -50,9 +50,6 @@ class MIVO_API FusedOps {
   /// A, whose rows then give sums of exactly +0. That is x = 0 by `fill`, r = b, r = -1 A x + 1 r
   /// by `aAxpby`, x = relax d .* r + 1 x by `axypbz`.
   static void jacobi_from_zero(const Device& device, I n, T relax, const T* d, const T* b, T* x);
-  /// The same; returns sum |b|^2 as `abs_sum`.
-  static R jacobi_from_zero_squares(const Device& device, I n, T relax, const T* d, const T* b,
-                                    T* x);
   /// Number of elements that are infinite or NaN in any part.
   static I count_nonfinite(const Device& device, I n, const T* x);
 

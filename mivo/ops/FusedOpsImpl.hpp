@@ -44,7 +44,6 @@ class FusedOpsImpl {
   static void qlp_step(Space& space, I n, T g, const T* z, T c2, T s2, T c1, T s1, T step, T* w_old,
                        T* w, T* x);
   static void jacobi_from_zero(Space& space, I n, T relax, const T* d, const T* b, T* x);
-  static R jacobi_from_zero_squares(Space& space, I n, T relax, const T* d, const T* b, T* x);
   static I count_nonfinite(Space& space, I n, const T* x);
 };
 
@@ -151,20 +150,6 @@ void FusedOpsImpl<T, I, Space>::jacobi_from_zero(Space& space, I n, T relax, con
                                                  T* x) {
   spm::parallel_for(Policy(space, 0, n),
                     [=] MIVO_FUNCTION(I i) { x[i] = jacobiFromZero(relax, d[i], b[i]); });
-}
-
-template <class T, class I, class Space>
-RealType<T> FusedOpsImpl<T, I, Space>::jacobi_from_zero_squares(Space& space, I n, T relax,
-                                                                const T* d, const T* b, T* x) {
-  R result{};
-  spm::parallel_reduce(
-      Policy(space, 0, n),
-      [=] MIVO_FUNCTION(I i, R & acc) {
-        x[i] = jacobiFromZero(relax, d[i], b[i]);
-        acc += absSquared(b[i]);
-      },
-      spm::Sum<R, Space>(result));
-  return result;
 }
 
 template <class T, class I, class Space>

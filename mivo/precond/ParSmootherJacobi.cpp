@@ -4,25 +4,19 @@
 #include <typeinfo>
 #include <vector>
 
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/FusedOps.hpp"
 #include "mivo/precond/ParSmootherJacobiLp.hpp"
 #include "mivo/solver/fused_vectors.hpp"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/json.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
 namespace {
 
 constexpr const char* kNoMatrix = "Jacobi: no matrix was set up";
-
-int sizeOf(int comm) {
-  int size = 1;
-  MPI_Comm_size(comm, &size);
-  return size;
-}
 
 }  // namespace
 
@@ -48,17 +42,16 @@ bool ParSmootherJacobi_T<T, G, L>::shareMatrix(const Operator& A) {
   matrix = *csr;
   has_matrix = true;
 
-  int self = 0;
-  MPI_Comm_rank(matrix.getComm(), &self);
+  int nonfinite = 0;
   std::vector<CSRMatrixT<T, L>> blocks;
   matrix.getLocalMatrix(blocks);
-  zero_start_is_trivial = static_cast<std::size_t>(self) < blocks.size() &&
-                          blocks[static_cast<std::size_t>(self)].getNnz() > 0;
   for (const auto& block : blocks) {
-    const L nonfinite =
+    const L count =
         FusedOps<T, L>::count_nonfinite(block.getDevice(), block.getNnz(), block.getValues());
-    zero_start_is_trivial = zero_start_is_trivial && nonfinite == 0;
+    if (count > 0) nonfinite = 1;
   }
+  // Without rows it may be a default-built one, whose communicator is another.
+  is_finite = matrix.getRows() == 0 || sumOverRanks(nonfinite, matrix.getComm()) == 0;
   return true;
 }
 
@@ -73,51 +66,38 @@ void ParSmootherJacobi_T<T, G, L>::setup(const Operator& A) {
 }
 
 template <class T, class G, class L>
-void ParSmootherJacobi_T<T, G, L>::sweep(const Vector& b, Vector& x, bool needNorm) {
-  MIVO_CHECK(has_matrix) << kNoMatrix;
-  // On one rank nobody sees the norm of a sweep that does not need it, while on several the
-  // reduction is a collective that has to keep its place.
-  if (needNorm || sizeOf(matrix.getComm()) > 1) {
-    last_residual = static_cast<double>(Vector::residual(matrix, x, b, scratch));
-  } else {
-    Vector::residual_vec(matrix, x, b, scratch);
-  }
+void ParSmootherJacobi_T<T, G, L>::correct(Vector& x) {
   Vector::axypbz(relax, inverse, scratch, T(1), x);
 }
 
 template <class T, class G, class L>
-bool ParSmootherJacobi_T<T, G, L>::sweepFromZero(const Vector& b, Vector& x) {
-  const auto d = inverse.getLocalMatrix(), from = b.getLocalMatrix(), to = x.getLocalMatrix();
-  const bool alike = zero_start_is_trivial && matrix.getRows() == b.getRows() &&
-                     matrix.getCols() == x.getRows() && x.getCols() == 1 && b.getCols() == 1 &&
-                     d.getSize() == from.getSize() && d.getSize() == to.getSize() &&
-                     d.getDevice().type == from.getDevice().type &&
-                     d.getDevice().type == to.getDevice().type && matrix.getComm() == x.getComm() &&
-                     to.getData() != from.getData();
-  if (!alike) return false;
+void ParSmootherJacobi_T<T, G, L>::sweep(const Vector& b, Vector& x) {
+  MIVO_CHECK(has_matrix) << kNoMatrix;
+  Vector::residual_vec(matrix, x, b, scratch);
+  correct(x);
+}
 
-  // Ax is zero, so the residual is b and no product is needed.
-  if (sizeOf(matrix.getComm()) == 1) {
-    FusedOps<T, L>::jacobi_from_zero(d.getDevice(), d.getSize(), relax, d.getData(), from.getData(),
-                                     to.getData());
-    return true;
+template <class T, class G, class L>
+bool ParSmootherJacobi_T<T, G, L>::sweepFromZero(const Vector& b, Vector& x) {
+  // Sweeps with a product exchange values, so that all ranks have to come to the same decision: it
+  // is taken from the set-up and from partitions, which all of them know. Where only this rank's
+  // pieces do not fit, the product ends the process before it sends anything.
+  const auto& rows = matrix.getRowPartitioner();
+  const bool fits = is_finite && rows == matrix.getColPartitioner() &&
+                    rows == b.getRowPartitioner() && rows == x.getRowPartitioner() &&
+                    b.getCols() == 1 && x.getCols() == 1 && matrix.getComm() == x.getComm() &&
+                    fitTogether(inverse, b, x);
+  if (!fits) return false;
+
+  const bool same = dataOf(b) == dataOf(x);
+  if (same) {
+    x.fill(T(0));
+    b.deepCopy(scratch);
   }
-  // On several ranks the messages and the norm keep their places. Of the vector that is exchanged
-  // only what other ranks want is read, so that it need not be x, filled anew each time.
-  if (!(zeros.getRowPartitioner() == x.getRowPartitioner()) || zeros.getComm() != x.getComm() ||
-      zeros.getDevice().type != x.getDevice().type) {
-    zeros.create(x.getRowPartitioner(), x.getDevice(), x.getComm());
-    zeros.fill(T(0));
-  }
-  R squares{};
-  const auto work = [&] {
-    squares = FusedOps<T, L>::jacobi_from_zero_squares(d.getDevice(), d.getSize(), relax,
-                                                       d.getData(), from.getData(), to.getData());
-  };
-  // One reference fits into a std::function without memory of its own.
-  matrix.exchangeMatVec(
-      zeros, [&work](int, auto*) { work(); }, {}, {}, nullptr);
-  last_residual = static_cast<double>(normOfLocalSquares(squares, b.getComm()));
+  // A x is exactly zero, so the residual is b.
+  const auto to = x.getLocalMatrix();
+  FusedOps<T, L>::jacobi_from_zero(to.getDevice(), to.getSize(), relax, dataOf(inverse),
+                                   dataOf(same ? scratch : b), to.getData());
   return true;
 }
 
@@ -132,7 +112,7 @@ void ParSmootherJacobi_T<T, G, L>::logResidual(const char* what, int sweepNumber
 template <class T, class G, class L>
 void ParSmootherJacobi_T<T, G, L>::smooth(const Vector& b, Vector& x) {
   for (int i = 0; i < nsweeps; ++i) {
-    sweep(b, x, false);
+    sweep(b, x);
     logResidual("smooth ", i, b, x);
   }
 }
@@ -153,7 +133,7 @@ void ParSmootherJacobi_T<T, G, L>::smoothFromZero(const Vector& b, Vector& x) {
   }
   const bool first_done = startFromZero(b, x);
   for (int i = 0; i < nsweeps; ++i) {
-    if (i > 0 || !first_done) sweep(b, x, false);
+    if (i > 0 || !first_done) sweep(b, x);
     logResidual("smooth ", i, b, x);
   }
 }
@@ -170,7 +150,7 @@ void ParSmootherJacobi_T<T, G, L>::precondition(const Vector& b, Vector& x) {
   } else {
     for (int i = 0; i < nsweeps; ++i) {
       ++apply_count;
-      if (i > 0 || !first_done) sweep(b, x, false);
+      if (i > 0 || !first_done) sweep(b, x);
       logResidual("precondition ", i, b, x);
     }
   }
@@ -182,18 +162,17 @@ void ParSmootherJacobi_T<T, G, L>::solve(Preconditioner&, Operator&, const Vecto
                                          int& iter, R& relres) {
   MIVO_CHECK(has_matrix) << kNoMatrix;
   const R bnorm = Vector::normL2(b);
-  const R r0 = Vector::residual(matrix, x, b, scratch);
   if (this->max_its < 1) {
     iter = 1;
-    relres = r0 / bnorm;
+    relres = Vector::residual(matrix, x, b, scratch) / bnorm;
     return;
   }
   int it = 1;
   R rel;
   while (true) {
-    sweep(b, x, true);
-    // the residual before the update that this sweep made
-    rel = static_cast<R>(last_residual) / bnorm;
+    // the residual before the update that this sweep makes
+    rel = Vector::residual(matrix, x, b, scratch) / bnorm;
+    correct(x);
     MIVO_LOG(3, this->verbose != 0) << "solve " << it << " " << rel;
     if (this->rtol > rel) break;
     ++it;

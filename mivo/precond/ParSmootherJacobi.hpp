@@ -24,9 +24,10 @@ namespace mivo {
 /// 0: applications after this many sweeps copy their input, for good). The keys of the solver frame
 /// are not read.
 ///
-/// Cost of a sweep: one product, one reduction. The first sweep from zero, of a preconditioner or
-/// of `smoothFromZero`, needs neither on one rank: it reads two vectors and writes one. Collective
-/// except for `create`; one thread per object.
+/// Cost of a sweep: one product, and one reduction in `solve` or with "verbose" alone. The first
+/// sweep from zero, of a preconditioner or of `smoothFromZero`, sends nothing: it reads two vectors
+/// and writes one, unless values of A are not finite. Collective except for `create`; one thread
+/// per object.
 template <class T, class G, class L>
 class MIVO_API ParSmootherJacobi_T : public ParOpBaseT<T, G, L> {
  public:
@@ -56,16 +57,18 @@ class MIVO_API ParSmootherJacobi_T : public ParOpBaseT<T, G, L> {
              R& relres) override;
 
  protected:
-  /// Takes the matrix and looks for values that are not finite; false, with a message, when A is of
-  /// another kind.
+  /// Takes the matrix and looks for values that are not finite, on all ranks; false, with a
+  /// message, when A is of another kind. Collective.
   bool shareMatrix(const Operator& A);
 
   ParCSRMatrixT<T, G, L> matrix;
   Vector inverse;  ///< factor of the residual in a sweep
 
  private:
-  /// x = x + relax inverse .* (b - A x). With `needNorm`, `last_residual` becomes |b - A x|.
-  void sweep(const Vector& b, Vector& x, bool needNorm);
+  /// x = x + relax inverse .* scratch
+  void correct(Vector& x);
+  /// x = x + relax inverse .* (b - A x)
+  void sweep(const Vector& b, Vector& x);
   /// The first sweep from x = 0 without a product, whatever x holds; false, without effect, when it
   /// has to be done at length.
   bool sweepFromZero(const Vector& b, Vector& x);
@@ -74,11 +77,8 @@ class MIVO_API ParSmootherJacobi_T : public ParOpBaseT<T, G, L> {
   void logResidual(const char* what, int sweepNumber, const Vector& b, const Vector& x);
 
   bool has_matrix = false;
-  double last_residual = 0;  ///< |b - A x| before the last sweep that needed it
-  Vector scratch;            ///< residual of the sweeps
-  Vector zeros;              ///< exchanged in a sweep from zero, on several ranks
-  /// A times zero is exactly +0 on this rank: it has an own block, and all its values are finite.
-  bool zero_start_is_trivial = false;
+  bool is_finite = false;  ///< all values of the matrix are, on all ranks
+  Vector scratch;          ///< residual of the sweeps
 };
 
 MIVO_EXTERN_SCALARS(ParSmootherJacobi_T, long, int)

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mivo/precond/ParSmootherSOR.hpp"
 
-#include "mivo/mpi_stub/mpi.h"
+#include <typeinfo>
+
 #include "mivo/ops/SpBlasOps.hpp"
+#include "mivo/precond/ParSmootherSSOR.hpp"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/json.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -36,11 +39,27 @@ void ParSmootherSOR_T<T, G, L>::setup(const Operator& A) {
     matrix = *csr;
     has_matrix = true;
     diagonal = matrix.getDiag();
-    MPI_Comm_rank(matrix.getComm(), &matrix_rank);
+    matrix_rank = rankOf(matrix.getComm());
   } else {
     MIVO_LOG(0, true) << "ParSOR setup should be a ParCSRMatrix!";
   }
   this->setupTime.stop();
+}
+
+template <class T, class G, class L>
+void ParSmootherSOR_T<T, G, L>::bringGhosts(const Vector& x) {
+  // All ranks know the partitions. Where only this rank's piece does not fit, the exchange ends the
+  // process before it sends anything.
+  const bool fits = x.getRowPartitioner() == matrix.getColPartitioner() &&
+                    x.getComm() == matrix.getComm() &&
+                    x.getDevice().type == matrix.getDevice().type;
+  if (x_is_zero && fits) {
+    matrix.prepareMatVec(false);
+    matrix.getSpMVCommPattern().fillNeeded(T(0));
+  } else {
+    matrix.exchangeMatVec(x, {}, {}, {}, nullptr);
+  }
+  x_is_zero = false;
 }
 
 template <class T, class G, class L>
@@ -49,8 +68,7 @@ void ParSmootherSOR_T<T, G, L>::sor_step(const Vector& b, Vector& x, double omeg
   MIVO_CHECK(has_matrix) << kNoMatrix;
   const auto local_b = b.getLocalMatrix(), local_x = x.getLocalMatrix();
   const auto local_d = diagonal.getLocalMatrix();
-  // brings the ghost values to the blocks of other ranks
-  matrix.exchangeMatVec(x, {}, {}, {}, nullptr);
+  bringGhosts(x);
   matrix.getRawMat(host_blocks);
 
   const Device device = matrix.getDevice();
@@ -80,14 +98,29 @@ void ParSmootherSOR_T<T, G, L>::sweeps(const char* what, const Vector& b, Vector
 }
 
 template <class T, class G, class L>
+void ParSmootherSOR_T<T, G, L>::startFromZero(Vector& x) {
+  x.fill(T(0));
+  // A class of a program may change x before its step.
+  const std::type_info& type = typeid(*this);
+  x_is_zero = nsweeps > 0 &&
+              (type == typeid(ParSmootherSOR_T) || type == typeid(ParSmootherSSOR_T<T, G, L>));
+}
+
+template <class T, class G, class L>
 void ParSmootherSOR_T<T, G, L>::smooth(const Vector& b, Vector& x) {
   sweeps("smooth ", b, x);
 }
 
 template <class T, class G, class L>
+void ParSmootherSOR_T<T, G, L>::smoothFromZero(const Vector& b, Vector& x) {
+  startFromZero(x);
+  smooth(b, x);
+}
+
+template <class T, class G, class L>
 void ParSmootherSOR_T<T, G, L>::precondition(const Vector& b, Vector& x) {
   this->precondTime.start();
-  if (initial_zero) x.fill(T(0));
+  if (initial_zero) startFromZero(x);
   sweeps("precondition ", b, x);
   this->precondTime.stop();
 }
@@ -96,9 +129,8 @@ template <class T, class G, class L>
 void ParSmootherSOR_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vector& b, Vector& x,
                                       int& iter, R& relres) {
   MIVO_CHECK(has_matrix) << kNoMatrix;
-  MPI_Comm_size(A.getComm(), &this->commSize);
-  MPI_Comm_rank(A.getComm(), &this->rank);
-  MPI_Comm_rank(matrix.getComm(), &matrix_rank);
+  this->takeRanks(A);
+  matrix_rank = rankOf(matrix.getComm());
   const R bnorm = Vector::normL2(b);
   const R r0 = Vector::residual(matrix, x, b, scratch);
 

@@ -24,8 +24,9 @@ namespace mivo {
 /// Keys: those of the solver frame, "relax" (number, 1.0, the factor omega), "forward" (bool,
 /// true), "nsweeps" (int, 1), "initial_zero" (bool, true).
 ///
-/// A sweep reads the matrix once and is strictly sequential on each rank. Collective except for
-/// `create`.
+/// A sweep reads the matrix once and is strictly sequential on each rank. It makes one exchange, of
+/// which the first sweep from zero, of a preconditioner or of `smoothFromZero`, needs none.
+/// Collective except for `create`.
 template <class T, class G, class L>
 class MIVO_API ParSmootherSOR_T : public ParOpBaseT<T, G, L> {
  public:
@@ -46,6 +47,7 @@ class MIVO_API ParSmootherSOR_T : public ParOpBaseT<T, G, L> {
   void create(const json& params);
   void setup(const Operator& A) override;
   void smooth(const Vector& b, Vector& x) override;
+  void smoothFromZero(const Vector& b, Vector& x) override;
   /// One sweep with factor `omega`, in rising order of rows or in falling order. Step k treats row
   /// rowOrder[k] where `rowOrder`, in memory of the matrix's device, is not null.
   virtual void sor_step(const Vector& b, Vector& x, double omega, bool ascending, int* rowOrder);
@@ -62,7 +64,11 @@ class MIVO_API ParSmootherSOR_T : public ParOpBaseT<T, G, L> {
 
  private:
   bool has_matrix = false;
+  bool x_is_zero = false;  ///< told to the next `sor_step` of this class, which then sends nothing
 
+  void startFromZero(Vector& x);
+  /// Brings the ghost values to the blocks of other ranks.
+  void bringGhosts(const Vector& x);
   void sweeps(const char* what, const Vector& b, Vector& x);
 
   // Filled by each sweep, since pointers in the views may change.

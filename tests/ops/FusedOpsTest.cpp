@@ -175,16 +175,13 @@ TYPED_TEST(FusedOpsTest, JacobiFromZeroHasTheBitsOfASweepWithProduct) {
     }
     Array<int> rows(device, rowptr), cols(device, columns);
     Array<T> values(device, draw(rowptr.back(), false)), d(device, draw());
-    Array<T> b(device, draw()), r(device, b.values()), again(device, draw(n, true));
+    Array<T> b(device, draw()), r(device, b.values());
     Twice<T> x(device, draw(n, true));
     const T relax = draw.finite();
     Ops::fill(device, n, T(0), x.parts);
     SpBlasOps<T, int>::aAxpby(device, T(-1), n, n, rows, nullptr, cols, values, x.parts, T(1), r);
     Ops::axypbz(device, n, relax, d, r, T(1), x.parts);
     Fused::jacobi_from_zero(device, n, relax, d, b, x.fused);
-    const R squares = Ops::abs_sum(device, n, b, R(2));
-    expectSameBits<R>({Fused::jacobi_from_zero_squares(device, n, relax, d, b, again)}, {squares});
-    expectSameBits(again.values(), x.parts.values());
   }
 }
 

@@ -10,6 +10,8 @@ int PMPI_Irecv(void* data, int count, MPI_Datatype type, int source, int tag, MP
                MPI_Request* request);
 int PMPI_Alltoall(const void* send, int sendcount, MPI_Datatype sendtype, void* recv, int recvcount,
                   MPI_Datatype recvtype, MPI_Comm comm);
+int PMPI_Allreduce(const void* send, void* recv, int count, MPI_Datatype type, MPI_Op op,
+                   MPI_Comm comm);
 int PMPI_Gatherv(const void* send, int sendcount, MPI_Datatype sendtype, void* recv,
                  const int* recvcounts, const int* displs, MPI_Datatype recvtype, int root,
                  MPI_Comm comm);
@@ -54,6 +56,12 @@ int MPI_Alltoall(const void* send, int sendcount, MPI_Datatype sendtype, void* r
                  MPI_Datatype recvtype, MPI_Comm comm) {
   ++MessageSpy::get().alltoalls;
   return PMPI_Alltoall(send, sendcount, sendtype, recv, recvcount, recvtype, comm);
+}
+
+int MPI_Allreduce(const void* send, void* recv, int count, MPI_Datatype type, MPI_Op op,
+                  MPI_Comm comm) {
+  ++MessageSpy::get().allreduces;
+  return PMPI_Allreduce(send, recv, count, type, op, comm);
 }
 
 int MPI_Gatherv(const void* send, int sendcount, MPI_Datatype sendtype, void* recv,

@@ -13,6 +13,7 @@
 #include "mivo/mat/SpMVCommPattern.hpp"
 #include "mivo/mat/halo/SpMVCommPatternImpl.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 namespace {
@@ -162,6 +163,16 @@ void SpMVCommPatternT<T, G, L>::deliver(int procId, SpmvColBlock& block,
   block.host_recv_buffer.toDevice(impl_->device, block.device_recv_buffer);
   block.recv_x.unselectRows(block.nzc_recv_indices, block.device_recv_buffer);
   if (recvCallback) recvCallback(procId, &block);
+}
+
+template <class T, class G, class L>
+void SpMVCommPatternT<T, G, L>::fillNeeded(T value) {
+  const int rank = rankOf(impl_->comm);
+  for (auto& entry : impl_->recv_blocks) {
+    if (entry.first == rank) continue;
+    entry.second.host_recv_buffer.fill(value);
+    deliver(entry.first, entry.second, {});
+  }
 }
 
 template <class T, class G, class L>
