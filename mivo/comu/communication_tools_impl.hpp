@@ -13,6 +13,7 @@
 #include "mivo/comu/communication_tools.hpp"
 #include "mivo/comu/serialization.hpp"
 #include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/ranks.hpp"
 
 /// Instantiate an exchange for the element type given as the arguments (which may hold commas),
 /// inside namespace mivo or outside of all.
@@ -37,8 +38,8 @@ struct Group {
   int size = 1;
 
   explicit Group(int comm) {
-    MPI_Comm_rank(comm, &rank);
-    MPI_Comm_size(comm, &size);
+    rank = rankOf(comm);
+    size = sizeOf(comm);
   }
   std::size_t count() const { return static_cast<std::size_t>(size); }
 };

@@ -10,7 +10,7 @@
 #include "mivo/comu/graph_tools.hpp"
 #include "mivo/comu/owner_tools.hpp"
 #include "mivo/comu/row_numbering.hpp"
-#include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo::comu {
 namespace {
@@ -19,8 +19,7 @@ namespace {
 /// ranks, then asks for the ids that interest it. The owner search alone would take each question
 /// for a claim.
 std::vector<int> findOwners(int comm, const std::vector<int>& rows, const std::vector<int>& ids) {
-  int nprocs = 1;
-  MPI_Comm_size(comm, &nprocs);
+  const int nprocs = sizeOf(comm);
   const auto directory = [nprocs](const int& id) { return id % nprocs; };
   std::unordered_map<int, int> ownerOf;
   const auto claim = [&](int, int, const auto& requests, auto&) {
@@ -50,10 +49,7 @@ void get_sym_ghost_info(int comm, const std::vector<int>& rows, const std::vecto
                         const std::vector<int>& cols, std::vector<int>& recvRows,
                         std::vector<int>& sendRanks, std::vector<int>& ghostIds,
                         std::vector<int>& ghostRanks) {
-  int rank = 0;
-  int nprocs = 1;
-  MPI_Comm_rank(comm, &rank);
-  MPI_Comm_size(comm, &nprocs);
+  const int rank = rankOf(comm), nprocs = sizeOf(comm);
   const detail::RowNumbering numbering(comm, rows, ptr);
 
   std::vector<int> columns(cols);

@@ -7,17 +7,14 @@
 #include "mivo/comu/communication_tools.hpp"
 #include "mivo/comu/row_numbering.hpp"
 #include "mivo/comu/serialization.hpp"
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo::comu {
 
 void transpose_matrix(int comm, const std::vector<int>& rows, const std::vector<int>& ptr,
                       const std::vector<int>& cols, Graph& graph) {
-  int rank = 0;
-  int nprocs = 1;
-  MPI_Comm_rank(comm, &rank);
-  MPI_Comm_size(comm, &nprocs);
+  const int rank = rankOf(comm), nprocs = sizeOf(comm);
   const detail::RowNumbering numbering(comm, rows, ptr);
 
   Graph local;

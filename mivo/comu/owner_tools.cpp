@@ -7,8 +7,8 @@
 
 #include "mivo/comu/communication_tools.hpp"
 #include "mivo/comu/serialization.hpp"
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo::comu {
 namespace {
@@ -47,10 +47,7 @@ void shapeLike(const std::vector<std::vector<T>>& model, std::vector<std::vector
 
 void get_owner_rank_ex(int comm, int n, const int* ids, int (*directory)(int id, void* arg),
                        void* arg, int* owners) {
-  int rank = 0;
-  int nprocs = 1;
-  MPI_Comm_rank(comm, &rank);
-  MPI_Comm_size(comm, &nprocs);
+  const int rank = rankOf(comm), nprocs = sizeOf(comm);
   const std::size_t count = n > 0 ? static_cast<std::size_t>(n) : 0;
 
   std::vector<std::vector<DATA>> questions(static_cast<std::size_t>(nprocs));
@@ -95,10 +92,7 @@ template <class K, class V>
 void map_reduce(int comm, unsigned long n, const K* keys,
                 const std::function<int(const K&)>& directory, const MapReducer<K, V>& reducer,
                 V* results) {
-  int rank = 0;
-  int nprocs = 1;
-  MPI_Comm_rank(comm, &rank);
-  MPI_Comm_size(comm, &nprocs);
+  const int rank = rankOf(comm), nprocs = sizeOf(comm);
 
   std::vector<std::vector<K>> questions(static_cast<std::size_t>(nprocs));
   Buckets buckets(n);

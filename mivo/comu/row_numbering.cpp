@@ -7,6 +7,7 @@
 
 #include "mivo/comu/serialization.hpp"
 #include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo::comu::detail {
 
@@ -18,10 +19,7 @@ RowNumbering::RowNumbering(int comm, const std::vector<int>& rows, const std::ve
     ids = rows;
     return;
   }
-  int rank = 0;
-  int nprocs = 1;
-  MPI_Comm_rank(comm, &rank);
-  MPI_Comm_size(comm, &nprocs);
+  const int rank = rankOf(comm), nprocs = sizeOf(comm);
   const int count = ptr.empty() ? 0 : narrowToInt(ptr.size() - 1, "rows");
   std::vector<int> counts(static_cast<std::size_t>(nprocs));
   MPI_Allgather(&count, 1, MPI_INT, counts.data(), 1, MPI_INT, comm);

@@ -9,6 +9,7 @@
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
 #include "mivo/ops/BlasOps.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -53,8 +54,7 @@ void ParCSRMatrixT<T, G, L>::reset(const Partitioner& rowPart, const Partitioner
 
 template <class T, class G, class L>
 void ParCSRMatrixT<T, G, L>::create(G rows, G cols, const Device& device, int comm) {
-  int nprocs = 1;
-  MPI_Comm_size(comm, &nprocs);
+  const int nprocs = sizeOf(comm);
   Partitioner rowPart;
   Partitioner colPart;
   rowPart.create(rows, static_cast<L>(nprocs));
@@ -77,8 +77,7 @@ void ParCSRMatrixT<T, G, L>::create(const Partitioner& rowPart, const Partitione
 
 template <class T, class G, class L>
 void ParCSRMatrixT<T, G, L>::createSeq(const Local& m, int comm) {
-  int nprocs = 1;
-  MPI_Comm_size(comm, &nprocs);
+  const int nprocs = sizeOf(comm);
   MIVO_CHECK(nprocs == 1) << "createSeq: one rank expected, the communicator has " << nprocs;
   const Local local = m;
   create(static_cast<G>(local.getRows()), static_cast<G>(local.getCols()), local.getDevice(), comm);

@@ -11,6 +11,7 @@
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -90,10 +91,7 @@ ParCSRMatrixT<T, G, L> ParCSRMatrixT<T, G, L>::scatter(int comm, int root, const
 
 template <class T, class G, class L>
 bool ParCSRMatrixT<T, G, L>::scatterFrom(int comm, int root, const Local& m, bool valid) {
-  int rank = 0;
-  int nprocs = 1;
-  MPI_Comm_rank(comm, &rank);
-  MPI_Comm_size(comm, &nprocs);
+  const int rank = rankOf(comm), nprocs = sizeOf(comm);
   // A negative row count tells all ranks that the root has nothing to give.
   std::int64_t head[4] = {valid ? static_cast<std::int64_t>(m.getRows()) : -1, m.getCols(),
                           m.getDevice().type, m.getDevice().id};

@@ -7,10 +7,10 @@
 
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/assembly/ColumnBlocks.hpp"
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/communicator.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -37,16 +37,8 @@ struct ParCSRMatrixT<T, G, L>::ParCSRMatrixImpl {
   std::mutex product_lock;                        ///< serialises additions into the result
   Plan plan;
 
-  int rank() const {
-    int rank = 0;
-    MPI_Comm_rank(comm, &rank);
-    return rank;
-  }
-  int size() const {
-    int size = 1;
-    MPI_Comm_size(comm, &size);
-    return size;
-  }
+  int rank() const { return rankOf(comm); }
+  int size() const { return sizeOf(comm); }
   /// A rank beyond the parts owns no rows.
   void ownRows(G* begin, G* end) const {
     const L part = static_cast<L>(rank());

@@ -3,9 +3,9 @@
 
 #include <limits>
 
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/BlasOps.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 namespace {
@@ -14,8 +14,7 @@ namespace {
 /// ranks.
 template <class G, class L>
 void ownRange(const PartitionerT<G, L>& part, int comm, G& begin, G& end) {
-  int rank = 0;
-  MPI_Comm_rank(comm, &rank);
+  const int rank = rankOf(comm);
   begin = 0;
   end = 0;
   if (rank < part.getNumParts()) part.getOwnerShipRangeForPart(static_cast<L>(rank), &begin, &end);
@@ -53,8 +52,7 @@ void ParMatrixT<T, G, L>::create(G rows, G cols, const Device& device, int comm)
   Partitioner rowPart;
   Partitioner colPart;
   if (rows > 0 && cols > 0) {
-    int size = 1;
-    MPI_Comm_size(comm, &size);
+    const int size = sizeOf(comm);
     rowPart.create(rows, static_cast<L>(size));
     colPart.create(cols, static_cast<L>(size));
   }
@@ -105,7 +103,7 @@ void ParMatrixT<T, G, L>::createLocal() {
 template <class T, class G, class L>
 void ParMatrixT<T, G, L>::createSeq(const Local& m, int comm) {
   int size = 1;
-  if (comm != kCommSelf) MPI_Comm_size(comm, &size);
+  if (comm != kCommSelf) size = sizeOf(comm);
   MIVO_CHECK_AT(comm == kCommSelf || size == 1, "ParMatrix", 96);
   Partitioner rowPart;
   Partitioner colPart;

@@ -3,9 +3,9 @@
 
 #include <string>
 
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/json.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -22,8 +22,8 @@ template <class T, class G, class L>
 void TestCaseT<T, G, L>::setDeviceAndComm(const Device& where, int communicator) {
   device = where;
   comm = communicator;
-  MPI_Comm_size(comm, &size);
-  MPI_Comm_rank(comm, &rank);
+  size = sizeOf(comm);
+  rank = rankOf(comm);
 }
 
 template <class T, class G, class L>

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 namespace {
@@ -50,8 +51,7 @@ LaunchedWorld launchedWorld() {
 }
 
 std::string describeLoneWorld() {
-  int size = 1;
-  MPI_Comm_size(MPI_COMM_WORLD, &size);
+  const int size = sizeOf(MPI_COMM_WORLD);
   if (size > 1) return {};
   const LaunchedWorld world = launchedWorld();
   if (world.size == 1) return {};

@@ -5,6 +5,7 @@
 
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/communicator.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -29,8 +30,8 @@ LogMessage::LogMessage(bool check, int level, int condition, const std::string& 
   // rank.
   MPI_Finalized(&ended);
   if (started && !ended) {
-    MPI_Comm_size(kCommWorld, &size);
-    MPI_Comm_rank(kCommWorld, &rank);
+    size = sizeOf(kCommWorld);
+    rank = rankOf(kCommWorld);
   }
   *stream_ << "I " << rank << "/" << size << " " << file_ << ":" << line_ << "] ";
 }

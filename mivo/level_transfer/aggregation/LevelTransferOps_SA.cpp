@@ -13,6 +13,7 @@
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/SpLevelTransferOps.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 namespace {
@@ -138,8 +139,7 @@ void LevelTransferOps_SA<T, G, L>::par_tentative_smooth(const Matrix& A, G naggr
     P.create(A.getRowPartitioner(), T_.getColPartitioner(), {}, A.getDevice(), A.getComm());
     return;
   }
-  int nprocs = 1;
-  MPI_Comm_size(A.getComm(), &nprocs);
+  const int nprocs = sizeOf(A.getComm());
   if (nprocs == 1 && S.getNnzs() > 0 && T_.getNnzs() > 0) {
     // The same without the intermediate matrices, which nobody sees.
     const Local a = A.getLocalMatrix(0), t = T_.getLocalMatrix(0);

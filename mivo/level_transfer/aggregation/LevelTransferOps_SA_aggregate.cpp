@@ -16,6 +16,7 @@
 #include "mivo/ops/SpLevelTransferOps.hpp"
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 #include "mivo/utils/strings.hpp"
 
 namespace mivo {
@@ -41,8 +42,8 @@ class DistributedGreedy {
         state(aggr.getLocalMatrix(-1)),
         undone(device, 0),
         next(device, 0) {
-    MPI_Comm_rank(comm, &rank);
-    MPI_Comm_size(comm, &nprocs);
+    rank = rankOf(comm);
+    nprocs = sizeOf(comm);
     owner = aggr.deepCopy();
     if (nprocs > 1) {
       MIVO_LOG(3, Utils::getVerboseLevel() >= 3) << "begin generate S2";
@@ -227,8 +228,7 @@ void LevelTransferOps_SA<T, G, L>::par_renumber(const Aggregates& aggr, const Ag
                                                 G& naggr) {
   MIVO_CHECK(aggr.getDevice().type == Device::kHost) << "par_renumber: aggr should be on the host";
   const int comm = aggr.getComm();
-  int nprocs = 1;
-  MPI_Comm_size(comm, &nprocs);
+  const int nprocs = sizeOf(comm);
   const auto reducer = [&](int rank, int, const std::vector<std::vector<int>>& requests,
                            std::vector<std::vector<int>>& replies) {
     std::vector<int> numbers;  // by key / nprocs, since all keys here have the same remainder

@@ -4,11 +4,11 @@
 #include <iomanip>
 #include <ostream>
 
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/json.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -35,8 +35,7 @@ void ParLevelTransferSmoothAggregation_T<T, G, L>::transfer_operators(const Matr
   typename Ops::Strength S;
   Ops::par_strength(a, diag, S, this->threshold());
   if (this->verbose) {
-    int rank = 0;
-    MPI_Comm_rank(a.getComm(), &rank);
+    const int rank = rankOf(a.getComm());
     const auto meta = S.computeMeta();
     MIVO_LOG(3, rank == 0) << std::setw(8) << "level" << meta.getTableHead();
     MIVO_LOG(3, rank == 0) << std::setw(8) << this->levelId << meta.getString();

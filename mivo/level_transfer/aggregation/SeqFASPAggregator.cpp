@@ -10,6 +10,7 @@
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/json.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 #include "mivo/utils/strings.hpp"
 
 namespace mivo {
@@ -127,13 +128,11 @@ void SeqFASPAggregator_T<T, G, L>::aggregate(const Matrix& A, const Strength& S,
                                              G& naggr) {
   const auto strength = gatherStrength(S);
   // Nobody asks for the values of A, but its gathering is part of the messages.
-  int nprocs = 1;
-  MPI_Comm_size(S.getComm(), &nprocs);
+  const int nprocs = sizeOf(S.getComm());
   if (nprocs > 1) A.gather(0);
   MatrixT<int, L, MatrixLayoutRowMajor> whole;
   naggr = 0;
-  int rank = 0;
-  MPI_Comm_rank(S.getComm(), &rank);
+  const int rank = rankOf(S.getComm());
   if (rank == 0) {
     CSRMatrixT<int, L> onHost;
     if (strength.getNnz() > 0) {

@@ -4,11 +4,11 @@
 #include <cmath>
 #include <ostream>
 
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/SpBlasOps.hpp"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -38,8 +38,7 @@ double SeqLevelTransferSmoothAggregation_T<T, G, L>::threshold() const {
 template <class T, class G, class L>
 void SeqLevelTransferSmoothAggregation_T<T, G, L>::transfer_operators(const Matrix& A, Matrix& P,
                                                                       Matrix& R) {
-  int ranks = 1;
-  MPI_Comm_size(A.getComm(), &ranks);
+  const int ranks = sizeOf(A.getComm());
   MIVO_CHECK(ranks == 1) << "LevelTransferSmoothAggregationSeq works on one rank, the communicator "
                             "has "
                          << ranks << ": take LevelTransferSmoothAggregation";

@@ -5,6 +5,7 @@
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/ParMatrix.hpp"
 #include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -13,10 +14,7 @@ namespace mivo {
 /// The strength matrix on rank 0, with its shape also when it has no entries; empty elsewhere.
 template <class G, class L>
 CSRMatrixT<int, L> gatherStrength(const ParCSRMatrixT<int, G, L>& S) {
-  int rank = 0;
-  int nprocs = 1;
-  MPI_Comm_rank(S.getComm(), &rank);
-  MPI_Comm_size(S.getComm(), &nprocs);
+  const int rank = rankOf(S.getComm()), nprocs = sizeOf(S.getComm());
   // On one rank there is nothing to move, and the matrix is only read.
   CSRMatrixT<int, L> whole = nprocs == 1 ? S.getLocalMatrix(-1) : S.gather(0);
   if (rank == 0 && whole.getNnz() == 0) {

@@ -7,11 +7,11 @@
 #include <limits>
 
 #include "mivo/mat/CrossData.hpp"
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/SpBlasOps.hpp"
 #include "mivo/ops/SpLevelTransferOps.hpp"
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 namespace {
@@ -82,8 +82,7 @@ void LevelTransferOps_RS<T, G, L>::cfsplit(const Local& A, const LocalStrength& 
 
 template <class T, class G, class L>
 void LevelTransferOps_RS<T, G, L>::par_rs_cfsplit(const Matrix& A, const Strength& S, Marks& cf) {
-  int rank = 0;
-  MPI_Comm_rank(A.getComm(), &rank);
+  const int rank = rankOf(A.getComm());
   LocalStrength own = S.getLocalMatrix(rank);
   if (own.getNnz() == 0) {
     own = LocalStrength();

@@ -10,15 +10,10 @@
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/BlasOps.hpp"
 #include "mivo/ops/SpLevelTransferOps.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 namespace {
-
-int worldSizeOf(int comm) {
-  int nprocs = 1;
-  MPI_Comm_size(comm, &nprocs);
-  return nprocs;
-}
 
 /// Random numbers for the rows of this rank: with `asOnOneRank` those that the rows have there.
 template <class L>
@@ -44,8 +39,7 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGStrength(const Matrix& A, const 
                                                          double max_row_sum, int num_functions,
                                                          Strength& S) {
   const Device device = A.getDevice();
-  int rank = 0;
-  MPI_Comm_rank(A.getComm(), &rank);
+  const int rank = rankOf(A.getComm());
   A.copyStructure(S);
 
   Marks dof;
@@ -82,9 +76,8 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGCoarsenPMIS(const Matrix& A, con
   const int comm = A.getComm();
   const L rows = A.getLocalRows();
   const auto& part = A.getRowPartitioner();
-  int rank = 0;
-  MPI_Comm_rank(comm, &rank);
-  const bool alone = worldSizeOf(comm) == 1;
+  const int rank = rankOf(comm);
+  const bool alone = sizeOf(comm) == 1;
   // Only what travels is worth a copy of the strong entries alone.
   const Strength strong = alone ? S : S.sparsify(0);
   if (CF_init != 1) cf.create(part, device, comm);

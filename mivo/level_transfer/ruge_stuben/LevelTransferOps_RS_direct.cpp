@@ -6,6 +6,7 @@
 #include "mivo/level_transfer/ruge_stuben/coarse_columns.hpp"
 #include "mivo/mat/CrossData.hpp"
 #include "mivo/ops/SpLevelTransferOps.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -17,9 +18,7 @@ void LevelTransferOps_RS<T, G, L>::par_interpolation(const Matrix& A, const Stre
   using Kernels = SpLevelTransferOps<T, G, L>;
   const Device device = A.getDevice();
   const L rows = A.getLocalRows();
-  int rank = 0, nprocs = 1;
-  MPI_Comm_rank(A.getComm(), &rank);
-  MPI_Comm_size(A.getComm(), &nprocs);
+  const int rank = rankOf(A.getComm()), nprocs = sizeOf(A.getComm());
 
   typename Strength::Plan marks, numbers;
   MatrixT<COT_RawCommPattern<int, L>, L, MatrixLayoutRowMajor> markViews, numberViews;

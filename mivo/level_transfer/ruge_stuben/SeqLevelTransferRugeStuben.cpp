@@ -4,6 +4,7 @@
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/Factory.hpp"
 #include "mivo/utils/json.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 namespace {
@@ -13,8 +14,7 @@ namespace {
 template <class T, class G, class L>
 void scatterRows(const ParCSRMatrixT<T, G, L>& A, const CSRMatrixT<T, L>& whole, G ncoarse,
                  ParCSRMatrixT<T, G, L>& P) {
-  int rank = 0;
-  MPI_Comm_rank(A.getComm(), &rank);
+  const int rank = rankOf(A.getComm());
   PartitionerT<G, L> columns;
   columns.create(ncoarse, A.getRowPartitioner().getNumParts());
   P.create(A.getRowPartitioner(), columns, {}, A.getDevice(), A.getComm());
@@ -45,9 +45,7 @@ void SeqLevelTransferRugeStuben_T<T, G, L>::create(const json& params) {
 template <class T, class G, class L>
 void SeqLevelTransferRugeStuben_T<T, G, L>::transfer_operators(const Matrix& A, Matrix& P,
                                                                Matrix& R) {
-  int rank = 0, nprocs = 1;
-  MPI_Comm_rank(A.getComm(), &rank);
-  MPI_Comm_size(A.getComm(), &nprocs);
+  const int rank = rankOf(A.getComm()), nprocs = sizeOf(A.getComm());
   if (impl == nullptr) impl = std::make_shared<Impl>();
   Impl& work = *impl;
   // On one rank there is nothing to move.

@@ -10,6 +10,7 @@
 #include "mivo/mat/assembly/ColumnBlocks.hpp"
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -22,9 +23,7 @@ struct CoarseCount {
   long all = 0;
 
   CoarseCount(int comm, int number) : own(number) {
-    int rank = 0, nprocs = 1;
-    MPI_Comm_rank(comm, &rank);
-    MPI_Comm_size(comm, &nprocs);
+    const int rank = rankOf(comm), nprocs = sizeOf(comm);
     const long mine = own;
     std::vector<long> counts(static_cast<std::size_t>(nprocs));
     MPI_Allgather(&mine, 1, MPI_LONG, counts.data(), 1, MPI_LONG, comm);

@@ -8,6 +8,7 @@
 #include "mivo/mat/assembly/COOMatrixImpl.hpp"
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -89,10 +90,7 @@ void ParMatrixT<T, G, L>::scatter(int comm, int root, const Local& m, const Part
 template <class T, class G, class L>
 bool ParMatrixT<T, G, L>::scatterRows(int comm, int root, const Local* m,
                                       const Partitioner* given) {
-  int rank = 0;
-  int size = 1;
-  MPI_Comm_rank(comm, &rank);
-  MPI_Comm_size(comm, &size);
+  const int rank = rankOf(comm), size = sizeOf(comm);
   // Rows, columns, kind and ordinal of the device; -1 rows when the root has no matrix.
   std::int64_t shape[4] = {-1, 0, 0, 0};
   if (rank == root && m != nullptr) {
@@ -137,10 +135,7 @@ bool ParMatrixT<T, G, L>::scatterRows(int comm, int root, const Local* m,
 template <class T, class G, class L>
 MatrixT<T, L, MatrixLayoutRowMajor> ParMatrixT<T, G, L>::gather(int root) const {
   if (getRows() <= 0 || getCols() <= 0) return Local();
-  int rank = 0;
-  int size = 1;
-  MPI_Comm_rank(getComm(), &rank);
-  MPI_Comm_size(getComm(), &size);
+  const int rank = rankOf(getComm()), size = sizeOf(getComm());
   const Local host = impl_->local.toDevice(Device());
   std::vector<Local> blocks{host};
   if (size > 1) comu::stlmpi_gather_stream(getComm(), host, blocks, root);

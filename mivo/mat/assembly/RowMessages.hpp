@@ -9,6 +9,7 @@
 
 #include "mivo/comu/serialization.hpp"
 #include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -24,9 +25,8 @@ class RowMessages {
   static constexpr std::size_t kEntry = sizeof(C) + sizeof(T);
 
   explicit RowMessages(int comm) : comm_(comm) {
-    int nprocs = 1;
-    MPI_Comm_rank(comm, &rank_);
-    MPI_Comm_size(comm, &nprocs);
+    rank_ = rankOf(comm);
+    const int nprocs = sizeOf(comm);
     boxes_.resize(static_cast<std::size_t>(nprocs));
   }
 

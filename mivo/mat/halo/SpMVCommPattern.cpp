@@ -12,6 +12,7 @@
 #include "mivo/mat/halo/SpMVCommPatternImpl.hpp"
 #include "mivo/utils/Utils.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -34,10 +35,7 @@ void SpMVCommPatternT<T, G, L>::create(int comm, const Device& device,
   plan.wait_some = Utils::isWaitSome();
   MIVO_CHECK(colCounts.size() == static_cast<std::size_t>(colPartitioner.getNumParts()));
 
-  int rank = 0;
-  int nprocs = 1;
-  MPI_Comm_rank(comm, &rank);
-  MPI_Comm_size(comm, &nprocs);
+  const int rank = rankOf(comm), nprocs = sizeOf(comm);
   std::vector<IndexVector> need(static_cast<std::size_t>(nprocs));
   std::vector<IndexVector> asked(static_cast<std::size_t>(nprocs));
   for (std::size_t part = 0; part < colCounts.size(); ++part) {
@@ -109,8 +107,7 @@ void SpMVCommPatternT<T, G, L>::recvTraversal(
 
 template <class T, class G, class L>
 void SpMVCommPatternT<T, G, L>::fill(T value) {
-  int rank = 0;
-  MPI_Comm_rank(impl_->comm, &rank);
+  const int rank = rankOf(impl_->comm);
   // The own block has no buffer: its recv_x is the caller's vector.
   for (auto& entry : impl_->recv_blocks) {
     if (entry.first != rank) entry.second.recv_x.fill(value);
@@ -174,10 +171,7 @@ void SpMVCommPatternT<T, G, L>::copyStructure(SpMVCommPatternT<U, G, L>& out, bo
 template <class T, class G, class L>
 void SpMVCommPatternT<T, G, L>::saveToStream(std::ostream& os, int) const {
   const auto text = [](const auto& m) { return m.toDevice(Device()).getString(); };
-  int rank = 0;
-  int nprocs = 1;
-  MPI_Comm_rank(impl_->comm, &rank);
-  MPI_Comm_size(impl_->comm, &nprocs);
+  const int rank = rankOf(impl_->comm), nprocs = sizeOf(impl_->comm);
   os << "SpMVCommPattern nprocs " << nprocs << " myrank " << rank << " nblocks "
      << impl_->recv_blocks.size() << '\n';
   int number = 0;

@@ -52,10 +52,7 @@ void SpMVCommPatternT<T, G, L>::exchange(const Vector& x, const BlockCallback& l
                                          const std::function<void()>& finishCallback,
                                          AsyncMatVecObject* async) {
   MIVO_CHECK(x.getDevice().type == impl_->device.type) << "aAxpby: A and x must on the same device";
-  int rank = 0;
-  int nprocs = 1;
-  MPI_Comm_rank(impl_->comm, &rank);
-  MPI_Comm_size(impl_->comm, &nprocs);
+  const int rank = rankOf(impl_->comm), nprocs = sizeOf(impl_->comm);
   if (nprocs >= 2) postMessages(x, rank, takeTag(nprocs) & kTagMask);
 
   // The product with the own columns runs while the messages travel.
@@ -88,8 +85,7 @@ void SpMVCommPatternT<T, G, L>::exchange(const Vector& x, const BlockCallback& l
 
 template <class T, class G, class L>
 int SpMVCommPatternT<T, G, L>::takeTag(int nprocs) {
-  int everyone = 1;
-  MPI_Comm_size(kCommWorld, &everyone);
+  const int everyone = sizeOf(kCommWorld);
   if (nprocs < everyone) return advanceTag(impl_->tag);
   const int tag = getMessageTag();
   incMessageTag();
@@ -197,10 +193,7 @@ void SpMVCommPatternT<T, G, L>::reverseExchange(
     const std::function<T(const T&, const T&)>& reduce,
     const std::function<int(const int&, const int&)>& maskReduce) {
   using Message = std::vector<ReverseData<T, L>>;
-  int rank = 0;
-  int nprocs = 1;
-  MPI_Comm_rank(impl_->comm, &rank);
-  MPI_Comm_size(impl_->comm, &nprocs);
+  const int rank = rankOf(impl_->comm), nprocs = sizeOf(impl_->comm);
   std::vector<Message> outgoing(static_cast<std::size_t>(nprocs));
   std::vector<Message> incoming;
   for (const auto& entry : impl_->recv_blocks) {
@@ -244,8 +237,7 @@ template <class T, class G, class L>
 template <class U>
 CSRMatrixT<U, int> SpMVCommPatternT<T, G, L>::getGhostMatrix(
     const ParCSRMatrixT<U, G, L>& A) const {
-  int nprocs = 1;
-  MPI_Comm_size(impl_->comm, &nprocs);
+  const int nprocs = sizeOf(impl_->comm);
   std::vector<CSRMatrixT<U, int>> asked(static_cast<std::size_t>(nprocs));
   std::vector<CSRMatrixT<U, int>> received;
   // The rows of the merged matrix, of which only these are merged.

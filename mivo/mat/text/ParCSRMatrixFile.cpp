@@ -10,6 +10,7 @@
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
 #include "mivo/mat/text/MatrixText.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -34,8 +35,7 @@ void ParCSRMatrixT<T, G, L>::saveToFile(const std::string& name, int precision) 
 
 template <class T, class G, class L>
 void ParCSRMatrixT<T, G, L>::loadFromStream(std::istream& is, const Device& device, int comm) {
-  int rank = 0;
-  MPI_Comm_rank(comm, &rank);
+  const int rank = rankOf(comm);
   Local local;
   // Only rank 0's stream counts: the others may have none. All ranks learn from it whether there is
   // a matrix.

@@ -5,7 +5,7 @@
 
 #include "mivo/mat/ParMatrix.hpp"
 #include "mivo/mat/text/MatrixText.hpp"
-#include "mivo/mpi_stub/mpi.h"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -16,18 +16,14 @@ void ParMatrixT<T, G, L>::saveToStream(std::ostream& os) const {
 
 template <class T, class G, class L>
 void ParMatrixT<T, G, L>::saveToFile(const std::string& name) const {
-  int rank = 0;
-  int size = 1;
-  MPI_Comm_rank(getComm(), &rank);
-  MPI_Comm_size(getComm(), &size);
+  const int rank = rankOf(getComm()), size = sizeOf(getComm());
   impl_->local.toDevice(Device()).saveToFile(matrixRankFileName(name, size, rank, 0), -1);
 }
 
 template <class T, class G, class L>
 void ParMatrixT<T, G, L>::loadFromStream(std::istream& is, const Device& device, int comm) {
   constexpr int kReader = 0;
-  int rank = 0;
-  MPI_Comm_rank(comm, &rank);
+  const int rank = rankOf(comm);
   // Only the stream of the reading rank counts. Its failure travels with the shape, since the
   // others could not know that no matrix will come.
   const bool readable = rank == kReader && is.good();
