@@ -64,6 +64,7 @@
 #include "mivo/ops/SpLevelTransferOpsImpl.hpp"
 #include "mivo/ops/level_transfer_records.hpp"
 #include "mivo/ops/views.hpp"
+#include "mivo/precond/HierarchyStatistics.hpp"
 #include "mivo/precond/ParPrecondList.hpp"
 #include "mivo/precond/ParPreconditionerAMG.hpp"
 #include "mivo/precond/ParSmootherJacobi.hpp"

@@ -21,58 +21,6 @@ void forEachHierarchy(Operator& root, const Visit& visit) {
   for (const auto& child : root.children) forEachHierarchy<T, Operator>(*child, visit);
 }
 
-/// The names of an object and, for a pair of smoothers that differ, of both.
-std::string nameOf(const mivo::ParOperator* first, const mivo::ParOperator* second) {
-  std::string name = first != nullptr ? first->registered_name : "none";
-  if (second != nullptr && second->registered_name != name) name += ", " + second->registered_name;
-  return name;
-}
-
-/// Bytes of the arrays of this rank's blocks.
-template <class T>
-double bytesOf(const mivo::ParCSRMatrixT<T, long, int>& m) {
-  double bytes = 0;
-  for (int block = 0; block < m.getColPartitioner().getNumParts(); ++block) {
-    const auto local = m.getLocalMatrix(block);
-    if (local.getNnz() == 0) continue;
-    bytes += static_cast<double>(local.getNnz()) * (sizeof(int) + sizeof(T)) +
-             (local.getRows() + 1.0) * sizeof(int);
-  }
-  return bytes;
-}
-
-template <class T>
-Hierarchy describeHierarchy(const Amg<T>& amg) {
-  Hierarchy out;
-  out.cycles = amg.step;
-  for (std::size_t l = 0; l < amg.levels.size(); ++l) {
-    const auto& level = amg.levels[l];
-    Hierarchy::Level row;
-    row.rows = level.A.getRows();
-    row.entries = level.A.getNnzs();
-    row.prolongation = level.P.getRows() > 0 ? level.P.getNnzs() : 0;
-    row.smoother = level.coarse_solver != nullptr ? nameOf(level.coarse_solver.get(), nullptr)
-                   : level.pre_smoother != nullptr
-                       ? nameOf(level.pre_smoother.get(), level.post_smoother.get())
-                       : nameOf(level.coarse_pre_smoother.get(), level.coarse_post_smoother.get());
-    row.rowsPerRank = extentOverRanks(level.A.getLocalRows());
-    row.cycleTime = slowest(level.cycle_time.getTimeSec());
-    out.levels.push_back(row);
-    out.bytes += sumOverRanks((l > 0 ? bytesOf(level.A) : 0) + bytesOf(level.P) + bytesOf(level.R));
-  }
-  const auto& times = amg.setup_times;
-  const auto phase = [&](const char* name, const mivo::TickMeter& meter) {
-    out.phases.push_back({name, slowest(meter.getTimeSec())});
-  };
-  phase("level transfers", times.transfer);
-  phase("smoothers", times.smoother);
-  phase("coarse operators", times.rap);
-  phase("exchange plans", times.prepare);
-  phase("coarsest level", times.coarse);
-  out.setupTime = slowest(amg.setupTime.getTimeSec());
-  return out;
-}
-
 /// Columns of a table, right-aligned but for the last one.
 void printRow(std::ostream& out, const std::vector<std::string>& cells) {
   const int widths[] = {7, 12, 13, 9, 13, 14, 12};
@@ -90,36 +38,24 @@ double ratio(double a, double b) { return b > 0 ? a / b : 1.0; }
 
 }  // namespace
 
-double Hierarchy::operatorComplexity() const {
-  double all = 0;
-  for (const Level& level : levels) all += static_cast<double>(level.entries);
-  return levels.empty() ? 1.0 : ratio(all, static_cast<double>(levels[0].entries));
-}
-
-double Hierarchy::gridComplexity() const {
-  double all = 0;
-  for (const Level& level : levels) all += static_cast<double>(level.rows);
-  return levels.empty() ? 1.0 : ratio(all, static_cast<double>(levels[0].rows));
-}
-
-json Hierarchy::toJson(bool profile) const {
-  json out = {{"operator_complexity", operatorComplexity()},
-              {"grid_complexity", gridComplexity()},
-              {"bytes", bytes},
+json toJson(const Hierarchy& hierarchy, bool profile) {
+  json out = {{"operator_complexity", hierarchy.operatorComplexity()},
+              {"grid_complexity", hierarchy.gridComplexity()},
+              {"bytes", static_cast<double>(hierarchy.matrix_bytes)},
               {"levels", json::array()}};
-  for (const Level& level : levels) {
+  for (const Hierarchy::Level& level : hierarchy.levels) {
     out["levels"].push_back(
         {{"rows", level.rows},
          {"nnzs", level.entries},
-         {"prolongation_nnzs", level.prolongation},
+         {"prolongation_nnzs", level.prolongation_entries},
          {"smoother", level.smoother},
-         {"rows_per_rank", {{"min", level.rowsPerRank.min}, {"max", level.rowsPerRank.max}}}});
-    if (profile) out["levels"].back()["cycle_time"] = level.cycleTime;
+         {"rows_per_rank", {{"min", level.rows_min}, {"max", level.rows_max}}}});
+    if (profile) out["levels"].back()["cycle_time"] = level.cycle_time;
   }
   if (profile) {
-    out["cycles"] = cycles;
-    out["setup"]["total"] = setupTime;
-    for (const Phase& phase : phases) out["setup"][phase.name] = phase.seconds;
+    out["cycles"] = hierarchy.cycles;
+    out["setup"]["total"] = hierarchy.setup_time;
+    for (const Hierarchy::Phase& phase : hierarchy.setup) out["setup"][phase.name] = phase.seconds;
   }
   return out;
 }
@@ -128,7 +64,7 @@ template <class T>
 std::vector<Hierarchy> hierarchiesOf(const mivo::ParOperator& root) {
   std::vector<Hierarchy> out;
   forEachHierarchy<T>(root, [&](const Amg<T>& amg) {
-    if (!amg.levels.empty()) out.push_back(describeHierarchy(amg));
+    if (!amg.levels.empty()) out.push_back(amg.getStatistics());
   });
   return out;
 }
@@ -147,11 +83,12 @@ void printHierarchy(const Hierarchy& hierarchy, std::ostream& out) {
     printRow(out,
              {std::to_string(l), std::to_string(level.rows), std::to_string(level.entries),
               fixed(ratio(static_cast<double>(level.entries), static_cast<double>(level.rows)), 1),
-              std::to_string(level.prolongation), std::to_string(level.rowsPerRank.min),
-              std::to_string(level.rowsPerRank.max), level.smoother});
+              std::to_string(level.prolongation_entries), std::to_string(level.rows_min),
+              std::to_string(level.rows_max), level.smoother});
   }
   out << "operator complexity " << fixed(hierarchy.operatorComplexity(), 3) << ", grid complexity "
-      << fixed(hierarchy.gridComplexity(), 3) << ", " << fixed(hierarchy.bytes / 1e6, 1)
+      << fixed(hierarchy.gridComplexity(), 3) << ", "
+      << fixed(static_cast<double>(hierarchy.matrix_bytes) / 1e6, 1)
       << " MB beside the given matrix" << std::endl;
 }
 
@@ -162,18 +99,18 @@ void printProfile(const Hierarchy& hierarchy, std::ostream& out) {
         << fixed(100 * (whole > 0 ? seconds / whole : 0), 1) << " %\n";
   };
   out << "\nset-up of the hierarchy\n";
-  double rest = hierarchy.setupTime;
-  for (const Hierarchy::Phase& phase : hierarchy.phases) {
-    line(phase.name, phase.seconds, hierarchy.setupTime);
+  double rest = hierarchy.setup_time;
+  for (const Hierarchy::Phase& phase : hierarchy.setup) {
+    line(phase.name, phase.seconds, hierarchy.setup_time);
     rest -= phase.seconds;
   }
-  line("other", rest > 0 ? rest : 0, hierarchy.setupTime);
-  line("total", hierarchy.setupTime, hierarchy.setupTime);
+  line("other", rest > 0 ? rest : 0, hierarchy.setup_time);
+  line("total", hierarchy.setup_time, hierarchy.setup_time);
   double whole = 0;
-  for (const Hierarchy::Level& level : hierarchy.levels) whole += level.cycleTime;
+  for (const Hierarchy::Level& level : hierarchy.levels) whole += level.cycle_time;
   out << hierarchy.cycles << " cycles\n";
   for (std::size_t l = 0; l < hierarchy.levels.size(); ++l) {
-    line("level " + std::to_string(l), hierarchy.levels[l].cycleTime, whole);
+    line("level " + std::to_string(l), hierarchy.levels[l].cycle_time, whole);
   }
   line("total", whole, whole);
   out.flush();

@@ -64,12 +64,6 @@ double slowest(double seconds) {
   return all;
 }
 
-double sumOverRanks(double value) {
-  double all = value;
-  MPI_Allreduce(&value, &all, 1, MPI_DOUBLE, MPI_SUM, MPI_COMM_WORLD);
-  return all;
-}
-
 Extent extentOverRanks(long value) {
   // The least is the greatest of the negative ones.
   const long mine[2] = {-value, value};

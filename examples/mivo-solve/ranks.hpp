@@ -23,9 +23,6 @@ bool onAnyRank(bool value);
 /// Largest value over the ranks. Collective.
 double slowest(double seconds);
 
-/// Sum over the ranks. Collective.
-double sumOverRanks(double value);
-
 /// Least and greatest value over the ranks.
 struct Extent {
   long min = 0;

@@ -89,7 +89,7 @@ json toJson(const Report& report) {
   if (!report.hierarchies.empty()) {
     line["hierarchies"] = json::array();
     for (const Hierarchy& hierarchy : report.hierarchies) {
-      line["hierarchies"].push_back(hierarchy.toJson(report.profile));
+      line["hierarchies"].push_back(toJson(hierarchy, report.profile));
     }
   }
   line["setup_time"] = report.setupTime;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <iosfwd>
 #include <memory>
 #include <string>
@@ -72,6 +73,11 @@ class MIVO_API CSRMatrixT {
   T* getValues() const { return impl_->values; }
   /// View for kernels on the matrix's device.
   View getRawMat() const;
+  /// Bytes of the three arrays.
+  std::size_t getBytes() const {
+    return (getRowPtr() != nullptr ? (static_cast<std::size_t>(getRows()) + 1) * sizeof(I) : 0) +
+           static_cast<std::size_t>(getNnz()) * (sizeof(I) + sizeof(T));
+  }
 
   // Algebra. A result that holds entries is replaced, so that it may be an operand; one without is
   // filled in place, for all its handles, except where an operation says that it is built afresh.

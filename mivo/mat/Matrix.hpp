@@ -75,6 +75,8 @@ class MIVO_API MatrixT {
   /// rows * cols
   I getSize() const { return impl_->rows * impl_->cols; }
   I getCapacity() const { return impl_->capacity; }
+  /// Bytes of the array.
+  std::size_t getBytes() const { return static_cast<std::size_t>(impl_->capacity) * sizeof(T); }
   /// Device memory of the matrix's device; null for an empty matrix.
   T* getData() const { return impl_->data; }
   const Device& getDevice() const { return impl_->device; }

@@ -254,6 +254,17 @@ void ParCSRMatrixT<T, G, L>::sortRows() {
   for (auto& entry : impl_->local_blocks) entry.second.matrix.sortRows();
 }
 
+template <class T, class G, class L>
+std::size_t ParCSRMatrixT<T, G, L>::getBytes() const {
+  std::size_t bytes = impl_->plan.getBytes();
+  for (const auto& entry : impl_->local_blocks) {
+    const LocalBlock& block = entry.second;
+    bytes +=
+        block.matrix.getBytes() + block.product_buffer.getBytes() + block.filled_rows.getBytes();
+  }
+  return bytes;
+}
+
 MIVO_INSTANCE_VALUES(ParCSRMatrixT, int, int)
 MIVO_INSTANCE_VALUES(ParCSRMatrixT, long, int)
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <iosfwd>
 #include <memory>
@@ -97,6 +98,9 @@ class MIVO_API ParCSRMatrixT : public ParMatrixFreeT<T, G, L> {
   /// Both drop the halo plan, so all ranks call them together; the next product makes a new one.
   void setComm(int comm);
   void setDevice(const Device& device);
+  /// Bytes of what this rank holds: column blocks, and once they are there the halo plan and the
+  /// buffers of products.
+  std::size_t getBytes() const override;
   /// Stored entries of all ranks. Collective.
   G getNnzs() const;
   /// On ranks that do not own the row: 0 and *found false.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <iosfwd>
 #include <memory>
 #include <string>
@@ -67,6 +68,8 @@ class MIVO_API ParMatrixT {
   void getOwnerShipRange(G* begin, G* end) const;
   /// Handle on the local block; `index` is ignored.
   Local getLocalMatrix(int index = -1) const;
+  /// Bytes of this rank's part.
+  std::size_t getBytes() const { return getLocalMatrix().getBytes(); }
   /// Installs the one element of `blocks` as the local block.
   void setLocalMatrix(const std::vector<Local>& blocks);
   /// Same rows, cols, partitions, device kind and comm.

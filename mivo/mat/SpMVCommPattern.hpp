@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <iosfwd>
 #include <map>
@@ -139,6 +140,8 @@ class MIVO_API SpMVCommPatternT {
 
   const Device& getDevice() const;
   int getComm() const;
+  /// Bytes of this rank's index lists and buffers.
+  std::size_t getBytes() const;
   /// Tag of the next exchange: one counter for all plans whose communicator has all processes. A
   /// plan on fewer counts its own exchanges, since the other processes do not see them.
   static int getMessageTag();

@@ -11,6 +11,12 @@ ParOperator::ParOperator(const ParOperator&) = default;
 ParOperator& ParOperator::operator=(const ParOperator&) = default;
 ParOperator::~ParOperator() = default;
 
+std::size_t ParOperator::getBytes() const {
+  std::size_t bytes = 0;
+  for (const auto& child : children) bytes += child->getBytes();
+  return bytes;
+}
+
 void ParOperator::appendChild(std::shared_ptr<ParOperator> child, const std::string& childRole) {
   if (child == nullptr) return;
   child->role = childRole;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -37,6 +38,10 @@ class MIVO_API ParOperator {
   ParOperator(const ParOperator&);
   ParOperator& operator=(const ParOperator&);
   virtual ~ParOperator();
+  /// Bytes of the arrays that this rank holds in the object and its children: what a set-up made
+  /// and work vectors that stay between solves. Arrays that belong to others, as the matrix given
+  /// to `setup`, are left out. An operation of a derived class adds its own.
+  virtual std::size_t getBytes() const;
 
   /// Sets the child's role and appends it; a null child is ignored.
   void appendChild(std::shared_ptr<ParOperator> child, const std::string& childRole);

@@ -55,13 +55,13 @@ void ParPreconditionerAMG_T<T, G, L>::setup(const Operator& A) {
     if (!buildLevel(l)) break;
   }
 
-  setup_times.prepare.start();
   for (Level& level : levels) {
-    level.A.prepareMatVec(false);
-    level.R.prepareMatVec(false);
-    level.P.prepareMatVec(false);
+    timed(level, &SetupTimes::prepare, [&] {
+      level.A.prepareMatVec(false);
+      level.R.prepareMatVec(false);
+      level.P.prepareMatVec(false);
+    });
   }
-  setup_times.prepare.stop();
 
   if (verbose >= 2) logStatistics();
   step = 0;
@@ -86,9 +86,39 @@ void ParPreconditionerAMG_T<T, G, L>::discardLevels() {
 }
 
 template <class T, class G, class L>
+std::size_t ParPreconditionerAMG_T<T, G, L>::getBytes() const {
+  std::size_t bytes =
+      Solver::getBytes() + scratch.getBytes();  // smoothers and solvers are children
+  for (std::size_t l = 0; l < levels.size(); ++l) {
+    const Level& level = levels[l];
+    bytes += (l > 0 ? level.A.getBytes() : 0) + level.P.getBytes() + level.R.getBytes();
+    for (const Vector* v :
+         {&level.coarse_solution, &level.residual, &level.correction, &level.coarse_rhs}) {
+      bytes += v->getBytes();
+    }
+  }
+  return bytes;
+}
+
+template <class T, class G, class L>
+template <class Body>
+void ParPreconditionerAMG_T<T, G, L>::timed(Level& level, TickMeter SetupTimes::*phase,
+                                            const Body& body) {
+  (setup_times.*phase).start();
+  (level.setup_times.*phase).start();
+  body();
+  (level.setup_times.*phase).stop();
+  (setup_times.*phase).stop();
+}
+
+template <class T, class G, class L>
 bool ParPreconditionerAMG_T<T, G, L>::buildLevel(int l) {
   Level level;
-  level.A = l > 0 ? coarseOperator(levels.back()) : fine;
+  if (l > 0) {
+    timed(level, &SetupTimes::rap, [&] { level.A = coarseOperator(levels.back()); });
+  } else {
+    level.A = fine;
+  }
   trimHostMemory();
   const auto node = std::make_shared<ParOperator>();
   const auto append = [&] {
@@ -96,9 +126,7 @@ bool ParPreconditionerAMG_T<T, G, L>::buildLevel(int l) {
     this->appendChild(node, string_printf("level_%d", l));
   };
   const auto appendCoarsest = [&] {
-    setup_times.coarse.start();
-    createCoarsestLevel(level, node, parameters);
-    setup_times.coarse.stop();
+    timed(level, &SetupTimes::coarse, [&] { createCoarsestLevel(level, node, parameters); });
     append();
   };
   if (min_coarse_size >= level.A.getCols() || l == max_levels - 1) {
@@ -106,25 +134,26 @@ bool ParPreconditionerAMG_T<T, G, L>::buildLevel(int l) {
     return false;
   }
 
-  setup_times.transfer.start();
-  const json& transfer = getJsonByKey(parameters, "level_transfer", l);
-  level.level_transfer = Transfer::getFactory().createInstance(transfer, this);
-  MIVO_CHECK(level.level_transfer != nullptr)
-      << unknownPartText("AMG", "level_transfer", "level_transfer_type", transfer);
-  level.level_transfer->setLevelId(l);
-  level.level_transfer->transfer_operators(level.A, level.P, level.R);
-  setup_times.transfer.stop();
+  timed(level, &SetupTimes::transfer, [&] {
+    const json& transfer = getJsonByKey(parameters, "level_transfer", l);
+    level.level_transfer = Transfer::getFactory().createInstance(transfer, this);
+    MIVO_CHECK(level.level_transfer != nullptr)
+        << unknownPartText("AMG", "level_transfer", "level_transfer_type", transfer);
+    level.level_transfer->setLevelId(l);
+    level.level_transfer->transfer_operators(level.A, level.P, level.R);
+  });
   if (l > 0 && level.P.getRows() == 0) {
     appendCoarsest();
     return false;
   }
 
-  setup_times.smoother.start();
-  level.pre_smoother =
-      createSmoother(getJsonByKey(parameters, "pre_smoother", l), "pre_smoother", level.A);
-  level.post_smoother =
-      createSmoother(getJsonByKey(parameters, "post_smoother", l), "post_smoother", level.A);
-  setup_times.smoother.stop();
+  timed(level, &SetupTimes::smoother, [&] {
+    const auto smoother = [&](const char* key) {
+      return createSmoother(getJsonByKey(parameters, key, l), key, level.A);
+    };
+    level.pre_smoother = smoother("pre_smoother");
+    level.post_smoother = smoother("post_smoother");
+  });
 
   node->appendChild(level.pre_smoother, "pre_smoother");
   node->appendChild(level.post_smoother, "post_smoother");
@@ -136,7 +165,6 @@ bool ParPreconditionerAMG_T<T, G, L>::buildLevel(int l) {
 template <class T, class G, class L>
 typename ParPreconditionerAMG_T<T, G, L>::Matrix ParPreconditionerAMG_T<T, G, L>::coarseOperator(
     const Level& level) {
-  setup_times.rap.start();
   Matrix product;
   if (level.P.getCols() == 0) {
     // Without coarse unknowns R may be a default-built matrix, on a communicator and a device that
@@ -147,7 +175,6 @@ typename ParPreconditionerAMG_T<T, G, L>::Matrix ParPreconditionerAMG_T<T, G, L>
     Matrix::multiplyTriple(level.R, level.A, level.P, product);
     product.sortRows();
   }
-  setup_times.rap.stop();
   return product;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -11,6 +12,7 @@
 #include "mivo/operators/ParLevelTransfer.hpp"
 #include "mivo/operators/ParPreconditioner.hpp"
 #include "mivo/operators/ParSmoother.hpp"
+#include "mivo/precond/HierarchyStatistics.hpp"
 #include "mivo/solver/ParSolver.hpp"
 #include "mivo/utils/TickMeter.hpp"
 #include "mivo/utils/export.hpp"
@@ -58,6 +60,15 @@ class MIVO_API ParPreconditionerAMG_T : public ParPreconditionerT<T, G, L>,
   using Solver::create;
   using Solver::solve;
 
+  /// Times of `setup` by what it does.
+  struct MIVO_API SetupTimes {
+    TickMeter transfer;  ///< level transfers
+    TickMeter smoother;  ///< smoothers of all levels but the coarsest
+    TickMeter rap;       ///< products R A P
+    TickMeter prepare;   ///< halo exchange plans
+    TickMeter coarse;    ///< solver or smoothers of the coarsest level
+  };
+
   /// One level. Copies share the matrices, vectors and objects.
   struct MIVO_API Level {
     Matrix A;  ///< operator; that of level 0 is the caller's
@@ -78,16 +89,8 @@ class MIVO_API ParPreconditionerAMG_T : public ParPreconditionerT<T, G, L>,
     /// Products of |r| after by |r| before pre-smoothing, coarse correction and post-smoothing,
     /// over all cycles with `verbose` above 2.
     double accumulated[3] = {1, 1, 1};
-    TickMeter cycle_time;  ///< time of this level alone, over all cycles with `profile`
-  };
-
-  /// Times of `setup` by what it does.
-  struct MIVO_API SetupTimes {
-    TickMeter transfer;  ///< level transfers
-    TickMeter smoother;  ///< smoothers of all levels but the coarsest
-    TickMeter rap;       ///< products R A P
-    TickMeter prepare;   ///< halo exchange plans
-    TickMeter coarse;    ///< solver or smoothers of the coarsest level
+    TickMeter cycle_time;    ///< time of this level alone, over all cycles with `profile`
+    SetupTimes setup_times;  ///< of this level in the last set-up
   };
 
   std::vector<Level> levels;  ///< finest first
@@ -117,6 +120,11 @@ class MIVO_API ParPreconditionerAMG_T : public ParPreconditionerT<T, G, L>,
   /// The part of a cycle from `level` downward, on the given x, which stays as it is without such
   /// a level.
   void vcycle_recursive(int level, const Vector& b, Vector& x);
+  /// Sizes, names and times of the hierarchy, the same on all ranks; no levels before `setup`.
+  /// Collective.
+  HierarchyStatistics getStatistics() const;
+  /// Bytes that this rank holds for the hierarchy, the matrix given to `setup` left out.
+  std::size_t getBytes() const override;
   /// Gives a level, whose A is there, the means of the coarsest one: "coarse_solver" of `params`,
   /// with its preconditioner set up, or else the plain smoothers.
   void createCoarsestLevel(Level& level, std::shared_ptr<ParOperator> levelNode,
@@ -125,6 +133,9 @@ class MIVO_API ParPreconditionerAMG_T : public ParPreconditionerT<T, G, L>,
  private:
   /// Back to the state before a set-up, but for the times that every preconditioner sums up.
   void discardLevels();
+  /// Runs a phase of the set-up of a level, on the clocks of both.
+  template <class Body>
+  void timed(Level& level, TickMeter SetupTimes::*phase, const Body& body);
   /// Appends level l; false when it is the coarsest.
   bool buildLevel(int l);
   /// R A P, with sorted rows.

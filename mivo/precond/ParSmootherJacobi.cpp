@@ -182,6 +182,11 @@ void ParSmootherJacobi_T<T, G, L>::solve(Preconditioner&, Operator&, const Vecto
   relres = rel;
 }
 
+template <class T, class G, class L>
+std::size_t ParSmootherJacobi_T<T, G, L>::getBytes() const {
+  return ParSolverT<T, G, L>::getBytes() + inverse.getBytes() + scratch.getBytes();
+}
+
 MIVO_INSTANCE_SCALARS(ParSmootherJacobi_T, long, int)
 MIVO_REGISTER_SCALARS(ParSmootherT, "SmootherJacobi", ParSmootherJacobi_T)
 MIVO_REGISTER_SCALARS(ParPreconditionerT, "PrecondJacobi", ParSmootherJacobi_T)

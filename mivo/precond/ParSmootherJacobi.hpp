@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "mivo/mat/ParCSRMatrix.hpp"
@@ -55,6 +56,7 @@ class MIVO_API ParSmootherJacobi_T : public ParOpBaseT<T, G, L> {
   /// iteration did not converge.
   void solve(Preconditioner& P, Operator& A, const Vector& b, Vector& x, int& iter,
              R& relres) override;
+  std::size_t getBytes() const override;
 
  protected:
   /// Takes the matrix and looks for values that are not finite, on all ranks; false, with a

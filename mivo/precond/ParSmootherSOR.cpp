@@ -149,6 +149,12 @@ void ParSmootherSOR_T<T, G, L>::solve(Preconditioner& P, Operator& A, const Vect
   this->finishSolve(P, this->max_its, it, rel);
 }
 
+template <class T, class G, class L>
+std::size_t ParSmootherSOR_T<T, G, L>::getBytes() const {
+  return ParSolverT<T, G, L>::getBytes() + diagonal.getBytes() + scratch.getBytes() +
+         host_blocks.getBytes() + device_blocks.getBytes();
+}
+
 MIVO_INSTANCE_SCALARS(ParSmootherSOR_T, long, int)
 MIVO_REGISTER_SCALARS(ParSmootherT, "SmootherSOR", ParSmootherSOR_T)
 MIVO_REGISTER_SCALARS(ParPreconditionerT, "PrecondSOR", ParSmootherSOR_T)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "mivo/mat/ParCSRMatrix.hpp"
@@ -56,6 +57,7 @@ class MIVO_API ParSmootherSOR_T : public ParOpBaseT<T, G, L> {
   /// iteration did not converge.
   void solve(Preconditioner& P, Operator& A, const Vector& b, Vector& x, int& iter,
              R& relres) override;
+  std::size_t getBytes() const override;
 
  protected:
   ParCSRMatrixT<T, G, L> matrix;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mivo/solver/ParSolver.hpp"
 
+#include <algorithm>
 #include <iomanip>
 #include <ios>
 
@@ -77,6 +78,15 @@ void ParSolverT<T, G, L>::finishSolve(Preconditioner& P, int maxIts, int iter, R
       << "Finish solving using " << name << ", iter/max_its " << iter << "/" << maxIts << ", res_b "
       << relres << ", solve_time " << solveTime.getTimeSec() << ", precond_setup "
       << P.setupTime.getTimeSec() << ", precond " << P.precondTime.getTimeSec();
+}
+
+template <class T, class G, class L>
+std::size_t ParSolverT<T, G, L>::getBytes() const {
+  const auto& own = this->children;
+  const std::shared_ptr<ParOperator> assigned = preconditioner;
+  const bool counted =
+      assigned == nullptr || std::find(own.begin(), own.end(), assigned) != own.end();
+  return ParOperator::getBytes() + (counted ? 0 : assigned->getBytes());
 }
 
 template <class T, class G, class L>

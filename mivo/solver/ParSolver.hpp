@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -71,6 +72,8 @@ class MIVO_API ParSolverT : public virtual ParOperator {
   void logSolverStatus(Preconditioner& P, int iter, R r, R relR0, R relB);
   /// End of the clock, last line. `maxIts` is the iteration limit.
   void finishSolve(Preconditioner& P, int maxIts, int iter, R relres);
+  /// Counts a preconditioner that is no child too.
+  std::size_t getBytes() const override;
 
   ~ParSolverT() override;
 

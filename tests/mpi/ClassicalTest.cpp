@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "mivo/level_transfer/ruge_stuben/LevelTransferOps_RS.hpp"
+#include "mivo/precond/HierarchyStatistics.hpp"
 #include "tests/support/amg.hpp"
 #include "tests/support/classical.hpp"
 #include "tests/support/graphs.hpp"
@@ -173,6 +174,65 @@ TEST(ClassicalOnRanks, PipelinesPrecondition) {
       EXPECT_LE(iter, 16) << name;
     }
   }
+}
+
+// Sizes against the matrices themselves, and bytes against what a program can count.
+TEST(HierarchyOnRanks, DescribesItself) {
+  std::mt19937 rng(59);
+  const Part part = worldCuts<long>(400, rng)[2];
+  const auto A = distributed<double, long>(Device(), part, part, laplacian<double>(20, 20));
+  const auto amg =
+      makeAmg<double>({{"level_transfer", {{"level_transfer_type", "LevelTransferBoomerAMG"}}},
+                       {"pre_smoother", smootherOf("SmootherJacobi")},
+                       {"post_smoother", smootherOf("SmootherSSOR")}});
+  EXPECT_TRUE(amg->getStatistics().levels.empty());
+  EXPECT_EQ(amg->getBytes(), 0u);
+  amg->setup(A);
+  const HierarchyStatistics stats = amg->getStatistics();
+  ASSERT_EQ(stats.levels.size(), amg->levels.size());
+  ASSERT_GT(stats.levels.size(), 2u);
+  const auto blockBytes = [](const Matrix& m) {
+    double bytes = 0;
+    for (int p = 0; p < worldSize(); ++p) {
+      const auto block = m.getLocalMatrix(p);
+      if (block.getNnz() > 0) bytes += 4.0 * (block.getRows() + 1) + 12.0 * block.getNnz();
+    }
+    return bytes;
+  };
+  double own = 0, entries = 0;
+  for (std::size_t l = 0; l < stats.levels.size(); ++l) {
+    const auto& level = amg->levels[l];
+    const auto& row = stats.levels[l];
+    own += (l > 0 ? blockBytes(level.A) : 0) + blockBytes(level.P) + blockBytes(level.R);
+    entries += static_cast<double>(level.A.getNnzs());
+    const auto offsets = level.A.getRowPartitioner().getOffsets();
+    std::vector<long> sizes;
+    for (std::size_t p = 1; p < offsets.size(); ++p) sizes.push_back(offsets[p] - offsets[p - 1]);
+    EXPECT_EQ(row.rows, level.A.getRows());
+    EXPECT_EQ(row.rows_min, *std::min_element(sizes.begin(), sizes.end()));
+    EXPECT_EQ(row.rows_max, *std::max_element(sizes.begin(), sizes.end()));
+    EXPECT_EQ(row.entries, level.A.getNnzs());
+    EXPECT_EQ(row.prolongation_entries, level.P.getNnzs());
+    EXPECT_EQ(row.smoother, "SmootherJacobi, SmootherSSOR");
+  }
+  double all = 0;
+  MPI_Allreduce(&own, &all, 1, MPI_DOUBLE, MPI_SUM, kCommWorld);
+  EXPECT_EQ(static_cast<double>(stats.matrix_bytes), all);
+  EXPECT_EQ(stats.operatorComplexity(), entries / static_cast<double>(A.getNnzs()));
+  EXPECT_GT(stats.setup_time, 0);
+
+  // A cycle makes vectors, as many elements as two rows of each level and two of the next, at
+  // least.
+  const std::size_t before = amg->getBytes();
+  EXPECT_GE(static_cast<double>(before), own);
+  ParVector<double> x(A.getRowPartitioner(), Device()), b(A.getRowPartitioner(), Device());
+  b.fill(1);
+  x.fill(0);
+  amg->precondition(b, x);
+  const std::size_t after = amg->getBytes();
+  EXPECT_GE(after, before + 16u * static_cast<std::size_t>(A.getLocalRows()));
+  amg->precondition(b, x);
+  EXPECT_EQ(amg->getBytes(), after);
 }
 
 }  // namespace

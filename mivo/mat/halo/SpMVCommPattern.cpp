@@ -208,6 +208,27 @@ void SpMVCommPatternT<T, G, L>::incMessageTag() {
   advanceTag(haloMessageTag());
 }
 
+template <class T, class G, class L>
+std::size_t SpMVCommPatternT<T, G, L>::getBytes() const {
+  std::size_t bytes = impl_->host_x.getBytes();
+  // On the host the two forms of a list or a buffer are one array.
+  const auto pair = [&](const auto& on_device, const auto& on_host) {
+    bytes += on_device.getBytes();
+    if (on_host.getData() != on_device.getData()) bytes += on_host.getBytes();
+  };
+  for (const auto& entry : impl_->recv_blocks) {
+    const SpmvColBlock& block = entry.second;
+    pair(block.nzc_recv_indices, block.host_indices);
+    pair(block.device_recv_buffer, block.host_recv_buffer);
+    bytes += block.recv_x.getBytes() + block.recv_write_flag.getBytes();
+  }
+  for (const auto& entry : impl_->send_metas) {
+    pair(entry.second.nzc_send_indices, entry.second.host_indices);
+    bytes += entry.second.send_x.getBytes();
+  }
+  return bytes;
+}
+
 MIVO_INSTANCE_VALUES(SpMVCommPatternT, int, int)
 MIVO_INSTANCE_VALUES(SpMVCommPatternT, long, int)
 #define MIVO_CROSS(T, U)                                                                           \
