@@ -4,11 +4,16 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "tests/support/halo.hpp"
 #include "tests/support/message_spy.hpp"
+
+// Of the message-passing library alone: libmivo calls neither.
+extern "C" int MPI_Comm_dup(int comm, int* copy);
+extern "C" int MPI_Comm_split(int comm, int color, int key, int* part);
 
 namespace mivo::test {
 namespace {
@@ -62,6 +67,51 @@ TEST(HaloProduct, TwoMatricesInTurnDoNotMixTheirMessages) {
       ++tag;
     }
     EXPECT_EQ(spy.alltoalls, 0) << "plans are made once";
+  }
+}
+
+// Second differences of squares, on all ranks, on a duplicate, and on either half at the same time.
+TEST(HaloProduct, MatricesOfSeveralCommunicatorsDoNotMixTheirMessages) {
+  int copy = 0, half = 0;
+  MPI_Comm_dup(kCommWorld, &copy);
+  MPI_Comm_split(kCommWorld, worldRank() % 2, worldRank(), &half);
+  for (const Device& device : testDevices()) {
+    std::vector<Matrix> matrices;
+    for (const int comm : {kCommWorld, copy, half}) {
+      const long n = 11 + 2 * static_cast<long>(matrices.size());
+      Matrix A;
+      A.create(n, n, device, comm);
+      A.beginAssemble();
+      long begin = 0, end = 0;
+      A.getOwnerShipRange(&begin, &end);
+      for (long i = begin; i < end; ++i) {
+        for (long j = std::max(i - 1, 0L); j <= std::min(i + 1, n - 1); ++j) {
+          A.setValue(i, j, i == j ? 2 : -1, SetValueMode::Set);
+        }
+      }
+      A.endAssemble();
+      matrices.push_back(A);
+    }
+    for (int round = 0; round < 12; ++round) {
+      const Matrix& A = matrices[static_cast<std::size_t>(round) % 3];
+      long begin = 0, end = 0;
+      A.getOwnerShipRange(&begin, &end);
+      std::vector<double> squares;
+      for (long i = begin; i < end; ++i)
+        squares.push_back(static_cast<double>((i + round) * (i + round)));
+      Vector x, y;
+      x.create(A.getRowPartitioner(), device, A.getComm());
+      x.setLocalMatrix(matrixOf<double, int>(device, static_cast<int>(end - begin), 1, squares));
+      Async<double> async;
+      A.matVec(x, y, async.get());
+      int ranks = 1;
+      MPI_Comm_size(A.getComm(), &ranks);
+      if (ranks > 1) async.wait();
+      const std::vector<double> result = valuesOf(y);
+      for (long i = std::max(begin, 1L); i < std::min(end, A.getRows() - 1); ++i) {
+        EXPECT_EQ(result[static_cast<std::size_t>(i - begin)], -2) << "round " << round;
+      }
+    }
   }
 }
 

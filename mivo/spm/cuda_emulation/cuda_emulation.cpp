@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <numeric>
 
 #include "mivo/spm/cuda_emulation/cuda_runtime_api.h"
 
@@ -110,6 +111,7 @@ struct Machine {
   std::array<std::unique_ptr<Arena>, kMaxDevices> arenas;
   std::map<Call, int> faults;
   long threads = 0;
+  unsigned long launches = 0;
 };
 
 Machine& machine() {
@@ -186,9 +188,18 @@ long threadsOfLastLaunch() { return machine().threads; }
 OpenMemory::OpenMemory(int device) : device_(device) { arena(device_).open(); }
 OpenMemory::~OpenMemory() { arena(device_).close(); }
 
-int beginLaunch(cudaStream_t stream, long grid, long block) {
+int beginLaunch(cudaStream_t stream, long grid, long block, ThreadOrder& order) {
   if (stream == nullptr || fails(Call::Launch)) return -1;
-  machine().threads = grid * block;
+  const long threads = grid * block;
+  machine().threads = threads;
+  if (threads > 1) {
+    // The same from run to run: the number of the launch decides. A stride without a common factor
+    // reaches every thread.
+    const unsigned long mixed = ++machine().launches * 0x9e3779b97f4a7c15ul;
+    order.first = static_cast<long>((mixed >> 33) % static_cast<unsigned long>(threads));
+    order.stride = 1 + static_cast<long>((mixed >> 17) % static_cast<unsigned long>(threads - 1));
+    while (std::gcd(order.stride, threads) > 1) --order.stride;
+  }
   return stream->device;
 }
 

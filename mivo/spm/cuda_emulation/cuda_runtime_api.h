@@ -8,8 +8,9 @@
 
 /// Stand-in for the part of the CUDA runtime that the library uses, on the CPU: builds with
 /// MIVO_CUDA=EMULATE find this header in place of the toolkit's. Its devices are small, their
-/// memory is unreadable to the host except inside a launch or a copy, and kernels run as nested
-/// loops over blocks and threads, one launch at a time.
+/// memory is unreadable to the host except inside a launch or a copy, and the threads of a kernel
+/// run one after the other, in an order that changes from launch to launch: what depends on it, as
+/// it must not, shows. One launch at a time.
 
 #define __global__
 #define __host__
@@ -99,8 +100,15 @@ class MIVO_API OpenMemory {
   int device_;
 };
 
-/// Device of a stream; -1 when the launch is to be skipped because it fails.
-MIVO_API int beginLaunch(cudaStream_t stream, long grid, long block);
+/// Order of the threads of a launch: from `first` on in steps of `stride`, modulo their number.
+struct MIVO_API ThreadOrder {
+  long first = 0;
+  long stride = 1;
+};
+
+/// Device of a stream, and the order of the threads; -1 when the launch is to be skipped because it
+/// fails.
+MIVO_API int beginLaunch(cudaStream_t stream, long grid, long block, ThreadOrder& order);
 
 }  // namespace mivo::cuda_emulation
 
@@ -113,16 +121,18 @@ namespace mivo::cuda_emulation {
 /// Runs `kernel` once for each thread of each block.
 template <class Kernel>
 void launch(cudaStream_t stream, long grid, long block, const Kernel& kernel) {
-  const int device = beginLaunch(stream, grid, block);
+  ThreadOrder order;
+  const int device = beginLaunch(stream, grid, block, order);
   if (device < 0) return;
   const OpenMemory open(device);
   blockDim.x = static_cast<unsigned>(block);
-  for (long b = 0; b < grid; ++b) {
-    blockIdx.x = static_cast<unsigned>(b);
-    for (long t = 0; t < block; ++t) {
-      threadIdx.x = static_cast<unsigned>(t);
-      kernel();
-    }
+  const long threads = grid * block;
+  long id = order.first;
+  for (long k = 0; k < threads; ++k) {
+    blockIdx.x = static_cast<unsigned>(id / block);
+    threadIdx.x = static_cast<unsigned>(id % block);
+    kernel();
+    id = (id + order.stride) % threads;
   }
 }
 
