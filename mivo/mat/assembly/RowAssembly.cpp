@@ -2,8 +2,10 @@
 #include "mivo/mat/assembly/RowAssembly.hpp"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "mivo/mat/COOMatrix.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
@@ -17,6 +19,58 @@ namespace {
 // Chunks double in size; from 2 MiB up the host's memory comes in huge pages.
 constexpr std::size_t kFirstChunkBytes = std::size_t(1) << 16;
 constexpr std::size_t kLargestChunkBytes = std::size_t(1) << 22;
+
+/// Rows of a matrix with global rows and columns, from row `first` on, sorted and summed where they
+/// stand.
+template <class T, class G, class L>
+class GivenRows {
+ public:
+  using Entry = typename MapWithLockType<G, T>::value_type;
+
+  GivenRows(const CSRMatrixT<T, G>& m, G first, L rows)
+      : row_ptr_(m.getRowPtr()), col_idx_(m.getColIdx()), values_(m.getValues()), first_(first) {
+    counts_.reserve(static_cast<std::size_t>(rows));
+    for (L i = 0; i < rows; ++i) {
+      const G r = first + static_cast<G>(i);
+      if (m.getNnz() == 0 || r >= m.getRows() || row_ptr_[r] == row_ptr_[r + 1]) {
+        counts_.push_back(0);
+        continue;
+      }
+      G k = row_ptr_[r] + 1;
+      while (k < row_ptr_[r + 1] && col_idx_[k - 1] < col_idx_[k]) ++k;
+      const bool ascending = k == row_ptr_[r + 1];
+      counts_.push_back(
+          narrowEntryCount<L>(ascending ? static_cast<std::size_t>(k - row_ptr_[r]) : load(r)));
+    }
+  }
+  std::size_t count(L i) const {
+    return static_cast<std::size_t>(counts_[static_cast<std::size_t>(i)]);
+  }
+  const Entry* row(L i) {
+    load(first_ + static_cast<G>(i));
+    return row_.data();
+  }
+  void restart(bool) {}
+
+ private:
+  std::size_t load(G r) {
+    const std::size_t length = static_cast<std::size_t>(row_ptr_[r + 1] - row_ptr_[r]);
+    if (row_.size() < length) row_.resize(length);
+    const G* const col_idx = col_idx_ + row_ptr_[r];
+    const T* const values = values_ + row_ptr_[r];
+    // A position starts at zero, so that a lone -0.0 is stored as 0.0.
+    for (std::size_t k = 0; k < length; ++k) row_[k] = {col_idx[k], T(0) + values[k]};
+    sortRow(row_.data(), length);
+    return sumDuplicates(row_.data(), length);
+  }
+
+  const G* row_ptr_;
+  const G* col_idx_;
+  const T* values_;
+  G first_;
+  std::vector<L> counts_;
+  std::vector<Entry> row_;
+};
 
 }  // namespace
 
@@ -143,6 +197,44 @@ void RowAssembly<T, G, L>::finish(const RowMessages<T, G>& messages) {
   };
   Source source{counts_, Reader{own_}};
   matrix_.takeRows(source);
+}
+
+template <class T, class G, class L>
+void RowAssembly<T, G, L>::assemble(const CSRMatrixT<T, G>& m, ParCSRMatrixT<T, G, L>& matrix) {
+  G begin = 0;
+  G end = 0;
+  matrix.getOwnerShipRange(&begin, &end);
+  // A matrix without entries may have row pointers that say nothing.
+  const G rows = m.getNnz() > 0 ? m.getRows() : 0;
+  const G* const row_ptr = m.getRowPtr();
+  RowAssembly assembly(matrix);
+  const auto add = [&](G from, G to) {
+    for (G i = from; i < to; ++i) {
+      assembly.beginRow(i);
+      for (G k = row_ptr[i]; k < row_ptr[i + 1]; ++k) {
+        assembly.add(m.getColIdx()[k], m.getValues()[k]);
+      }
+    }
+  };
+  const auto hasEntries = [&](G from, G to) { return from < to && row_ptr[from] < row_ptr[to]; };
+  if (hasEntries(0, std::min(begin, rows)) || hasEntries(std::min(end, rows), rows)) {
+    add(0, rows);
+    assembly.finish();
+    return;
+  }
+  RowMessages<T, G> messages(matrix.impl_->comm);
+  messages.open();
+  messages.exchange();
+  bool received = false;
+  messages.forEachReceived([&](int, int, const unsigned char*) { received = true; });
+  if (received) {
+    add(0, rows);
+    assembly.finish(messages);
+    return;
+  }
+  // All contributions to the own rows are here: they need no store in between.
+  GivenRows<T, G, L> source(m, begin, static_cast<L>(end - begin));
+  matrix.takeRows(source);
 }
 
 template <class T, class G, class L>

@@ -36,6 +36,10 @@ class RowAssembly {
   RowAssembly(const RowAssembly&) = delete;
   RowAssembly& operator=(const RowAssembly&) = delete;
 
+  /// Assembles the rows of m, on the host, with global row and column numbers; collective. Where no
+  /// rank has rows of another, they are read where they stand.
+  static void assemble(const CSRMatrixT<T, G>& m, ParCSRMatrixT<T, G, L>& matrix);
+
   /// Rows come in strictly ascending order.
   void beginRow(G row);
   /// An entry of the row that was begun last.
@@ -48,8 +52,6 @@ class RowAssembly {
   }
   /// Sends rows to their owners and builds the column blocks of the matrix.
   void finish();
-  /// The same after an exchange in which this rank, which has no rows of others, has sent nothing.
-  void finish(const RowMessages<T, G>& messages);
 
  private:
   using Entry = typename MapWithLockType<G, T>::value_type;
@@ -89,6 +91,8 @@ class RowAssembly {
     const unsigned char* entries;
   };
 
+  /// Finishes after an exchange in which this rank, which has no rows of others, has sent nothing.
+  void finish(const RowMessages<T, G>& messages);
   void growRow();
   void closeRow();
   void packForeignRows(RowMessages<T, G>& messages);
