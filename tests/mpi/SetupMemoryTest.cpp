@@ -103,9 +103,10 @@ std::size_t levelBytes(int comm, const std::vector<int>& lines, bool coarsens) {
 std::size_t hierarchyBytes(int comm, const std::vector<int>& lines) {
   auto A = grid(comm, lines);
   const json smoother = smootherOf("SmootherJacobi");
-  const auto amg = makeAmg<double>({{"level_transfer", {{"level_transfer_type", "LevelTransferBoomerAMG"}}},
-                                    {"pre_smoother", smoother},
-                                    {"post_smoother", smoother}});
+  const auto amg =
+      makeAmg<double>({{"level_transfer", {{"level_transfer_type", "LevelTransferBoomerAMG"}}},
+                       {"pre_smoother", smoother},
+                       {"post_smoother", smoother}});
   const std::size_t before = g_bytes;
   amg->setup(A);
   return g_bytes - before;

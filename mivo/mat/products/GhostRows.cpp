@@ -9,6 +9,7 @@
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
 #include "mivo/mat/assembly/ColumnBlocks.hpp"
 #include "mivo/utils/logging.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 namespace {
@@ -22,9 +23,7 @@ std::vector<L> elementsOf(const MatrixT<L, L, MatrixLayoutRowMajor>& list) {
 
 template <class G, class L>
 GhostIndices<G, L>::GhostIndices(const PartitionerT<G, L>& part, int comm)
-    : part_(part), comm_(comm) {
-  MPI_Comm_rank(comm, &rank_);
-  MPI_Comm_size(comm, &nprocs_);
+    : part_(part), comm_(comm), rank_(rankOf(comm)), nprocs_(sizeOf(comm)) {
   const std::size_t count =
       static_cast<std::size_t>(std::max(nprocs_, static_cast<int>(part.getNumParts())));
   wanted_.resize(count);
@@ -303,7 +302,8 @@ std::vector<CSRMatrixT<T, L>> GhostRows<T, G, L>::ownPieces(
     const GhostIndices<G, L>& columns) const {
   std::vector<CSRMatrixT<T, L>> pieces;
   const auto at = own_.lower_bound(rows_.rank()), behind = own_.upper_bound(rows_.rank());
-  for (const Parts& parts : {Parts(own_.begin(), at), Parts(at, behind), Parts(behind, own_.end())}) {
+  for (const Parts& parts :
+       {Parts(own_.begin(), at), Parts(at, behind), Parts(behind, own_.end())}) {
     if (parts.empty()) continue;
     const CSRMatrixT<T, L>& any = parts.begin()->second;
     pieces.push_back(shapedOn(any.getDevice(), stackParts(parts, any.getRows(), columns)));
@@ -346,20 +346,18 @@ CSRMatrixT<T, L> GhostRows<T, G, L>::stack(const GhostIndices<G, L>& numbers,
   return out.finish();
 }
 
-#define MIVO_OF_INDICES(T, G)                                                                 \
-  template GhostIndices<G, int>::GhostIndices(const ParCSRMatrixT<T, G, int>&);               \
-  template void GhostIndices<G, int>::note(const RowParts<T, int>&);                          \
-  template GhostIndices<G, int>::Vector<T> GhostIndices<G, int>::exchange(const Vector<T>&)   \
-      const;                                                                                  \
-  template std::vector<RowParts<T, int>> GhostIndices<G, int>::fetch(const RowParts<T, int>&) \
-      const;                                                                                  \
-  template CSRMatrixT<T, int> GhostIndices<G, int>::compact(int, const CSRMatrixT<T, int>&)   \
-      const;                                                                                  \
-  template std::vector<CSRMatrixT<T, int>> GhostIndices<G, int>::split(                       \
-      const CSRMatrixT<T, int>&) const;                                                       \
-  template RowParts<T, int> ownPartsOf(const ParCSRMatrixT<T, G, int>&);                      \
-  template CSRMatrixT<T, int> stackParts(const RowParts<T, int>&, int,                        \
-                                         const GhostIndices<G, int>&);                        \
+#define MIVO_OF_INDICES(T, G)                                                                      \
+  template GhostIndices<G, int>::GhostIndices(const ParCSRMatrixT<T, G, int>&);                    \
+  template void GhostIndices<G, int>::note(const RowParts<T, int>&);                               \
+  template GhostIndices<G, int>::Vector<T> GhostIndices<G, int>::exchange(const Vector<T>&) const; \
+  template std::vector<RowParts<T, int>> GhostIndices<G, int>::fetch(const RowParts<T, int>&)      \
+      const;                                                                                       \
+  template CSRMatrixT<T, int> GhostIndices<G, int>::compact(int, const CSRMatrixT<T, int>&) const; \
+  template std::vector<CSRMatrixT<T, int>> GhostIndices<G, int>::split(const CSRMatrixT<T, int>&)  \
+      const;                                                                                       \
+  template RowParts<T, int> ownPartsOf(const ParCSRMatrixT<T, G, int>&);                           \
+  template CSRMatrixT<T, int> stackParts(const RowParts<T, int>&, int,                             \
+                                         const GhostIndices<G, int>&);                             \
   template class GhostRows<T, G, int>;
 #define MIVO_INST(T)      \
   MIVO_OF_INDICES(T, int) \

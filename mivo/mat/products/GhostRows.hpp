@@ -61,15 +61,13 @@ class GhostIndices {
   /// Ghosts of a part, as their owner counts them, ascending.
   const std::vector<L>& of(int part) const { return wanted_[static_cast<std::size_t>(part)]; }
   /// Counted among the ghosts; one past the last part is their number.
-  L firstGhostOf(int part) const {
-    return static_cast<L>(starts_[static_cast<std::size_t>(part)]);
-  }
+  L firstGhostOf(int part) const { return static_cast<L>(starts_[static_cast<std::size_t>(part)]); }
 
   /// The values of all numbers, on the host, from this rank's own, there too. Collective.
   template <class U>
   Vector<U> exchange(const Vector<U>& own) const;
-  /// The rows that the ghosts stand for, by rank, each in the order of `of`, from this rank's own on
-  /// whatever device. Collective.
+  /// The rows that the ghosts stand for, by rank, each in the order of `of`, from this rank's own
+  /// on whatever device. Collective.
   template <class T>
   std::vector<RowParts<T, L>> fetch(const RowParts<T, L>& own) const;
 
@@ -91,8 +89,8 @@ class GhostIndices {
   G beginOf(int part) const { return part_.getOffsets()[static_cast<std::size_t>(part)]; }
   /// Where the index is or would be.
   std::size_t placeOf(G index) const {
-    std::size_t at = static_cast<std::size_t>(static_cast<unsigned long long>(index) *
-                                              0x9E3779B97F4A7C15ULL >> shift_);
+    std::size_t at = static_cast<std::size_t>(
+        static_cast<unsigned long long>(index) * 0x9E3779B97F4A7C15ULL >> shift_);
     while (slots_[at].key >= 0 && slots_[at].key != index) at = (at + 1) & (slots_.size() - 1);
     return at;
   }
@@ -104,7 +102,7 @@ class GhostIndices {
   int nprocs_ = 1;
   L own_ = 0;
   L first_ = 0;
-  L before_ = 0;  ///< ghosts that are numbered before this rank's own
+  L before_ = 0;                        ///< ghosts that are numbered before this rank's own
   std::vector<std::vector<L>> wanted_;  ///< by owner
   std::vector<std::vector<L>> given_;   ///< by the rank that wants them
   std::vector<G> starts_;
@@ -120,8 +118,7 @@ RowParts<T, L> ownPartsOf(const ParCSRMatrixT<T, G, L>& m);
 /// Some rows of this rank in the numbers of their columns: the own block itself where there is
 /// nothing else, a new matrix on the host otherwise.
 template <class T, class G, class L>
-CSRMatrixT<T, L> stackParts(const RowParts<T, L>& parts, L rows,
-                            const GhostIndices<G, L>& columns);
+CSRMatrixT<T, L> stackParts(const RowParts<T, L>& parts, L rows, const GhostIndices<G, L>& columns);
 
 /// This rank's rows of a matrix, and those of other ranks.
 template <class T, class G, class L>
@@ -144,8 +141,8 @@ class GhostRows {
   std::vector<CSRMatrixT<T, L>> ownPieces(const GhostIndices<G, L>& columns) const;
   /// The rows of other ranks.
   CSRMatrixT<T, L> stackGhosts(const GhostIndices<G, L>& columns) const;
-  /// All rows at the numbers that `numbers` gives them; other numbers have empty rows. The own block
-  /// itself where there is nothing else.
+  /// All rows at the numbers that `numbers` gives them; other numbers have empty rows. The own
+  /// block itself where there is nothing else.
   CSRMatrixT<T, L> stack(const GhostIndices<G, L>& numbers, const GhostIndices<G, L>& columns,
                          bool dropsZeros = false) const;
 
