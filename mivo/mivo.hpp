@@ -62,6 +62,7 @@
 #include "mivo/ops/SpBlasOpsImpl.hpp"
 #include "mivo/ops/SpLevelTransferOps.hpp"
 #include "mivo/ops/SpLevelTransferOpsImpl.hpp"
+#include "mivo/ops/kernel_arguments.hpp"
 #include "mivo/ops/level_transfer_records.hpp"
 #include "mivo/ops/views.hpp"
 #include "mivo/precond/HierarchyStatistics.hpp"

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <limits>
+#include <type_traits>
 
 #include "mivo/ops/BlasOps.hpp"
 #include "mivo/utils/logging.hpp"
@@ -120,6 +121,17 @@ void CSRMatrixT<T, I>::shrinkNnz(I nnz) {
   MIVO_CHECK(nnz >= 0 && nnz <= getNnz())
       << "CSRMatrix: " << getNnz() << " entries cannot shrink to " << nnz;
   if (nnz > 0) {
+    const Device& device = impl_->device;
+    const auto giveBack = [&](auto*& array, const char* what) {
+      const auto all = array;
+      array = allocateEntries<std::remove_reference_t<decltype(*all)>>(nnz, device, what);
+      copyArray(static_cast<std::size_t>(nnz), all, device, array, device);
+      device.rawFree(all);
+    };
+    if (device.type != Device::kHost && nnz < impl_->nnz) {
+      giveBack(impl_->col_idx, kColumns);
+      giveBack(impl_->values, kValues);
+    }
     impl_->nnz = nnz;
     return;
   }

@@ -9,26 +9,6 @@ namespace mivo {
 
 namespace sparse {
 
-/// The nodes of a rank in a distributed aggregation, and what it sees of others: the states of
-/// ghost columns are the values received through the halo exchange plan of S S, one state for S and
-/// S S. States: -1 undone, -2 without strong connections, else the number of an aggregate.
-template <class L>
-struct AggregateNodes {
-  int rank;
-  L rows;
-  L nblocks;  ///< S
-  const COT_SpMVCSRRawMat<int, L>* blocks;
-  L nblocks2;  ///< S S
-  const COT_SpMVCSRRawMat<int, L>* blocks2;
-  L nghosts;
-  const COT_RawCommPattern<int, L>* ghosts;
-  int* state;
-  int* owner;
-  int* undone;  ///< number of undone nodes
-  int* next;    ///< number of the next aggregate
-  L* stack;     ///< scratch of as many elements as a row of S has in the own block, at most
-};
-
 /// Nonzero entries of row i in the blocks of part `own`, or in all others.
 template <class L>
 MIVO_FUNCTION L strongEntries(L i, bool remote, const AggregateNodes<L>& v, L nblocks,
@@ -145,23 +125,16 @@ template <class L, class Space>
 class SpAggregationImpl {
  public:
   using StrengthView = COT_CSRRawMat<int, L>;
-  using StrengthBlock = COT_SpMVCSRRawMat<int, L>;
   using Ghosts = COT_RawCommPattern<int, L>;
   using Record = AggregateData<int>;
   using Policy = spm::RangePolicy<Space>;
 
   static void csr_aggregate(Space& space, StrengthView s, int maxAggregation, L* count, int* aggr,
                             int* naggr, L* stack);
-  static void par_csr_aggregate(Space& space, AggregateStep step, int rank, L rows, L nblocks,
-                                const StrengthBlock* blocks, L nblocks2,
-                                const StrengthBlock* blocks2, L nghosts, const Ghosts* ghosts,
-                                int* state, int* owner, int* undone, int* next, int* nrecords,
-                                Record* records, L* stack);
-  static void par_csr_aggregate_comm_pattern(Space& space, AggregateStep step, int rank, L rows,
-                                             L nblocks, const StrengthBlock* blocks, L nblocks2,
-                                             const StrengthBlock* blocks2, L nghosts,
-                                             const Ghosts* ghosts, int* state, int* owner,
-                                             int* undone, int* next, L* stack);
+  static void par_csr_aggregate(Space& space, AggregateStep step, AggregateNodes<L> nodes,
+                                int* nrecords, Record* records);
+  static void par_csr_aggregate_comm_pattern(Space& space, AggregateStep step,
+                                             AggregateNodes<L> nodes);
   static void par_csr_aggregate_select(Space& space, const int* nrecords, const Record* records,
                                        int part, int* count, Record* selected);
 };
@@ -220,16 +193,10 @@ void SpAggregationImpl<L, Space>::csr_aggregate(Space& space, StrengthView s, in
 }
 
 template <class L, class Space>
-void SpAggregationImpl<L, Space>::par_csr_aggregate(Space& space, AggregateStep step, int rank,
-                                                    L rows, L nblocks, const StrengthBlock* blocks,
-                                                    L nblocks2, const StrengthBlock* blocks2,
-                                                    L nghosts, const Ghosts* ghosts, int* state,
-                                                    int* owner, int* undone, int* next,
-                                                    int* nrecords, Record* records, L* stack) {
+void SpAggregationImpl<L, Space>::par_csr_aggregate(Space& space, AggregateStep step,
+                                                    AggregateNodes<L> nodes, int* nrecords,
+                                                    Record* records) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
-    const sparse::AggregateNodes<L> nodes{rank,    rows,    nblocks, blocks, nblocks2,
-                                          blocks2, nghosts, ghosts,  state,  owner,
-                                          undone,  next,    stack};
     if (step == AGGREGATE_STEP_INIT) {
       sparse::beginAggregation(nodes);
     } else if (step == AGGREGATE_STEP_AGGREGATE) {
@@ -239,23 +206,18 @@ void SpAggregationImpl<L, Space>::par_csr_aggregate(Space& space, AggregateStep 
     } else {
       for (int k = 0; k < *nrecords; ++k) {
         const Record& record = records[k];
-        if (state[record.local] == -1) --*undone;
-        owner[record.local] = record.part;
-        state[record.local] = record.aggregate;
+        if (nodes.state[record.local] == -1) --*nodes.undone;
+        nodes.owner[record.local] = record.part;
+        nodes.state[record.local] = record.aggregate;
       }
     }
   });
 }
 
 template <class L, class Space>
-void SpAggregationImpl<L, Space>::par_csr_aggregate_comm_pattern(
-    Space& space, AggregateStep step, int rank, L rows, L nblocks, const StrengthBlock* blocks,
-    L nblocks2, const StrengthBlock* blocks2, L nghosts, const Ghosts* ghosts, int* state,
-    int* owner, int* undone, int* next, L* stack) {
+void SpAggregationImpl<L, Space>::par_csr_aggregate_comm_pattern(Space& space, AggregateStep step,
+                                                                 AggregateNodes<L> nodes) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
-    const sparse::AggregateNodes<L> nodes{rank,    rows,    nblocks, blocks, nblocks2,
-                                          blocks2, nghosts, ghosts,  state,  owner,
-                                          undone,  next,    stack};
     if (step == AGGREGATE_STEP_INIT) {
       sparse::beginAggregation(nodes);
     } else {

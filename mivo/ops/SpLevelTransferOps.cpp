@@ -8,9 +8,11 @@ namespace mivo {
 
 #ifdef MIVO_WITH_CUDA
 extern template class SpAggregationImpl<int, spm::Cuda>;
+extern template class SpPMISImpl<int, spm::Cuda>;
 #endif
-// Not a matter of the value type: compiled in one unit of its own.
+// Not a matter of the value type: compiled in a unit of its own each.
 extern template class SpAggregationImpl<int, spm::OpenMP>;
+extern template class SpPMISImpl<int, spm::OpenMP>;
 
 // Smoothed aggregation.
 
@@ -58,23 +60,16 @@ void SpLevelTransferOps<T, G, L>::csr_aggregate(const Device& device, StrengthVi
 
 template <class T, class G, class L>
 void SpLevelTransferOps<T, G, L>::par_csr_aggregate(const Device& device, AggregateStep step,
-                                                    int rank, L rows, L nblocks,
-                                                    const StrengthBlock* blocks, L nblocks2,
-                                                    const StrengthBlock* blocks2, L nghosts,
-                                                    const Ghosts* ghosts, int* state, int* owner,
-                                                    int* undone, int* next, int* nrecords,
-                                                    Record* records, L* stack) {
-  MIVO_DISPATCH(par_csr_aggregate, step, rank, rows, nblocks, blocks, nblocks2, blocks2, nghosts,
-                ghosts, state, owner, undone, next, nrecords, records, stack);
+                                                    const AggregateNodes<L>& nodes, int* nrecords,
+                                                    Record* records) {
+  MIVO_DISPATCH(par_csr_aggregate, step, nodes, nrecords, records);
 }
 
 template <class T, class G, class L>
-void SpLevelTransferOps<T, G, L>::par_csr_aggregate_comm_pattern(
-    const Device& device, AggregateStep step, int rank, L rows, L nblocks,
-    const StrengthBlock* blocks, L nblocks2, const StrengthBlock* blocks2, L nghosts,
-    const Ghosts* ghosts, int* state, int* owner, int* undone, int* next, L* stack) {
-  MIVO_DISPATCH(par_csr_aggregate_comm_pattern, step, rank, rows, nblocks, blocks, nblocks2,
-                blocks2, nghosts, ghosts, state, owner, undone, next, stack);
+void SpLevelTransferOps<T, G, L>::par_csr_aggregate_comm_pattern(const Device& device,
+                                                                 AggregateStep step,
+                                                                 const AggregateNodes<L>& nodes) {
+  MIVO_DISPATCH(par_csr_aggregate_comm_pattern, step, nodes);
 }
 
 template <class T, class G, class L>
@@ -88,39 +83,25 @@ void SpLevelTransferOps<T, G, L>::par_csr_aggregate_select(const Device& device,
 // Classical strength and splitting by independent sets.
 
 template <class T, class G, class L>
-void SpLevelTransferOps<T, G, L>::par_boomeramg_strength(
-    const Device& device, int rank, L rows, L nblocks, const Block* a, const StrengthBlock* s,
-    const T* d, R strong_threshold, R max_row_sum, const int* dof, L nviews, const Ghosts* views) {
-  MIVO_DISPATCH(par_boomeramg_strength, rank, rows, nblocks, a, s, d, strong_threshold, max_row_sum,
-                dof, nviews, views);
+void SpLevelTransferOps<T, G, L>::par_boomeramg_strength(const Device& device,
+                                                         const StrengthRows<T, L>& rows,
+                                                         R strong_threshold, R max_row_sum) {
+  MIVO_DISPATCH(par_boomeramg_strength, rows, strong_threshold, max_row_sum);
 }
 
 template <class T, class G, class L>
-void SpLevelTransferOps<T, G, L>::par_boomeramg_coarsen_pmis(
-    const Device& device, CoarsenPMISStep step, int mode, int rank, L rows, L nblocks,
-    const StrengthBlock* s, L nviews, const Ghosts* cf_ghosts, const MeasureGhosts* measure_ghosts,
-    const Ghosts* graph_ghosts, int* cf, double* measure, int* graph, int* size) {
-  MIVO_DISPATCH(par_boomeramg_coarsen_pmis, step, mode, rank, rows, nblocks, s, nviews, cf_ghosts,
-                measure_ghosts, graph_ghosts, cf, measure, graph, size);
+void SpLevelTransferOps<T, G, L>::par_boomeramg_coarsen_pmis(const Device& device,
+                                                             CoarsenPMISStep step, int mode,
+                                                             const PMISGraph<L>& graph, int* size) {
+  MIVO_DISPATCH(par_boomeramg_coarsen_pmis, step, mode, graph, size);
 }
 
 // Extended+i interpolation and truncation.
 
 template <class T, class G, class L>
 void SpLevelTransferOps<T, G, L>::par_boomeramg_interpolation_extended_pi(
-    const Device& device, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
-    const int* dof, int* coarse, L* c_ptr, L* c_col, View d, View p, L* marker) {
-  MIVO_DISPATCH(par_boomeramg_interpolation_extended_pi, a, s, first, rows, cf, diagonal, dof,
-                coarse, c_ptr, c_col, d, p, marker);
-}
-
-template <class T, class G, class L>
-void SpLevelTransferOps<T, G, L>::par_boomeramg_interpolation_extended_pi_truncated(
-    const Device& device, View a, StrengthView s, L first, L rows, const int* cf, const T* diagonal,
-    const int* dof, const int* coarse, L* c_ptr, L* c_col, View d, R trunc_factor, int max_elmts,
-    View row_space, View p, L* marker, L* hints) {
-  MIVO_DISPATCH(par_boomeramg_interpolation_extended_pi_truncated, a, s, first, rows, cf, diagonal,
-                dof, coarse, c_ptr, c_col, d, trunc_factor, max_elmts, row_space, p, marker, hints);
+    const Device& device, bool counts, const ExtendedInterpolation<T, L>& m) {
+  MIVO_DISPATCH(par_boomeramg_interpolation_extended_pi, counts, m);
 }
 
 template <class T, class G, class L>
@@ -179,20 +160,15 @@ void SpLevelTransferOps<T, G, L>::par_rs_cfsplit(const Device& device, StrengthV
 }
 
 template <class T, class G, class L>
-void SpLevelTransferOps<T, G, L>::rs_interpolation(const Device& device, View a, StrengthView s,
-                                                   const int* cf, bool do_trunc, R eps_trunc,
-                                                   int cmark, int* cidx, int* ncoarse, R* bounds,
-                                                   View p) {
-  MIVO_DISPATCH(rs_interpolation, a, s, cf, do_trunc, eps_trunc, cmark, cidx, ncoarse, bounds, p);
+void SpLevelTransferOps<T, G, L>::rs_interpolation(const Device& device, bool counts,
+                                                   const DirectRows<T, L>& rows) {
+  MIVO_DISPATCH(rs_interpolation, counts, rows);
 }
 
 template <class T, class G, class L>
-void SpLevelTransferOps<T, G, L>::par_rs_interpolation(
-    const Device& device, bool counts, int rank, L rows, L nblocks, const Block* a, L nstrong,
-    const StrengthBlock* s, L nviews, const Ghosts* cf_ghosts, const Ghosts* cidx_ghosts, int* cf,
-    bool do_trunc, R eps_trunc, int cmark, int* cidx, int* ncoarse, R* bounds, View p) {
-  MIVO_DISPATCH(par_rs_interpolation, counts, rank, rows, nblocks, a, nstrong, s, nviews, cf_ghosts,
-                cidx_ghosts, cf, do_trunc, eps_trunc, cmark, cidx, ncoarse, bounds, p);
+void SpLevelTransferOps<T, G, L>::par_rs_interpolation(const Device& device, bool counts,
+                                                       const DirectBlocks<T, L>& rows) {
+  MIVO_DISPATCH(par_rs_interpolation, counts, rows);
 }
 
 MIVO_INSTANCE_SCALARS(SpLevelTransferOps, long, int)

@@ -29,8 +29,6 @@ class MIVO_API SpLevelTransferOps {
   using StrengthView = COT_CSRRawMat<int, L>;
   using Block = COT_SpMVCSRRawMat<T, L>;
   using StrengthBlock = COT_SpMVCSRRawMat<int, L>;
-  using Ghosts = COT_RawCommPattern<int, L>;
-  using MeasureGhosts = COT_RawCommPattern<double, L>;
   using Record = AggregateData<int>;
 
   // Smoothed aggregation.
@@ -66,20 +64,12 @@ class MIVO_API SpLevelTransferOps {
                             int* aggr, int* naggr, L* stack);
   /// A step of the distributed greedy pass: INIT sets states, owners and the count `undone`;
   /// AGGREGATE is one round, which takes numbers from `next` and appends a record for each node of
-  /// another rank that joins; APPLY takes over `nrecords` records of other ranks. S S is `blocks2`
-  /// and its halo exchange views are `ghosts`, whose values are states. `stack` is scratch of one
-  /// element per row. One task.
-  static void par_csr_aggregate(const Device& device, AggregateStep step, int rank, L rows,
-                                L nblocks, const StrengthBlock* blocks, L nblocks2,
-                                const StrengthBlock* blocks2, L nghosts, const Ghosts* ghosts,
-                                int* state, int* owner, int* undone, int* next, int* nrecords,
-                                Record* records, L* stack);
+  /// another rank that joins; APPLY takes over `nrecords` records of other ranks. One task.
+  static void par_csr_aggregate(const Device& device, AggregateStep step,
+                                const AggregateNodes<L>& nodes, int* nrecords, Record* records);
   /// The same with nodes of other ranks flagged in their ghost views; INIT and AGGREGATE only.
-  static void par_csr_aggregate_comm_pattern(const Device& device, AggregateStep step, int rank,
-                                             L rows, L nblocks, const StrengthBlock* blocks,
-                                             L nblocks2, const StrengthBlock* blocks2, L nghosts,
-                                             const Ghosts* ghosts, int* state, int* owner,
-                                             int* undone, int* next, L* stack);
+  static void par_csr_aggregate_comm_pattern(const Device& device, AggregateStep step,
+                                             const AggregateNodes<L>& nodes);
   /// Counts the records for one part, and copies them unless `selected` is null. One task.
   static void par_csr_aggregate_select(const Device& device, const int* nrecords,
                                        const Record* records, int part, int* count,
@@ -87,50 +77,29 @@ class MIVO_API SpLevelTransferOps {
 
   // Classical strength and splitting by independent sets.
 
-  /// Strength of the rows of A, of the same pattern, in blocks: 1 for entries off the diagonal
-  /// whose real part lies beyond strong_threshold times the extreme one on the other side of zero
-  /// than d_i; 0 in rows with |sum of the row| > max_row_sum |d_i| when max_row_sum is below 1.
-  /// With functions `dof` of the own points, and of ghosts in `views`, only entries within a
-  /// function count.
-  static void par_boomeramg_strength(const Device& device, int rank, L rows, L nblocks,
-                                     const Block* a, const StrengthBlock* s, const T* d,
-                                     R strong_threshold, R max_row_sum, const int* dof, L nviews,
-                                     const Ghosts* views);
+  /// Strength of the rows of A: 1 for entries off the diagonal whose real part lies beyond
+  /// strong_threshold times the extreme one on the other side of zero than d_i; 0 in rows with |sum
+  /// of the row| > max_row_sum |d_i| when max_row_sum is below 1. With several functions only
+  /// entries within one count.
+  static void par_boomeramg_strength(const Device& device, const StrengthRows<T, L>& rows,
+                                     R strong_threshold, R max_row_sum);
 
-  /// A step of the coarsening by parallel modified independent sets on the strong graph S, with the
-  /// ghosts of marks, measures and membership: MEASURE adds dependants, INITIAL sets marks by
-  /// `mode`, INDEPENDENT_SET, MARK and UPDATE_GRAPH make a round. INITIAL and UPDATE_GRAPH give the
-  /// number of own points in the graph. One task.
+  /// A step of the coarsening by parallel modified independent sets: MEASURE adds dependants,
+  /// INITIAL sets marks by `mode`, INDEPENDENT_SET, MARK and UPDATE_GRAPH make a round. INITIAL and
+  /// UPDATE_GRAPH give the number of own points in the graph. One task.
   static void par_boomeramg_coarsen_pmis(const Device& device, CoarsenPMISStep step, int mode,
-                                         int rank, L rows, L nblocks, const StrengthBlock* s,
-                                         L nviews, const Ghosts* cf_ghosts,
-                                         const MeasureGhosts* measure_ghosts,
-                                         const Ghosts* graph_ghosts, int* cf, double* measure,
-                                         int* graph, int* size);
+                                         const PMISGraph<L>& graph, int* size);
 
   // Extended+i interpolation and truncation.
 
-  /// Interpolation of rows [first, first + rows) of a matrix that has all the rows and columns that
-  /// they reach, see `LevelTransferOps_RS`. Two passes: the first numbers the C points of these
-  /// rows in `coarse` and counts, the second reads `coarse` of all columns. The marker has one
-  /// element per column, `c_ptr` one more, `c_col` one more than S has entries; `d` has the rows of
-  /// A and room for one entry of each column more: these keep lists of C neighbours of F points
-  /// between the passes. One task.
-  static void par_boomeramg_interpolation_extended_pi(const Device& device, View a, StrengthView s,
-                                                      L first, L rows, const int* cf,
-                                                      const T* diagonal, const int* dof,
-                                                      int* coarse, L* c_ptr, L* c_col, View d,
-                                                      View p, L* marker);
-
-  /// The second pass with each row sorted and truncated as it is made, like
-  /// `boomeramg_csr_truncate` with rescaling and the largest modulus. The first pass has been made,
-  /// if only to number (its P without row pointers). P has room for `max_elmts` entries, at least
-  /// one, of each F point and one of each C point, and gets row pointers; `row_space` has room for
-  /// one entry per column of A, and `hints` one element. One task.
-  static void par_boomeramg_interpolation_extended_pi_truncated(
-      const Device& device, View a, StrengthView s, L first, L rows, const int* cf,
-      const T* diagonal, const int* dof, const int* coarse, L* c_ptr, L* c_col, View d,
-      R trunc_factor, int max_elmts, View row_space, View p, L* marker, L* hints);
+  /// Interpolation of this rank's rows, each sorted and truncated as it is made, like
+  /// `boomeramg_csr_truncate` with rescaling and the largest modulus. Two passes: the first numbers
+  /// the C points of these rows, lists C neighbours of F points for the second, and counts entries
+  /// before truncation unless P has no row pointers; the second fills P, which has room for these,
+  /// or for `max_elmts` entries of each F point and one of each C point, and its row pointers. One
+  /// task.
+  static void par_boomeramg_interpolation_extended_pi(const Device& device, bool counts,
+                                                      const ExtendedInterpolation<T, L>& m);
 
   /// coarse_i += bias for numbers that are not negative
   static void par_boomeramg_interpolation_add_rank_bias(const Device& device, L n, int bias,
@@ -169,20 +138,14 @@ class MIVO_API SpLevelTransferOps {
   static void par_rs_cfsplit(const Device& device, StrengthView s, StrengthView st, int* cf,
                              L* lambda, L* ptr, L* cnt, L* i2n, L* n2i);
 
-  /// Direct interpolation, S of the pattern of A. Two passes: the first numbers the points with
-  /// mark `cmark` in `cidx`, gives their number and the bounds of truncation, two a row.
-  static void rs_interpolation(const Device& device, View a, StrengthView s, const int* cf,
-                               bool do_trunc, R eps_trunc, int cmark, int* cidx, int* ncoarse,
-                               R* bounds, View p);
+  /// Direct interpolation. Two passes: the first (`counts`) numbers the points with mark `cmark`,
+  /// gives their number and the bounds of truncation.
+  static void rs_interpolation(const Device& device, bool counts, const DirectRows<T, L>& rows);
 
-  /// The same on column blocks in rank order, of which S has the entries in the order of A and may
-  /// lack some; marks and coarse numbers of ghosts come through exchange views. `counts` tells the
-  /// first pass, which does not read coarse numbers.
-  static void par_rs_interpolation(const Device& device, bool counts, int rank, L rows, L nblocks,
-                                   const Block* a, L nstrong, const StrengthBlock* s, L nviews,
-                                   const Ghosts* cf_ghosts, const Ghosts* cidx_ghosts, int* cf,
-                                   bool do_trunc, R eps_trunc, int cmark, int* cidx, int* ncoarse,
-                                   R* bounds, View p);
+  /// The same on column blocks in rank order; marks and coarse numbers of ghosts, which the first
+  /// pass does not read, come through exchange views.
+  static void par_rs_interpolation(const Device& device, bool counts,
+                                   const DirectBlocks<T, L>& rows);
 
  private:
   template <class Space>

@@ -3,7 +3,8 @@
 
 #include <limits>
 
-#include "mivo/ops/SpBoomerAMGImpl.hpp"
+#include "mivo/ops/block_rows.hpp"
+#include "mivo/ops/level_transfer_records.hpp"
 #include "mivo/ops/sparse_rows.hpp"
 
 namespace mivo {
@@ -85,67 +86,42 @@ struct DirectRow {
   }
 };
 
-/// The rows of a local matrix and its strength, which has the same pattern.
-template <class T, class L>
-struct LocalRows {
-  COT_CSRRawMat<T, L> a;
-  COT_CSRRawMat<int, L> s;
-  const int* cf;
-  const int* cidx;
-  int cmark;
-
-  template <class F>
-  MIVO_FUNCTION void operator()(L i, const F& f) const {
-    for (L k = a.row_begin[i]; k < a.row_end[i]; ++k) {
-      const L j = a.col_idx[k];
-      f(a.values[k], j == i, j != i && s.values[k] != 0 && cf[j] == cmark, cidx[j]);
-    }
+/// Calls f(value, isDiagonal, isStrongC, coarse) for the entries of row i.
+template <class T, class L, class F>
+MIVO_FUNCTION void visitRow(const DirectRows<T, L>& m, L i, const F& f) {
+  for (L k = m.a.row_begin[i]; k < m.a.row_end[i]; ++k) {
+    const L j = m.a.col_idx[k];
+    f(m.a.values[k], j == i, j != i && m.s.values[k] != 0 && m.cf[j] == m.cmark, m.cidx[j]);
   }
-};
-
-/// The rows of a distributed matrix. S has blocks and entries in the order of A, and may lack some
-/// of both: an entry is strong where S has a nonzero in its column.
-template <class T, class L>
-struct BlockRows {
-  int rank;
-  L nblocks;
-  const COT_SpMVCSRRawMat<T, L>* a;
-  L nstrong;
-  const COT_SpMVCSRRawMat<int, L>* s;
-  L nviews;
-  const COT_RawCommPattern<int, L>* cf_ghosts;
-  const COT_RawCommPattern<int, L>* cidx_ghosts;
-  int* cf;
-  int* cidx;
-  int cmark;
-
-  template <class F>
-  MIVO_FUNCTION void operator()(L i, const F& f) const {
-    L q = 0;
-    for (L b = 0; b < nblocks; ++b) {
-      const COT_SpMVCSRRawMat<T, L>& block = a[b];
-      while (q < nstrong && s[q].rank < block.rank) ++q;
-      const bool found = q < nstrong && s[q].rank == block.rank;
-      const COT_SpMVCSRRawMat<int, L>* strong = found ? s + q : nullptr;
-      L at = found ? strong->row_begin[i] : L(0);
-      const L end = found ? strong->row_end[i] : L(0);
-      for (L k = block.row_begin[i]; k < block.row_end[i]; ++k) {
-        const L j = block.col_idx[k];
-        const bool has = at < end && strong->col_idx[at] == j;
-        const bool isStrong = has && strong->values[at] != 0;
-        at += has ? 1 : 0;
-        const bool diagonal = onDiagonal(block, i, j);
-        bool strongC = false;
-        int coarse = -1;
-        if (isStrong && !diagonal) {
-          strongC = *valueOfColumn(block.rank, j, rank, cf, nviews, cf_ghosts) == cmark;
-          if (strongC) coarse = *valueOfColumn(block.rank, j, rank, cidx, nviews, cidx_ghosts);
+}
+template <class T, class L, class F>
+MIVO_FUNCTION void visitRow(const DirectBlocks<T, L>& m, L i, const F& f) {
+  L q = 0;
+  for (L b = 0; b < m.nblocks; ++b) {
+    const COT_SpMVCSRRawMat<T, L>& block = m.a[b];
+    while (q < m.nstrong && m.s[q].rank < block.rank) ++q;
+    const bool found = q < m.nstrong && m.s[q].rank == block.rank;
+    const COT_SpMVCSRRawMat<int, L>* strong = found ? m.s + q : nullptr;
+    L at = found ? strong->row_begin[i] : L(0);
+    const L end = found ? strong->row_end[i] : L(0);
+    for (L k = block.row_begin[i]; k < block.row_end[i]; ++k) {
+      const L j = block.col_idx[k];
+      const bool has = at < end && strong->col_idx[at] == j;
+      const bool isStrong = has && strong->values[at] != 0;
+      at += has ? 1 : 0;
+      const bool diagonal = onDiagonal(block, i, j);
+      bool strongC = false;
+      int coarse = -1;
+      if (isStrong && !diagonal) {
+        strongC = *valueOfColumn(block.rank, j, m.rank, m.cf, m.nviews, m.cf_ghosts) == m.cmark;
+        if (strongC) {
+          coarse = *valueOfColumn(block.rank, j, m.rank, m.cidx, m.nviews, m.cidx_ghosts);
         }
-        f(block.values[k], diagonal, strongC, coarse);
       }
+      f(block.values[k], diagonal, strongC, coarse);
     }
   }
-};
+}
 
 /// The nodes of the classical splitting in buckets by their weight: those of bucket l have the
 /// ranks [ptr[l], ptr[l] + cnt[l]).
@@ -195,7 +171,6 @@ class SpRugeStubenImpl {
   using StrengthView = COT_CSRRawMat<int, L>;
   using Block = COT_SpMVCSRRawMat<T, L>;
   using StrengthBlock = COT_SpMVCSRRawMat<int, L>;
-  using Ghosts = COT_RawCommPattern<int, L>;
   using Policy = spm::RangePolicy<Space>;
 
   static void rs_connect(Space& space, View a, R eps_strong, StrengthView s, int* cf);
@@ -205,20 +180,12 @@ class SpRugeStubenImpl {
                          L* ptr, L* cnt, L* i2n, L* n2i);
   static void par_rs_cfsplit(Space& space, StrengthView s, StrengthView st, int* cf, L* lambda,
                              L* ptr, L* cnt, L* i2n, L* n2i);
-  static void rs_interpolation(Space& space, View a, StrengthView s, const int* cf, bool do_trunc,
-                               R eps_trunc, int cmark, int* cidx, int* ncoarse, R* bounds, View p);
-  static void par_rs_interpolation(Space& space, bool counts, int rank, L rows, L nblocks,
-                                   const Block* a, L nstrong, const StrengthBlock* s, L nviews,
-                                   const Ghosts* cf_ghosts, const Ghosts* cidx_ghosts, int* cf,
-                                   bool do_trunc, R eps_trunc, int cmark, int* cidx, int* ncoarse,
-                                   R* bounds, View p);
-  static void numberCoarse(Space& space, L rows, const int* cf, int cmark, int* cidx, int* ncoarse);
+  static void rs_interpolation(Space& space, bool counts, DirectRows<T, L> m);
+  static void par_rs_interpolation(Space& space, bool counts, DirectBlocks<T, L> m);
   template <class Rows>
-  static void directCount(Space& space, L rows, Rows visitRow, const int* cf, int cmark,
-                          bool do_trunc, R eps_trunc, R* bounds, L* rowptr);
+  static void directCount(Space& space, Rows m);
   template <class Rows>
-  static void directFill(Space& space, L rows, Rows visitRow, const int* cf, int cmark,
-                         const int* cidx, bool do_trunc, const R* bounds, View p);
+  static void directFill(Space& space, Rows m);
 };
 
 template <class T, class L, class Space>
@@ -327,79 +294,53 @@ void SpRugeStubenImpl<T, L, Space>::par_rs_cfsplit(Space& space, StrengthView s,
 }
 
 template <class T, class L, class Space>
-void SpRugeStubenImpl<T, L, Space>::numberCoarse(Space& space, L rows, const int* cf, int cmark,
-                                                 int* cidx, int* ncoarse) {
+template <class Rows>
+void SpRugeStubenImpl<T, L, Space>::directCount(Space& space, Rows m) {
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(L) {
     int n = 0;
-    for (L i = 0; i < rows; ++i) cidx[i] = cf[i] == cmark ? n++ : -1;
-    *ncoarse = n;
+    for (L i = 0; i < m.rows; ++i) m.cidx[i] = m.cf[i] == m.cmark ? n++ : -1;
+    *m.ncoarse = n;
   });
+  spm::parallel_for(Policy(space, 0, m.rows), [=] MIVO_FUNCTION(L i) {
+    if (m.cf[i] == m.cmark) {
+      m.p.row_begin[i + 1] = 1;
+      return;
+    }
+    const auto visit = [&](const auto& f) { sparse::visitRow(m, i, f); };
+    sparse::DirectRow<T> row{m.do_trunc};
+    row.findBounds(visit, m.eps_trunc);
+    m.bounds[2 * i] = row.low;
+    m.bounds[2 * i + 1] = row.high;
+    m.p.row_begin[i + 1] = row.count(visit);
+  });
+  sparse::prefixSum(space, m.rows, m.p.row_begin);
 }
 
 template <class T, class L, class Space>
 template <class Rows>
-void SpRugeStubenImpl<T, L, Space>::directCount(Space& space, L rows, Rows visitRow, const int* cf,
-                                                int cmark, bool do_trunc, R eps_trunc, R* bounds,
-                                                L* rowptr) {
-  spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(L i) {
-    if (cf[i] == cmark) {
-      rowptr[i + 1] = 1;
+void SpRugeStubenImpl<T, L, Space>::directFill(Space& space, Rows m) {
+  spm::parallel_for(Policy(space, 0, m.rows), [=] MIVO_FUNCTION(L i) {
+    const L at = m.p.row_begin[i];
+    if (m.cf[i] == m.cmark) {
+      m.p.col_idx[at] = m.cidx[i];
+      m.p.values[at] = T(1);
       return;
     }
-    const auto visit = [&](const auto& f) { visitRow(i, f); };
-    sparse::DirectRow<T> row{do_trunc};
-    row.findBounds(visit, eps_trunc);
-    bounds[2 * i] = row.low;
-    bounds[2 * i + 1] = row.high;
-    rowptr[i + 1] = row.count(visit);
-  });
-  sparse::prefixSum(space, rows, rowptr);
-}
-
-template <class T, class L, class Space>
-template <class Rows>
-void SpRugeStubenImpl<T, L, Space>::directFill(Space& space, L rows, Rows visitRow, const int* cf,
-                                               int cmark, const int* cidx, bool do_trunc,
-                                               const R* bounds, View p) {
-  spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(L i) {
-    const L at = p.row_begin[i];
-    if (cf[i] == cmark) {
-      p.col_idx[at] = cidx[i];
-      p.values[at] = T(1);
-      return;
-    }
-    const sparse::DirectRow<T> row{do_trunc, bounds[2 * i], bounds[2 * i + 1]};
-    row.fill([&](const auto& f) { visitRow(i, f); }, at, p.col_idx, p.values);
+    const sparse::DirectRow<T> row{m.do_trunc, m.bounds[2 * i], m.bounds[2 * i + 1]};
+    row.fill([&](const auto& f) { sparse::visitRow(m, i, f); }, at, m.p.col_idx, m.p.values);
   });
 }
 
 template <class T, class L, class Space>
-void SpRugeStubenImpl<T, L, Space>::rs_interpolation(Space& space, View a, StrengthView s,
-                                                     const int* cf, bool do_trunc, R eps_trunc,
-                                                     int cmark, int* cidx, int* ncoarse, R* bounds,
-                                                     View p) {
-  const sparse::LocalRows<T, L> rows{a, s, cf, cidx, cmark};
-  if (sparse::counting(p.col_idx, p.values)) {
-    numberCoarse(space, a.rows, cf, cmark, cidx, ncoarse);
-    directCount(space, a.rows, rows, cf, cmark, do_trunc, eps_trunc, bounds, p.row_begin);
-  } else {
-    directFill(space, a.rows, rows, cf, cmark, cidx, do_trunc, bounds, p);
-  }
+void SpRugeStubenImpl<T, L, Space>::rs_interpolation(Space& space, bool counts,
+                                                     DirectRows<T, L> m) {
+  counts ? directCount(space, m) : directFill(space, m);
 }
 
 template <class T, class L, class Space>
-void SpRugeStubenImpl<T, L, Space>::par_rs_interpolation(
-    Space& space, bool counts, int rank, L rows, L nblocks, const Block* a, L nstrong,
-    const StrengthBlock* s, L nviews, const Ghosts* cf_ghosts, const Ghosts* cidx_ghosts, int* cf,
-    bool do_trunc, R eps_trunc, int cmark, int* cidx, int* ncoarse, R* bounds, View p) {
-  const sparse::BlockRows<T, L> all{rank,      nblocks,     a,  nstrong, s,    nviews,
-                                    cf_ghosts, cidx_ghosts, cf, cidx,    cmark};
-  if (counts) {
-    numberCoarse(space, rows, cf, cmark, cidx, ncoarse);
-    directCount(space, rows, all, cf, cmark, do_trunc, eps_trunc, bounds, p.row_begin);
-  } else {
-    directFill(space, rows, all, cf, cmark, cidx, do_trunc, bounds, p);
-  }
+void SpRugeStubenImpl<T, L, Space>::par_rs_interpolation(Space& space, bool counts,
+                                                         DirectBlocks<T, L> m) {
+  counts ? directCount(space, m) : directFill(space, m);
 }
 
 }  // namespace mivo

@@ -50,6 +50,15 @@ MIVO_FUNCTION const COT_RawCommPattern<T, L>* findGhosts(int part, L count,
   return nullptr;
 }
 
+/// The value that belongs to a column of a block: one of this rank's own, or of its ghosts.
+template <class U, class L>
+MIVO_FUNCTION U* valueOfColumn(int part, L col, int own, U* values, L nviews,
+                               const COT_RawCommPattern<U, L>* views) {
+  if (part == own) return values + col;
+  const COT_RawCommPattern<U, L>* view = findGhosts(part, nviews, views);
+  return view != nullptr ? view->recv_x + col : nullptr;
+}
+
 /// True for entries on the diagonal of the whole matrix. Views hold the low bits of global numbers.
 template <class Block, class L>
 MIVO_FUNCTION bool onDiagonal(const Block& block, L i, L col) {

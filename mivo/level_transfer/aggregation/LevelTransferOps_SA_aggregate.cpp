@@ -87,6 +87,24 @@ class DistributedGreedy {
   void refreshGhosts(const Aggregates& aggr) {
     plan.exchange(aggr, nullptr, nullptr, nullptr, nullptr);
   }
+  /// For a kernel.
+  AggregateNodes<L> nodes() const {
+    AggregateNodes<L> v;
+    v.rank = rank;
+    v.rows = state.getRows();
+    v.nblocks = blocks.getSize();
+    v.blocks = blocks.getData();
+    v.nblocks2 = blocks2.getSize();
+    v.blocks2 = blocks2.getData();
+    v.nghosts = ghosts.getSize();
+    v.ghosts = ghosts.getData();
+    v.state = state.getData();
+    v.owner = owner.getLocalMatrix(-1).getData();
+    v.undone = undone.device.getData();
+    v.next = next.device.getData();
+    v.stack = stack.getData();
+    return v;
+  }
   /// Elements of the plan's messages from other ranks.
   int ghostCount() const {
     int count = 0;
@@ -170,11 +188,7 @@ void LevelTransferOps_SA<T, G, L>::par_aggregate(const Strength& S, Aggregates& 
   records.create(g.ghostCount(), 1, g.device);
   CrossData<int> count(g.device, 0);
   const auto step = [&](AggregateStep what, CrossData<int>& n, AggregateRecords& list) {
-    Kernels::par_csr_aggregate(
-        g.device, what, g.rank, g.state.getRows(), g.blocks.getSize(), g.blocks.getData(),
-        g.blocks2.getSize(), g.blocks2.getData(), g.ghosts.getSize(), g.ghosts.getData(),
-        g.state.getData(), g.owner.getLocalMatrix(-1).getData(), g.undone.device.getData(),
-        g.next.device.getData(), n.device.getData(), list.getData(), g.stack.getData());
+    Kernels::par_csr_aggregate(g.device, what, g.nodes(), n.device.getData(), list.getData());
   };
   const auto transport = [&] {
     for (const AggregateRecords& list : exchangeRecords(g, count, records)) {
@@ -201,11 +215,7 @@ void LevelTransferOps_SA<T, G, L>::par_aggregate_comm_pattern(const Strength& S,
   aggr.create(S.getRowPartitioner(), S.getDevice(), S.getComm());
   DistributedGreedy<T, G, L> g(S, aggr);
   const auto step = [&](AggregateStep what) {
-    Kernels::par_csr_aggregate_comm_pattern(
-        g.device, what, g.rank, g.state.getRows(), g.blocks.getSize(), g.blocks.getData(),
-        g.blocks2.getSize(), g.blocks2.getData(), g.ghosts.getSize(), g.ghosts.getData(),
-        g.state.getData(), g.owner.getLocalMatrix(-1).getData(), g.undone.device.getData(),
-        g.next.device.getData(), g.stack.getData());
+    Kernels::par_csr_aggregate_comm_pattern(g.device, what, g.nodes());
   };
   const auto second = [](const int&, const int& b) { return b; };
   const auto transport = [&] {

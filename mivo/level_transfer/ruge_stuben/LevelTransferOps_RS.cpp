@@ -105,21 +105,29 @@ void LevelTransferOps_RS<T, G, L>::interpolation(const Local& A, const LocalStre
   cidx.create(rows, 1, device);
   bounds.create(2 * rows, 1, device);
   CrossData<int> number(device, 0);
-  const auto kernel = [&](auto p) {
-    SpLevelTransferOps<T, G, L>::rs_interpolation(
-        device, A.getRawMat(), S.getRawMat(), cf.getData(), do_trunc, static_cast<R>(eps_trunc),
-        cmark, cidx.getData(), number.device.getData(), bounds.getData(), p);
-  };
+  DirectRows<T, L> m;
+  m.rows = rows;
+  m.a = A.getRawMat();
+  m.s = S.getRawMat();
+  m.cf = cf.getData();
+  m.cmark = cmark;
+  m.do_trunc = do_trunc;
+  m.eps_trunc = static_cast<R>(eps_trunc);
+  m.cidx = cidx.getData();
+  m.ncoarse = number.device.getData();
+  m.bounds = bounds.getData();
   P = Local();
   P.resize(rows, 0, device);
-  kernel(P.getRawMat());
+  m.p = P.getRawMat();
+  SpLevelTransferOps<T, G, L>::rs_interpolation(device, true, m);
   number.toHost();
   ncoarse = *number.host.getData();
   const L nnz = P.evaluateNnzs();
   MIVO_LOG(3, Utils::getVerboseLevel() >= 3)
       << "num nodes " << rows << ", the naggr is " << ncoarse << ", the nnz of P is " << nnz;
   P.resizeNnz(nnz, static_cast<L>(ncoarse));
-  if (nnz > 0) kernel(P.getRawMat());
+  m.p = P.getRawMat();
+  if (nnz > 0) SpLevelTransferOps<T, G, L>::rs_interpolation(device, false, m);
 }
 
 MIVO_INSTANCE_SCALARS(LevelTransferOps_RS, long, int)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Classical strength and the splitting by parallel modified independent sets.
+// The splitting by parallel modified independent sets.
 
 #include <vector>
 
@@ -32,42 +32,6 @@ MatrixT<double, L, MatrixLayoutRowMajor> randomWeights(int rank, long firstRow, 
 }
 
 }  // namespace
-
-template <class T, class G, class L>
-void LevelTransferOps_RS<T, G, L>::par_BoomerAMGStrength(const Matrix& A, const Vector& diag,
-                                                         double strong_threshold,
-                                                         double max_row_sum, int num_functions,
-                                                         Strength& S) {
-  const Device device = A.getDevice();
-  const int rank = rankOf(A.getComm());
-  A.copyStructure(S);
-
-  Marks dof;
-  typename Strength::Plan plan;
-  MatrixT<COT_RawCommPattern<int, L>, L, MatrixLayoutRowMajor> views;
-  if (num_functions > 1) {
-    G begin = 0;
-    A.getOwnerShipRange(&begin, nullptr);
-    MatrixT<int, L, MatrixLayoutRowMajor> functions;
-    functions.create(A.getLocalRows(), 1, Device());
-    for (L i = 0; i < functions.getRows(); ++i) {
-      functions.getData()[i] = static_cast<int>((begin + i) % num_functions);
-    }
-    dof.create(A.getRowPartitioner(), device, A.getComm());
-    dof.setLocalMatrix({functions.toDevice(device)});
-    A.prepareMatVec(false);
-    A.getSpMVCommPattern().copyStructure(plan, true);
-    plan.exchange(dof, nullptr, nullptr, nullptr, nullptr);
-    views = plan.getRawMatOnDev();
-  }
-  const auto a = A.getRawMatOnDev();
-  const auto s = S.getRawMatOnDev();
-  SpLevelTransferOps<T, G, L>::par_boomeramg_strength(
-      device, rank, A.getLocalRows(), a.getSize(), a.getData(), s.getData(),
-      diag.getLocalMatrix(-1).getData(), static_cast<R>(strong_threshold),
-      static_cast<R>(max_row_sum), num_functions > 1 ? dof.getLocalMatrix(-1).getData() : nullptr,
-      views.getSize(), views.getData());
-}
 
 template <class T, class G, class L>
 void LevelTransferOps_RS<T, G, L>::par_BoomerAMGCoarsenPMIS(const Matrix& A, const Strength& S,
@@ -113,12 +77,21 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGCoarsenPMIS(const Matrix& A, con
   };
   const auto blocks = strong.getRawMatOnDev();
   CrossData<int> size(device, 0);
+  PMISGraph<L> g;
+  g.rank = rank;
+  g.rows = rows;
+  g.nblocks = blocks.getSize();
+  g.blocks = blocks.getData();
+  g.nviews = cfViews.getSize();
+  g.cf_ghosts = cfViews.getData();
+  g.measure_ghosts = measureViews.getData();
+  g.graph_ghosts = graphViews.getData();
+  g.cf = cf.getLocalMatrix(-1).getData();
+  g.measure = measure.getLocalMatrix(-1).getData();
+  g.graph = graph.getLocalMatrix(-1).getData();
   const auto step = [&](CoarsenPMISStep what) {
-    SpLevelTransferOps<T, G, L>::par_boomeramg_coarsen_pmis(
-        device, what, CF_init, rank, rows, blocks.getSize(), blocks.getData(), cfViews.getSize(),
-        cfViews.getData(), measureViews.getData(), graphViews.getData(),
-        cf.getLocalMatrix(-1).getData(), measure.getLocalMatrix(-1).getData(),
-        graph.getLocalMatrix(-1).getData(), size.device.getData());
+    SpLevelTransferOps<T, G, L>::par_boomeramg_coarsen_pmis(device, what, CF_init, g,
+                                                            size.device.getData());
   };
 
   step(COARSEN_PMIS_STEP_MEASURE);
@@ -143,7 +116,7 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGCoarsenPMIS(const Matrix& A, con
     MPI_Allreduce(MPI_IN_PLACE, &total, 1, MPI_LONG, MPI_SUM, comm);
     if (total == 0) break;
     if (CF_init != 1 || iter > 0) {
-      if (!alone) cfPlan.initReverseExchange();
+      cfPlan.initReverseExchange();
       step(COARSEN_PMIS_STEP_INDEPENDENT_SET);
       if (!alone) {
         cfPlan.reverseExchange(cf, [](const int&, const int& b) { return b; });

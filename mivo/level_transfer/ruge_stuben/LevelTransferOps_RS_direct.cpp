@@ -38,16 +38,27 @@ void LevelTransferOps_RS<T, G, L>::par_interpolation(const Matrix& A, const Stre
   MatrixT<R, L, MatrixLayoutRowMajor> bounds;
   bounds.create(2 * rows, 1, device);
   CrossData<int> number(device, 0);
-  const auto kernel = [&](bool counts, auto view) {
-    Kernels::par_rs_interpolation(
-        device, counts, rank, rows, a.getSize(), a.getData(), s.getSize(), s.getData(),
-        markViews.getSize(), markViews.getData(), numberViews.getData(),
-        cf.getLocalMatrix(-1).getData(), do_trunc, static_cast<R>(eps_trunc), cmark,
-        cidx.getLocalMatrix(-1).getData(), number.device.getData(), bounds.getData(), view);
-  };
+  DirectBlocks<T, L> m;
+  m.rank = rank;
+  m.rows = rows;
+  m.nblocks = a.getSize();
+  m.a = a.getData();
+  m.nstrong = s.getSize();
+  m.s = s.getData();
+  m.nviews = markViews.getSize();
+  m.cf_ghosts = markViews.getData();
+  m.cidx_ghosts = numberViews.getData();
+  m.cf = cf.getLocalMatrix(-1).getData();
+  m.cmark = cmark;
+  m.do_trunc = do_trunc;
+  m.eps_trunc = static_cast<R>(eps_trunc);
+  m.cidx = cidx.getLocalMatrix(-1).getData();
+  m.ncoarse = number.device.getData();
+  m.bounds = bounds.getData();
   Local local;
   local.resize(rows, 0, device);
-  kernel(true, local.getRawMat());
+  m.p = local.getRawMat();
+  Kernels::par_rs_interpolation(device, true, m);
   number.toHost();
   const CoarseCount count(A.getComm(), *number.host.getData());
   ncoarse = static_cast<G>(count.all);
@@ -58,7 +69,8 @@ void LevelTransferOps_RS<T, G, L>::par_interpolation(const Matrix& A, const Stre
     numbers.exchange(cidx, nullptr, nullptr, nullptr, nullptr);
   }
   local.resizeNnz(local.evaluateNnzs(), static_cast<L>(ncoarse));
-  if (local.getNnz() > 0) kernel(false, local.getRawMat());
+  m.p = local.getRawMat();
+  if (local.getNnz() > 0) Kernels::par_rs_interpolation(device, false, m);
   createProlongation(A, local, ncoarse, P);
 }
 

@@ -16,25 +16,6 @@
 namespace mivo {
 namespace {
 
-/// Truncates `work`, whose entries are rearranged, into Pout.
-template <class T, class G, class L>
-void truncateInto(const CSRMatrixT<T, L>& work, double trunc_factor, int max_elmts, bool rescale,
-                  int nrm_type, CSRMatrixT<T, L>& Pout) {
-  if (work.getNnz() == 0) {
-    Pout = work;
-    return;
-  }
-  IndexVector begin, end;
-  begin.create(work.getRows(), 1, work.getDevice());
-  end.create(work.getRows(), 1, work.getDevice());
-  SpLevelTransferOps<T, G, L>::boomeramg_csr_truncate(
-      work.getDevice(), work.getRawMat(), static_cast<RealType<T>>(trunc_factor), max_elmts,
-      rescale, nrm_type, begin.getData(), end.getData());
-  CSRMatrixT<T, L> kept;
-  work.getSelectedCols(begin, end, kept, work.getCols());
-  Pout = kept;
-}
-
 /// Whether any rank has elements: one without rows has none in any case. Collective.
 template <class Vector>
 bool isGivenSomewhere(int comm, const Vector& own) {
@@ -50,9 +31,20 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGCSRMatrixTruncate(const Local& P
                                                                   double trunc_factor,
                                                                   int max_elmts, bool rescale,
                                                                   int nrm_type, Local& Pout) {
-  Local work;
+  if (P.getNnz() == 0) {
+    Pout = Local();
+    return;
+  }
+  Local work, kept;  // the kernel rearranges the entries
   P.deepCopy(work);
-  truncateInto<T, G, L>(work, trunc_factor, max_elmts, rescale, nrm_type, Pout);
+  IndexVector begin, end;
+  begin.create(work.getRows(), 1, work.getDevice());
+  end.create(work.getRows(), 1, work.getDevice());
+  SpLevelTransferOps<T, G, L>::boomeramg_csr_truncate(
+      work.getDevice(), work.getRawMat(), static_cast<R>(trunc_factor), max_elmts, rescale,
+      nrm_type, begin.getData(), end.getData());
+  work.getSelectedCols(begin, end, kept, work.getCols());
+  Pout = kept;
 }
 
 template <class T, class G, class L>
@@ -61,7 +53,7 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
     double trunc_factor, int p_max_elmts, G& ncoarse, bool /*debug*/, Matrix& P) {
   using Kernels = SpLevelTransferOps<T, G, L>;
   const Device device = A.getDevice();
-  TickMeter whole, patterns, ghosts, counting, filling, truncating;
+  TickMeter whole, patterns, ghosts, counting, filling;
   whole.start();
 
   patterns.start();
@@ -87,7 +79,7 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
   const L size = extended.a.getCols();
   LocalMarks coarse;
   IndexVector marker, strongPtr, strongC;
-  Local shares;  // as many as there may be; their memory is touched as far as they are used
+  Local shares, row;  // as wide as may be; their memory is touched as far as it is used
   coarse.create(size, 1, device);
   marker.create(size, 1, device);
   strongPtr.create(size + 1, 1, device);
@@ -96,28 +88,42 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
   MIVO_CHECK(sharesRoom <= std::numeric_limits<L>::max())
       << "interpolation: " << sharesRoom << " shares of entries exceed the index type";
   shares.create(size, size, static_cast<L>(sharesRoom), device);
-  const int* const dofs = functions.getSize() > 0 ? functions.getData() : nullptr;
-  const auto kernel = [&](const LocalMarks& numbers, auto view) {
-    Kernels::par_boomeramg_interpolation_extended_pi(
-        device, extended.a.getRawMat(), extended.s.getRawMat(), extended.first, extended.rows,
-        marks.getData(), diagonal.getData(), dofs, numbers.getData(), strongPtr.getData(),
-        strongC.getData(), shares.getRawMat(), view, marker.getData());
-  };
+  row.create(0, size, size, device);
+  ExtendedInterpolation<T, L> m;
+  m.a = extended.a.getRawMat();
+  m.s = extended.s.getRawMat();
+  m.first = extended.first;
+  m.rows = extended.rows;
+  m.cf = marks.getData();
+  m.diagonal = diagonal.getData();
+  if (functions.getSize() > 0) m.dof = functions.getData();
+  m.coarse = coarse.getData();
+  m.c_ptr = strongPtr.getData();
+  m.c_col = strongC.getData();
+  m.d = shares.getRawMat();
+  m.marker = marker.getData();
+  m.row = row.getRawMat();
+  m.trunc_factor = static_cast<RealType<T>>(trunc_factor);
+  m.max_elmts = p_max_elmts;
   const auto ownMarks = cf.getLocalMatrix(-1).toDevice(Device());
   const CoarseCount count(
       A.getComm(),
       static_cast<int>(std::count_if(ownMarks.getData(), ownMarks.getData() + ownMarks.getSize(),
                                      [](int mark) { return mark >= 0; })));
-  // A host makes short rows at once; elsewhere rows are truncated in parallel.
-  const std::int64_t room =
+  ncoarse = static_cast<G>(count.all);
+  // Entries are counted only where `p_max_elmts` gives no good bound for them.
+  std::int64_t room =
       count.own + static_cast<std::int64_t>(p_max_elmts) * (extended.rows - count.own);
   const std::int64_t most = 2 * (static_cast<std::int64_t>(extended.a.getNnz()) + extended.rows);
-  const bool atOnce = device.type == Device::kHost && p_max_elmts >= 1 &&
-                      room <= std::min<std::int64_t>(most, std::numeric_limits<L>::max());
+  const bool isBound =
+      p_max_elmts >= 1 && room <= std::min<std::int64_t>(most, std::numeric_limits<L>::max());
   Local local;
-  if (!atOnce) local.resize(extended.rows, 0, device);
-  if (extended.rows > 0) kernel(coarse, local.getRawMat());
-  ncoarse = static_cast<G>(count.all);
+  if (!isBound) {
+    local.resize(extended.rows, 0, device);
+    m.p = local.getRawMat();
+  }
+  if (extended.rows > 0) Kernels::par_boomeramg_interpolation_extended_pi(device, true, m);
+  if (!isBound) room = local.evaluateNnzs();
   if (extended.isDistributed()) {
     Marks numbers;
     numbers.create(A.getRowPartitioner(), device, A.getComm());
@@ -129,41 +135,25 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
     Kernels::par_boomeramg_interpolation_add_rank_bias(device, extended.rows, count.before,
                                                        own.getData());
     coarse = extended.exchange(numbers);
+    m.coarse = coarse.getData();
   }
   counting.stop();
 
   filling.start();
-  if (atOnce) {
-    local.create(extended.rows, static_cast<L>(ncoarse), static_cast<L>(room), device);
-    Local row;  // of the widest there may be; its memory is touched as far as it is used
-    row.create(0, size, size, device);
-    IndexVector hints;
-    hints.create(size, 1, device);
-    if (extended.rows > 0) {
-      Kernels::par_boomeramg_interpolation_extended_pi_truncated(
-          device, extended.a.getRawMat(), extended.s.getRawMat(), extended.first, extended.rows,
-          marks.getData(), diagonal.getData(), dofs, coarse.getData(), strongPtr.getData(),
-          strongC.getData(), shares.getRawMat(), static_cast<RealType<T>>(trunc_factor),
-          p_max_elmts, row.getRawMat(), local.getRawMat(), marker.getData(), hints.getData());
-    }
-    local.shrinkNnz(local.evaluateNnzs());
-  } else {
-    local.resizeNnz(local.evaluateNnzs(), static_cast<L>(ncoarse));
-    if (local.getNnz() > 0) kernel(coarse, local.getRawMat());
-    local.sortRows();
-  }
+  local.create(extended.rows, static_cast<L>(ncoarse), static_cast<L>(room), device);
+  m.p = local.getRawMat();
+  if (extended.rows > 0) Kernels::par_boomeramg_interpolation_extended_pi(device, false, m);
+  local.shrinkNnz(local.evaluateNnzs());
   filling.stop();
 
-  truncating.start();
-  if (!atOnce) truncateInto<T, G, L>(local, trunc_factor, p_max_elmts, true, 0, local);
-  truncating.stop();
   createProlongation(A, local, ncoarse, P);
   whole.stop();
+  // Rows are truncated as they are filled.
   MIVO_LOG(3, Utils::getVerboseLevel() >= 3)
       << "par_BoomerAMGInterpolationExtendedPI time " << whole.getTimeSec()
       << " ghost_and_comm_pat_time " << patterns.getTimeSec() << " ghost_time "
       << ghosts.getTimeSec() << " get_non_zero_time " << counting.getTimeSec() << " fill_elem_time "
-      << filling.getTimeSec() << " truncate_time " << truncating.getTimeSec();
+      << filling.getTimeSec() << " truncate_time " << 0.0;
 }
 
 MIVO_INSTANCE_SCALARS(LevelTransferOps_RS, long, int)

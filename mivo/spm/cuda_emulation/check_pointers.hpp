@@ -7,6 +7,7 @@
 #include <string>
 #include <type_traits>
 
+#include "mivo/ops/kernel_arguments.hpp"
 #include "mivo/ops/views.hpp"
 #include "mivo/utils/Device.hpp"
 #include "mivo/utils/logging.hpp"
@@ -64,6 +65,8 @@ class ArgumentChecker {
       if constexpr (IsView<Pointee>::value) checkTable(argument);
     } else if constexpr (IsView<A>::value) {
       checkView(device_, argument);
+    } else if constexpr (std::is_base_of_v<KernelArguments, A>) {
+      argument.visitMembers([this](const auto&... members) { (check(members), ...); });
     } else if constexpr (std::is_integral_v<A>) {
       count_ = static_cast<long>(argument);
     }
