@@ -12,6 +12,9 @@ endif()
 if(MIVO_NATIVE)
   list(APPEND mivo_cxx_options -march=native)
 endif()
+if(MIVO_PLAIN_FORMS)
+  target_compile_definitions(mivo_options INTERFACE MIVO_PLAIN_FORMS)
+endif()
 target_compile_options(mivo_options INTERFACE
   "$<$<COMPILE_LANGUAGE:CXX>:${mivo_cxx_options}>" "$<$<COMPILE_LANGUAGE:CUDA>:${mivo_cuda_options}>")
 

@@ -51,9 +51,8 @@ class MIVO_API CSRMatrixT {
   /// Second step of a two-pass operation on a shaped matrix: allocates nnz columns and values.
   /// `cols` above 0 replaces the column count. Ends the process when the arrays exist already.
   void resizeNnz(I nnz, I cols);
-  /// The first `nnz` of the entries that there are; on a host in the memory that there is, of which
-  /// the rest is mostly untouched. The row pointers are the caller's business. Ends the process
-  /// when there are fewer.
+  /// The first `nnz` of the entries that there are, on a host in the memory that there is. The row
+  /// pointers are the caller's business. Ends the process when there are fewer.
   void shrinkNnz(I nnz);
   /// rowPtr[rows] read from the device; 0 for a matrix of no rows.
   I evaluateNnzs() const;

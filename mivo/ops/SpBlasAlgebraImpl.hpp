@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <type_traits>
+
+#include "mivo/ops/host/term_buffer.hpp"
 #include "mivo/ops/sparse_rows.hpp"
 #include "mivo/ops/triple_rows.hpp"
 
@@ -36,9 +39,7 @@ class SpBlasAlgebraImpl {
                                    const View* b, I* c_rowptr, I* used, I* marker);
   static void csr_matmul_vec_fill(Space& space, I rows, I cols, I count, const View* a,
                                   const View* b, View c, const I* used, I* marker, View scratch);
-  static void csr_matmul_triple(Space& space, View r, I own_rows, I count, const MergeView* blocks,
-                                View ghosts, View p, View c, I c_room, View rest, I rest_room,
-                                I* reached, I* marker_a, I* marker_p, View row_a);
+  static void csr_matmul_triple(Space& space, TripleProductRows<T, I> m);
   static void csr_matadd(Space& space, T alpha, View a, T beta, View b, View scratch, View c);
   static void csr_matadd_hash(Space& space, T alpha, View a, T beta, View b, View scratch, View c,
                               Slot* slots);
@@ -191,24 +192,23 @@ void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_vec_fill(Space& space, I rows, I
   });
 }
 
-// A row of R A stays in scratch until it has been multiplied by P. Rows are fetched ahead, as they
-// lie far apart and branches on markers stop the processor from running ahead on its own.
+// A row of R A stays in scratch until it has been multiplied by P.
 template <class T, class I, class Space>
-void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_triple(Space& space, View r, I own_rows, I count,
-                                                       const MergeView* blocks, View ghosts, View p,
-                                                       View c, I c_room, View rest, I rest_room,
-                                                       I* reached, I* marker_a, I* marker_p,
-                                                       View row_a) {
+void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_triple(Space& space, TripleProductRows<T, I> m) {
+  using Terms =
+      std::conditional_t<sparse::kFastForms<Space>, sparse::TermBuffer<T, I>, sparse::NoTerms>;
   constexpr I kAhead = 40;  // entries of R
   spm::parallel_for(Policy(space, 0, 1), [=] MIVO_FUNCTION(I) {
-    const MergeView own = count > 0 ? blocks[0] : MergeView();
-    sparse::TermBuffer<T, I> terms;
-    I i = *reached;
+    const MergeView own = m.nblocks > 0 ? m.blocks[0] : MergeView();
+    const View& r = m.r;
+    const View& p = m.p;
+    Terms terms;
+    I i = *m.reached;
     if (i == 0 && r.rows > 0) {
-      for (I j = 0; j < p.rows; ++j) marker_a[j] = -1;
-      for (I j = 0; j < p.cols; ++j) marker_p[j] = -1;
-      c.row_begin[0] = 0;
-      if (rest.cols > 0) rest.row_begin[0] = 0;
+      for (I j = 0; j < p.rows; ++j) m.marker_a[j] = -1;
+      for (I j = 0; j < p.cols; ++j) m.marker_p[j] = -1;
+      m.c.row_begin[0] = 0;
+      if (m.rest.cols > 0) m.rest.row_begin[0] = 0;
     }
     for (; i < r.rows; ++i) {
       for (I k = r.row_begin[i]; k < r.row_end[i] && k + kAhead < r.nnz; ++k) {
@@ -218,39 +218,39 @@ void SpBlasAlgebraImpl<T, I, Space>::csr_matmul_triple(Space& space, View r, I o
           sparse::prefetchEntry(own.col_idx, own.values, own.row_begin[near]);
         }
       }
-      const I na = sparse::multiplyRow(r, i, own_rows, count, blocks, ghosts, row_a, marker_a);
+      const I na = sparse::multiplyRow(m, i);
       std::int64_t bound = 0;
       for (I k = 0; k < na; ++k) {
-        const I j = row_a.col_idx[k];
-        marker_a[j] = -1;
+        const I j = m.row_a.col_idx[k];
+        m.marker_a[j] = -1;
         bound += p.row_end[j] - p.row_begin[j];
         sparse::prefetchEntry(p.col_idx, p.values, p.row_begin[j]);
       }
-      const I start = c.row_begin[i];
+      const I start = m.c.row_begin[i];
       if (bound > p.cols) bound = p.cols;
-      if (bound > c_room - start) break;
-      if (rest.cols > 0 && bound > rest_room - rest.row_begin[i]) break;
-      I next = sparse::multiplyRowByP(na, row_a, p, start, c, marker_p, terms);
-      if (rest.cols > 0) {
+      if (bound > m.c_room - start) break;
+      if (m.rest.cols > 0 && bound > m.rest_room - m.rest.row_begin[i]) break;
+      I next = sparse::multiplyRowByP(m, na, start, terms);
+      if (m.rest.cols > 0) {
         const I end = next;
-        I beyond = rest.row_begin[i];
+        I beyond = m.rest.row_begin[i];
         next = start;
         for (I k = start; k < end; ++k) {
-          const I j = c.col_idx[k];
-          const T v = c.values[k];
-          marker_p[j] = -1;  // the next row begins below some of these marks
-          const bool inside = j < c.cols;
-          const View& out = inside ? c : rest;
+          const I j = m.c.col_idx[k];
+          const T v = m.c.values[k];
+          m.marker_p[j] = -1;  // the next row begins below some of these marks
+          const bool inside = j < m.c.cols;
+          const View& out = inside ? m.c : m.rest;
           I& at = inside ? next : beyond;
-          out.col_idx[at] = inside ? j : j - c.cols;
+          out.col_idx[at] = inside ? j : j - m.c.cols;
           out.values[at] = v;
           ++at;
         }
-        rest.row_begin[i + 1] = beyond;
+        m.rest.row_begin[i + 1] = beyond;
       }
-      c.row_begin[i + 1] = next;
+      m.c.row_begin[i + 1] = next;
     }
-    *reached = i;
+    *m.reached = i;
   });
 }
 

@@ -83,12 +83,8 @@ void SpBlasOps<T, I>::csr_matmul_vec(const Device& device, I rows, I cols, I cou
 }
 
 template <class T, class I>
-void SpBlasOps<T, I>::csr_matmul_triple(const Device& device, View r, I own_rows, I count,
-                                        const MergeView* blocks, View ghosts, View p, View c,
-                                        I c_room, View rest, I rest_room, I* reached, I* marker_a,
-                                        I* marker_p, View row_a) {
-  MIVO_DISPATCH(csr_matmul_triple, r, own_rows, count, blocks, ghosts, p, c, c_room, rest,
-                rest_room, reached, marker_a, marker_p, row_a);
+void SpBlasOps<T, I>::csr_matmul_triple(const Device& device, const TripleProductRows<T, I>& m) {
+  MIVO_DISPATCH(csr_matmul_triple, m);
 }
 
 template <class T, class I>

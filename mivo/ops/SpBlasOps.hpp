@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "mivo/ops/kernel_arguments.hpp"
 #include "mivo/ops/views.hpp"
 #include "mivo/utils/Device.hpp"
 #include "mivo/utils/ScalarTraits.hpp"
@@ -80,16 +81,9 @@ class MIVO_API SpBlasOps {
   /// second pass alone.
   static void csr_matmul_vec(const Device& device, I rows, I cols, I count, const View* a,
                              const View* b, View c, I* used, I* marker, View scratch);
-  /// (R A) P from row *reached onward until all rows are done or the next one may need more room;
-  /// *reached becomes that row. The first `own_rows` rows of A come in a table of `count` blocks,
-  /// whose columns stand from `first_col` on, the others in `ghosts`. Results in the columns of `c`
-  /// go there, those beyond to `rest`; both have room for so many entries in all. The markers have
-  /// P.rows and P.cols elements and keep their content between the calls, as the results do;
-  /// `row_a` has P.rows columns and values.
-  static void csr_matmul_triple(const Device& device, View r, I own_rows, I count,
-                                const MergeView* blocks, View ghosts, View p, View c, I c_room,
-                                View rest, I rest_room, I* reached, I* marker_a, I* marker_p,
-                                View row_a);
+  /// (R A) P until all rows are done or the next one may need more room than `c` and `rest` have;
+  /// *reached becomes that row. Columns stand in order of first appearance. One sequential task.
+  static void csr_matmul_triple(const Device& device, const TripleProductRows<T, I>& m);
   /// C = alpha A + beta B, two-pass, sorted. Sorts the rows of A and B in place; `scratch` has
   /// capacity A.nnz + B.nnz and keeps its content between the passes.
   static void csr_matadd(const Device& device, T alpha, View a, T beta, View b, View scratch,

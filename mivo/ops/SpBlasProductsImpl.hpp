@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "mivo/ops/long_rows.hpp"
+#include "mivo/ops/host/long_rows.hpp"
 #include "mivo/ops/sparse_rows.hpp"
 
 namespace mivo {
@@ -37,8 +37,10 @@ class SpBlasProductsImpl {
 template <class T, class I, class Space>
 void SpBlasProductsImpl<T, I, Space>::aAx(Space& space, T alpha, I rows, const I* rowptr,
                                           const I* col_idx, const T* values, const T* x, T* y) {
-  const auto store = [=](I i, const T& s) { y[i] = alpha * s; };
-  if (sparse::longRowProducts(space, rows, rowptr, col_idx, values, x, store)) return;
+  if constexpr (sparse::kFastForms<Space>) {
+    const auto store = [=](I i, const T& s) { y[i] = alpha * s; };
+    if (sparse::longRowProducts(rows, rowptr, col_idx, values, x, store)) return;
+  }
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(I i) {
     const I begin = rowptr[i];
     sparse::prefetchEntry(col_idx, values, std::int64_t(begin) + sparse::kFetchAhead);
@@ -54,8 +56,10 @@ void SpBlasProductsImpl<T, I, Space>::aAxpby(Space& space, T alpha, I rows, I /*
     aAx(space, alpha, rows, rowptr, col_idx, values, x, y);
     return;
   }
-  const auto store = [=](I i, const T& s) { y[i] = alpha * s + beta * y[i]; };
-  if (sparse::longRowProducts(space, rows, rowptr, col_idx, values, x, store)) return;
+  if constexpr (sparse::kFastForms<Space>) {
+    const auto store = [=](I i, const T& s) { y[i] = alpha * s + beta * y[i]; };
+    if (sparse::longRowProducts(rows, rowptr, col_idx, values, x, store)) return;
+  }
   spm::parallel_for(Policy(space, 0, rows), [=] MIVO_FUNCTION(I i) {
     const I begin = rowptr[i];
     sparse::prefetchEntry(col_idx, values, std::int64_t(begin) + sparse::kFetchAhead);
@@ -84,7 +88,7 @@ void SpBlasProductsImpl<T, I, Space>::jacobi(Space& space, I rows, I /*cols*/, c
     const I begin = rowptr[i];
     const I end = rowptr[i + 1];
     sparse::prefetchEntry(col_idx, values, std::int64_t(begin) + sparse::kFetchAhead);
-    // The place of the diagonal, not its value, so that there is no branch to be foretold.
+    // The place of the diagonal, not its value: no branch.
     T s = T(0);
     I own = end;
     for (I k = begin; k < end; ++k) {

@@ -72,7 +72,7 @@ MIVO_FUNCTION void distribute(const ExtendedInterpolation<T, L>& m, L i, L j, co
   const L k = findColumn(m.a.row_begin[j], m.a.row_end[j], m.a.col_idx, i);
   const bool has_own = k < m.a.row_end[j] && isOpposite(m, j, k);
   T sum = has_own ? m.a.values[k] : T(0);
-  // Which neighbours are in the set cannot be foretold, so that there is no branch on it.
+  // No branch on which neighbours are in the set.
   const L first = m.d.row_begin[j];
   const L end = m.d.row_begin[j + 1];
   L* const place = m.d.col_idx + m.d.row_begin[m.s.rows];

@@ -91,7 +91,7 @@ MIVO_FUNCTION void chooseIndependentSet(const PMISGraph<L>& g) {
   for (L i = 0; i < g.rows; ++i) {
     const double own = g.measure[i];
     if (g.graph[i] != 1 || !(own > 1.0)) continue;
-    // Which of two random numbers is larger cannot be foretold, so there is no branch on it.
+    // No branch on which of two measures is larger.
     bool smaller = false;
     loopLocalCol(i, g.rank, g.nblocks, g.blocks, [&](const Block& block, L k) {
       const L j = block.col_idx[k];

@@ -5,6 +5,7 @@
 #include <limits>
 #include <type_traits>
 
+#include "mivo/ops/host/prefetch.hpp"
 #include "mivo/ops/norms.hpp"
 #include "mivo/ops/views.hpp"
 #include "mivo/spm/atomic.hpp"
@@ -19,28 +20,6 @@ namespace mivo::sparse {
 template <class T, class I>
 MIVO_FUNCTION bool counting(const I* col_idx, const T* values) {
   return col_idx == nullptr || values == nullptr;
-}
-
-/// Entries by which loops over rows fetch ahead. Processors' own prefetching ends at each page,
-/// which costs a product with short rows about a third of its speed.
-constexpr int kFetchAhead = 512;
-
-/// Hints that p[at] is needed soon; it may lie outside of the array.
-template <class U>
-[[gnu::always_inline]] MIVO_FUNCTION inline void prefetch(const U* p, std::int64_t at) {
-#ifndef __CUDA_ARCH__
-  const auto address =
-      reinterpret_cast<std::uintptr_t>(p) + static_cast<std::uintptr_t>(at) * sizeof(U);
-  __builtin_prefetch(reinterpret_cast<const void*>(address), 0, 0);
-#endif
-}
-
-/// The same for column and value of an entry.
-template <class T, class I>
-[[gnu::always_inline]] MIVO_FUNCTION inline void prefetchEntry(const I* col_idx, const T* values,
-                                                               std::int64_t at) {
-  prefetch(col_idx, at);
-  prefetch(values, at);
 }
 
 /// Sum of a_j x_j over positions [begin, end), in stored order, added to s. Unrolled by hand: left

@@ -12,6 +12,7 @@
 #include "mivo/mat/products/two_pass.hpp"
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/SpLevelTransferOps.hpp"
+#include "mivo/ops/host/forms.hpp"
 #include "mivo/utils/logging.hpp"
 #include "mivo/utils/ranks.hpp"
 
@@ -140,8 +141,9 @@ void LevelTransferOps_SA<T, G, L>::par_tentative_smooth(const Matrix& A, G naggr
     return;
   }
   const int nprocs = sizeOf(A.getComm());
-  if (nprocs == 1 && S.getNnzs() > 0 && T_.getNnzs() > 0) {
-    // The same without the intermediate matrices, which nobody sees.
+  if (!sparse::kPlainForms && nprocs == 1 && S.getNnzs() > 0 && T_.getNnzs() > 0) {
+    // The same without the intermediate matrices, which nobody sees; to the bit, as
+    // SmoothAggregation.ProlongationIsADampedJacobiStepOnTheFilteredMatrix sees.
     const Local a = A.getLocalMatrix(0), t = T_.getLocalMatrix(0);
     const LocalStrength s = S.getLocalMatrix(0);
     Local p;

@@ -3,8 +3,8 @@
 // Classical strength of connection.
 
 #include "mivo/level_transfer/ruge_stuben/LevelTransferOps_RS.hpp"
-#include "mivo/mpi_stub/mpi.h"
 #include "mivo/ops/SpLevelTransferOps.hpp"
+#include "mivo/utils/ranks.hpp"
 
 namespace mivo {
 
@@ -14,8 +14,7 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGStrength(const Matrix& A, const 
                                                          double max_row_sum, int num_functions,
                                                          Strength& S) {
   const Device device = A.getDevice();
-  int rank = 0;
-  MPI_Comm_rank(A.getComm(), &rank);
+  const int rank = rankOf(A.getComm());
   A.copyStructure(S);
 
   Marks dof;

@@ -11,33 +11,29 @@
 #include "mivo/mat/ParCSRMatrix.hpp"
 #include "mivo/mat/ParCSRMatrixImpl.hpp"
 #include "mivo/ops/BlasOps.hpp"
-#include "mivo/ops/RowListOps.hpp"
+#include "mivo/ops/host/filled_rows.hpp"
 #include "mivo/utils/logging.hpp"
 
 namespace mivo {
 namespace {
 
 /// Lists the rows of a block of another rank that have entries, when these are at most half of
-/// them.
+/// them; on a host alone.
 template <class T, class G, class L>
 void listFilledRows(LocalBlockT<T, G, L>& block) {
   const CSRMatrixT<T, L>& matrix = block.matrix;
   block.filled_rows_of = nullptr;
-  const std::size_t rows = static_cast<std::size_t>(matrix.getRows());
-  std::vector<L> rowPtr(rows + 1, 0);
-  matrix.getDevice().rawCopyTo(rowPtr.size() * sizeof(L), matrix.getRowPtr(), Device(),
-                               rowPtr.data());
+  if (sparse::kPlainForms || matrix.getDevice().type != Device::kHost) return;
+  const L* const rowPtr = matrix.getRowPtr();
   L filled = 0;
-  for (std::size_t i = 0; i < rows; ++i) filled += rowPtr[i + 1] > rowPtr[i] ? 1 : 0;
+  for (L i = 0; i < matrix.getRows(); ++i) filled += rowPtr[i + 1] > rowPtr[i] ? 1 : 0;
   if (filled > matrix.getRows() / 2) return;
-  MatrixT<L, L, MatrixLayoutRowMajor> list;
-  list.create(filled, 1, Device());
-  L* next = list.getData();
-  for (std::size_t i = 0; i < rows; ++i) {
-    if (rowPtr[i + 1] > rowPtr[i]) *next++ = static_cast<L>(i);
+  block.filled_rows.create(filled, 1, Device());
+  L* next = block.filled_rows.getData();
+  for (L i = 0; i < matrix.getRows(); ++i) {
+    if (rowPtr[i + 1] > rowPtr[i]) *next++ = i;
   }
-  block.filled_rows = list.toDevice(matrix.getDevice());
-  block.filled_rows_of = matrix.getRowPtr();
+  block.filled_rows_of = rowPtr;
   block.filled_rows_nnz = matrix.getNnz();
 }
 
@@ -168,27 +164,18 @@ struct Product {
     LocalBlockT<T, G, L>& local = *block->block;
     const CSRMatrixT<T, L>& matrix = local.matrix;
     if (matrix.getNnz() == 0) return;
-    // What the product gives for an empty row; not zero when `a` is not finite.
-    const T nothing = a * T(0) * T(1);
-    if (!local.hasFilledRows() || !isZero(nothing) || y.getRows() != matrix.getRows()) {
+    // On rows without entries y + 0.0 only turns -0.0 into 0.0; the product with the own block
+    // leaves no -0.0 when a is 1 and b is 0, nor does any sum thereafter.
+    const bool emptyRowsStay = addsNothing(a * T(0) * T(1)) || (a == T(1) && isZero(b));
+    if (!local.hasFilledRows() || !emptyRowsStay || y.getRows() != matrix.getRows()) {
       matrix.aAxpby(a, block->recv_x, T(0), local.product_buffer);
       const std::lock_guard<std::mutex> guard(lock);
       y += local.product_buffer;
       return;
     }
-    // The same numbers from the rows that have entries. On the others y + 0.0 only turns -0.0 into
-    // 0.0; the product with the own block leaves no -0.0 when a is 1 and b is 0, nor does any sum
-    // thereafter.
-    const bool keepsZeros = addsNothing(nothing) || (a == T(1) && isZero(b));
     const std::lock_guard<std::mutex> guard(lock);
-    RowListOps<T, L>::addProduct(matrix.getDevice(), a, local.filled_rows.getSize(),
-                                 local.filled_rows.getData(), matrix.getRowPtr(),
-                                 matrix.getColIdx(), matrix.getValues(), block->recv_x.getData(),
-                                 y.getData());
-    if (!keepsZeros) {
-      RowListOps<T, L>::addToEmptyRows(matrix.getDevice(), matrix.getRows(), matrix.getRowPtr(),
-                                       nothing, y.getData());
-    }
+    sparse::addFilledRows(a, local.filled_rows.getSize(), local.filled_rows.getData(),
+                          matrix.getRawMat(), block->recv_x.getData(), y.getData());
   }
 };
 

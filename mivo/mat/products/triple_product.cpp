@@ -19,15 +19,14 @@ I twice(I n) {
   return n > kMost<I> / 2 ? kMost<I> : static_cast<I>(2 * n);
 }
 
-/// A matrix that is filled row by row, and makes room as it goes. On a host what is not used is not
-/// touched, and costs address space alone.
+/// A matrix that is filled row by row, and makes room as it goes. What is not used of it is not
+/// touched.
 template <class T, class I>
 class GrowingMatrix {
  public:
   using Local = CSRMatrixT<T, I>;
 
-  GrowingMatrix(I rows, I cols, I capacity, const Device& device)
-      : generous_(device.type == Device::kHost), capacity_(generous_ ? twice(capacity) : capacity) {
+  GrowingMatrix(I rows, I cols, I capacity, const Device& device) : capacity_(twice(capacity)) {
     matrix_.create(rows, cols, capacity_, device);
   }
 
@@ -38,22 +37,6 @@ class GrowingMatrix {
   void grow(I rows) {
     MIVO_CHECK(capacity_ < kMost<I>) << "CSRMatrix: the entries of a result exceed the index type";
     capacity_ = twice(capacity_);
-    copyRows(rows);
-  }
-  /// The matrix, with all its rows.
-  Local finish() {
-    const I nnz = matrix_.evaluateNnzs();
-    if (generous_) {
-      matrix_.shrinkNnz(nnz);
-    } else {
-      capacity_ = nnz;
-      copyRows(matrix_.getRows());
-    }
-    return matrix_;
-  }
-
- private:
-  void copyRows(I rows) {
     const Device device = matrix_.getDevice();
     Local larger;
     larger.create(matrix_.getRows(), matrix_.getCols(), capacity_, device);
@@ -69,8 +52,13 @@ class GrowingMatrix {
     }
     matrix_ = larger;
   }
+  /// The matrix, with all its rows.
+  Local finish() {
+    matrix_.shrinkNnz(matrix_.evaluateNnzs());
+    return matrix_;
+  }
 
-  bool generous_;
+ private:
   I capacity_;
   Local matrix_;
 };
@@ -106,12 +94,23 @@ void TripleProduct<T, I>::multiply(Local& own, Local& rest) const {
   GrowingMatrix<T, I> ownRoom(R.getRows(), ownCols, std::max(entries, P.getCols()), device);
   const I others = P.getCols() - ownCols;
   GrowingMatrix<T, I> restRoom(R.getRows(), others, others > 0 ? P.getCols() : 0, device);
+  TripleProductRows<T, I> m;
+  m.r = R.getRawMat();
+  m.own_rows = ownRows;
+  m.nblocks = table.getSize();
+  m.blocks = table.getData();
+  m.ghosts = ghostRows.getRawMat();
+  m.p = P.getRawMat();
+  m.reached = reached.getData();
+  m.marker_a = markerA.getData();
+  m.marker_p = markerP.getData();
+  m.row_a = rowA.getRawMat();
   for (I done = 0;;) {
-    SpBlasOps<T, I>::csr_matmul_triple(
-        device, R.getRawMat(), ownRows, table.getSize(), table.getData(), ghostRows.getRawMat(),
-        P.getRawMat(), ownRoom.getRawMat(), ownRoom.getCapacity(), restRoom.getRawMat(),
-        restRoom.getCapacity(), reached.getData(), markerA.getData(), markerP.getData(),
-        rowA.getRawMat());
+    m.c = ownRoom.getRawMat();
+    m.c_room = ownRoom.getCapacity();
+    m.rest = restRoom.getRawMat();
+    m.rest_room = restRoom.getCapacity();
+    SpBlasOps<T, I>::csr_matmul_triple(device, m);
     done = reached.toDevice(Device()).getData()[0];
     if (done == R.getRows()) break;
     ownRoom.grow(done);

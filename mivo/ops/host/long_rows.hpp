@@ -8,17 +8,11 @@ namespace mivo::sparse {
 /// Average entries in a row from which rows are summed two at a time.
 constexpr int kLongRow = 16;
 
-/// Host form of a product with long rows: calls store(i, sum) for each row, each sum taken in
-/// stored order, and returns true. A single chain of additions cannot keep up with memory there, so
-/// two rows run side by side. Returns false, having done nothing, for short rows and other spaces.
-template <class Space, class T, class I, class Store>
-bool longRowProducts(Space&, I, const I*, const I*, const T*, const T*, const Store&) {
-  return false;
-}
-
+/// A product with long rows: calls store(i, sum) for each row, each sum taken in stored order, two
+/// rows side by side. Returns false, having done nothing, for short rows.
 template <class T, class I, class Store>
-bool longRowProducts(spm::OpenMP&, I rows, const I* rowptr, const I* col_idx, const T* values,
-                     const T* x, const Store& store) {
+bool longRowProducts(I rows, const I* rowptr, const I* col_idx, const T* values, const T* x,
+                     const Store& store) {
   if (rows < 2 || (rowptr[rows] - rowptr[0]) / rows < kLongRow) return false;
   I i = 0;
   for (; rows - i >= 2; i += 2) {

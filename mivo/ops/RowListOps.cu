@@ -1,3 +1,0 @@
-// SPDX-License-Identifier: Apache-2.0
-#define MIVO_CUDA_UNIT
-#include "mivo/ops/RowListOpsImpl.hpp"
