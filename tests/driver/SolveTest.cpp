@@ -3,7 +3,8 @@
 
 #include <gmock/gmock.h>
 
-#include <cmath>
+#include <algorithm>
+#include <iterator>
 #include <map>
 #include <sstream>
 #include <tuple>
@@ -15,9 +16,11 @@
 namespace driver_test {
 namespace {
 
+using ::testing::DoubleNear;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::Not;
+using ::testing::Pointwise;
 
 /// Values of an array file with one column.
 std::vector<double> readVector(const std::string& text) {
@@ -25,207 +28,90 @@ std::vector<double> readVector(const std::string& text) {
   std::string line;
   while (std::getline(in, line) && line[0] == '%') {
   }
-  std::vector<double> values;
-  for (double value; in >> value;) {
-    values.push_back(value);
-  }
-  return values;
+  return {std::istream_iterator<double>(in), {}};
 }
 
-/// The system of `text` and b has the solution 1, 2 (and its conjugates): b is made to fit.
-struct SoundFile {
-  const char* name;
-  std::string matrix;
-  std::string rhs;
-  std::vector<double> solution;
-  const char* note = "";
-};
+/// Files of a system with the solution "x" (parts of complex numbers one by one), each as in
+/// kMatrix, kRhs and (1, 2) where it is not given, and a note of the report.
+using SoundFileTest = CasesOfTable;
 
-std::ostream& operator<<(std::ostream& out, const SoundFile& sound) { return out << sound.name; }
-
-class SoundFileTest : public ::testing::TestWithParam<SoundFile> {};
+// A = [4 -1; -1 3], x = (1, 2), b = (2, 5).
+const std::string kMatrix =
+    "%%MatrixMarket matrix coordinate real general\n2 2 4\n1 1 4\n1 2 -1\n2 1 -1\n2 2 3\n";
+const std::string kRhs = "%%MatrixMarket matrix array real general\n2 1\n2\n5\n";
 
 TEST_P(SoundFileTest, GivesTheSolution) {
-  const SoundFile& sound = GetParam();
+  const json& sound = GetParam().data;
   const Folder folder;
   json configuration = fileConfiguration();
   configuration["solver"]["solver_type"] = "SolverFLGMRES_R";
-  folder.write("c.json", configuration.dump());
-  folder.write("A.mtx", sound.matrix);
-  folder.write("b.mtx", sound.rhs);
+  folder.write("A.mtx", sound.value("A.mtx", kMatrix));
+  folder.write("b.mtx", sound.value("b.mtx", kRhs));
   for (const auto& device : mivo::test::testDevices()) {
-    const Outcome outcome =
-        folder.run({"c.json", "--json", "--solution", "x.mtx", "--device", device.getString()});
-    ASSERT_EQ(outcome.status, 0) << outcome.out << outcome.err;
-    EXPECT_THAT(reportOf(outcome)["notes"].dump(), HasSubstr(sound.note));
-    const std::vector<double> x = readVector(folder.read("x.mtx"));
-    ASSERT_EQ(x.size(), sound.solution.size()) << folder.read("x.mtx");
-    for (std::size_t i = 0; i < x.size(); ++i) {
-      EXPECT_NEAR(x[i], sound.solution[i], 1e-7);
-    }
+    const json report =
+        folder.report(configuration, {"--solution", "x.mtx", "--device", device.getString()});
+    ASSERT_EQ(report["status"], 0) << report;
+    EXPECT_THAT(report["notes"].dump(), HasSubstr(sound.value("says", "")));
+    EXPECT_THAT(readVector(folder.read("x.mtx")),
+                Pointwise(DoubleNear(1e-7), sound.value("x", std::vector<double>{1, 2})));
   }
 }
 
-// A = [4 -1; -1 3], x = (1, 2), b = (2, 5).
-const std::string kGeneral =
-    "%%MatrixMarket matrix coordinate real general\n2 2 4\n1 1 4\n1 2 -1\n2 1 -1\n2 2 3\n";
-const std::string kRhs = "%%MatrixMarket matrix array real general\n2 1\n2\n5\n";
-const std::vector<double> kSolution = {1, 2};
+MIVO_CASES_OF_TABLE(SoundFileTest, "sound_files.json");
 
-INSTANTIATE_TEST_SUITE_P(
-    All, SoundFileTest,
-    ::testing::Values(
-        SoundFile{"General", kGeneral, kRhs, kSolution},
-        SoundFile{"Symmetric",
-                  "%%MatrixMarket matrix coordinate real symmetric\n2 2 3\n1 1 4\n2 1 -1\n2 2 3\n",
-                  kRhs, kSolution,
-                  "A.mtx: symmetric: the other half is filled in with equal values"},
-        SoundFile{"Integer",
-                  "%%MatrixMarket matrix coordinate integer general\n2 2 4\n1 1 4\n1 2 -1\n2 1 "
-                  "-1\n2 2 3\n",
-                  "%%MatrixMarket matrix array integer general\n2 1\n2\n5\n", kSolution},
-        SoundFile{"HeaderWithoutSymmetry",
-                  "%%MatrixMarket matrix coordinate real\n2 2 4\n1 1 4\n1 2 -1\n2 1 -1\n2 2 3\n",
-                  kRhs, kSolution},
-        SoundFile{"CommentsAndEmptyLines",
-                  "%%MatrixMarket matrix coordinate real general\n% one\n\n%\n2 2 4\n\n1 1 4\n1 2 "
-                  "-1\n2 1 -1\n\n2 2 3\n\n",
-                  kRhs, kSolution},
-        SoundFile{"TabsSignsExponents",
-                  "%%MatrixMarket matrix coordinate real general\n 2\t2  4\n1\t1\t+4.0E+00\n 1 2 "
-                  "-10e-1 \n2 1 -.1e1\n2 2 3.",
-                  kRhs, kSolution},
-        SoundFile{
-            "AnyOrder",
-            "%%MatrixMarket matrix coordinate real general\n2 2 4\n2 2 3\n2 1 -1\n1 2 -1\n1 1 4\n",
-            kRhs, kSolution},
-        SoundFile{"OneWordSizeLine", kGeneral, "%%MatrixMarket matrix array real general\n2\n2 5\n",
-                  kSolution},
-        // A = [4 i; -i 3], x = (1, 1 - i), b = (5 + i, 3 - 4 i).
-        SoundFile{"Complex",
-                  "%%MatrixMarket matrix coordinate complex general\n2 2 4\n1 1 4 0\n1 2 0 1\n2 1 "
-                  "0 -1\n2 2 3 0\n",
-                  "%%MatrixMarket matrix array complex general\n2 1\n5 1\n3 -4\n",
-                  {1, 0, 1, -1}},
-        SoundFile{"Hermitian",
-                  "%%MatrixMarket matrix coordinate complex hermitian\n2 2 3\n1 1 4 0\n2 1 0 -1\n"
-                  "2 2 3 0\n",
-                  "%%MatrixMarket matrix array complex general\n2 1\n5 1\n3 -4\n",
-                  {1, 0, 1, -1},
-                  "A.mtx: hermitian: the other half is filled in with conjugate values"},
-        // A = [0 1.5; -1.5 0], [1 1; 0 1] and [0 1; 1 1].
-        SoundFile{"SkewSymmetric",
-                  "%%MatrixMarket matrix coordinate real skew-symmetric\n2 2 1\n2 1 -1.5\n",
-                  "%%MatrixMarket matrix array real general\n2 1\n3\n-1.5\n", kSolution,
-                  "A.mtx: skew-symmetric: the other half is filled in with values of the other"},
-        SoundFile{"Pattern",
-                  "%%MatrixMarket matrix coordinate Pattern general\n% a\n2 2 3\n1 1\n1 2\n2 2\n",
-                  "%%MatrixMarket matrix array real general\n2 1\n3\n2\n", kSolution,
-                  "A.mtx: pattern: each entry counts as 1"},
-        SoundFile{"PatternSymmetric",
-                  "%%MatrixMarket matrix coordinate pattern Symmetric\n2 2 2\n2 1\n2 2\n",
-                  "%%MatrixMarket matrix array real general\n2 1\n2\n3\n", kSolution,
-                  "A.mtx: pattern: each entry counts as 1; symmetric: the other half is filled"}),
-    [](const auto& sound) { return std::string(sound.param.name); });
-
-/// A configuration, the status in which it ends, and a text of the report.
-struct SoundRun {
-  const char* name;
-  json configuration;
-  int status;
-};
-
-std::ostream& operator<<(std::ostream& out, const SoundRun& run) { return out << run.name; }
-
-class SoundRunTest : public ::testing::TestWithParam<SoundRun> {};
+/// A solver with parameters on a grid of N points a side, and the status in which it ends.
+using SoundRunTest = CasesOfTable;
 
 TEST_P(SoundRunTest, EndsInItsStatusWithAnHonestReport) {
-  const SoundRun& run = GetParam();
+  const json& run = GetParam().data;
+  const json configuration =
+      poissonConfiguration(run["solver"], run.value("params", json::object()), run.value("N", 12));
   const Folder folder;
-  folder.write("c.json", run.configuration.dump());
   json host;
   for (const auto& device : mivo::test::testDevices()) {
-    const Outcome outcome = folder.run({"c.json", "--json", "--device", device.getString()});
-    EXPECT_EQ(outcome.status, run.status) << outcome.out << outcome.err;
+    const Outcome outcome = folder.solve(configuration, {"--json", "--device", device.getString()});
+    EXPECT_EQ(outcome.status, run["status"]) << outcome.out << outcome.err;
     const json report = reportOf(outcome);
     EXPECT_EQ(report["device"], device.getString());
-    EXPECT_EQ(report.value("status", -1), run.status);
-    EXPECT_EQ(report.value("converged", run.status != 0), run.status == 0);
+    EXPECT_EQ(report["status"], run["status"]);
+    EXPECT_EQ(report["converged"], outcome.status == 0);
     if (report["norm_r"].is_number()) {
       const double bound =
           2 * report["rtol"].get<double>() *
           std::max(report["norm_b"].get<double>(), report["norm_r0"].get<double>());
-      EXPECT_EQ(report["norm_r"].get<double>() <= bound, run.status == 0);
+      EXPECT_EQ(report["norm_r"].get<double>() <= bound, outcome.status == 0);
     }
     host = host.is_null() ? report : host;
-    if (run.status == 0) {
-      EXPECT_EQ(report["iterations"], host["iterations"]) << device.getString();
+    if (outcome.status == 0) {
+      EXPECT_EQ(report["iterations"], host["iterations"]);
     }
   }
 }
+
+MIVO_CASES_OF_TABLE(SoundRunTest, "sound_runs.json");
 
 json preconditioned(const std::string& name, const json& params = json::object()) {
   return {{"preconditioner", {{"preconditioner_type", name}, {name + "_params", params}}}};
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    All, SoundRunTest,
-    ::testing::Values(
-        SoundRun{"PcgAlone", poissonConfiguration(), 0},
-        SoundRun{"PcgSsor", poissonConfiguration("SolverPCG", preconditioned("PrecondSSOR")), 0},
-        SoundRun{"Jacobi", poissonConfiguration("SolverJacobi"), 0},
-        SoundRun{"JacobiLp", poissonConfiguration("SolverJacobiLp"), 0},
-        SoundRun{"Sor", poissonConfiguration("SolverSOR", {{"relax", 1.5}}), 0},
-        SoundRun{"Ssor", poissonConfiguration("SolverSSOR"), 0},
-        SoundRun{"MinresAlone", poissonConfiguration("SolverMINRES"), 0},
-        SoundRun{"MinresStandard", poissonConfiguration("SolverMINRES", {{"algo", "standard"}}), 0},
-        SoundRun{"MinresSsor", poissonConfiguration("SolverMINRES", preconditioned("PrecondSSOR")),
-                 0},
-        SoundRun{"Symmlq", poissonConfiguration("SolverSYMMLQ"), 0},
-        SoundRun{"MinresSorIsNotSymmetric",
-                 poissonConfiguration("SolverMINRES", preconditioned("PrecondSOR")), 2},
-        SoundRun{"SymmlqSorIsNotSymmetric",
-                 poissonConfiguration("SolverSYMMLQ", preconditioned("PrecondSOR")), 2},
-        SoundRun{"SymmlqStopsEarlyUnderAScale",
-                 poissonConfiguration("SolverSYMMLQ", preconditioned("PrecondJacobi")), 2},
-        SoundRun{"MinresWithinARadius", poissonConfiguration("SolverMINRES", {{"radius", 1e-3}}),
-                 2},
-        SoundRun{"OnlyBoundaryPoints", poissonConfiguration("SolverPCG", json::object(), 2), 0},
-        SoundRun{"ListThatSolves",
-                 poissonConfiguration("SolverList", {{{"solver_type", "SolverPCG"},
-                                                      {"SolverPCG_params", {{"max_its", 2}}}},
-                                                     {{"solver_type", "SolverBiCGSTAB"}}}),
-                 0},
-        SoundRun{"EmptyList", poissonConfiguration("SolverList", json::array()), 2},
-        SoundRun{"ShortRestarts",
-                 poissonConfiguration("SolverFLGMRES_R", {{"restart", 3}, {"augk", 1}}), 0},
-        // Columns take their memory as they come.
-        SoundRun{"FlgmresVeryLong",
-                 poissonConfiguration("SolverFLGMRES_R", {{"restart", 3}, {"augk", 1000000}}), 0},
-        SoundRun{"GmresWithoutIterations",
-                 poissonConfiguration("SolverFLGMRES_R", {{"max_its", 0}}), 2},
-        SoundRun{"Gauss", poissonConfiguration("SolverGaussElim"), 0},
-        SoundRun{"AdamWRoughly",
-                 poissonConfiguration("SolverAdamW", {{"learning_rate", 0.01}, {"rtol", 0.05}}), 0},
-        SoundRun{"AdamWByItsDefaults", poissonConfiguration("SolverAdamW"), 2},
-        SoundRun{"PreOnly", poissonConfiguration("SolverPreOnly"), 2},
-        SoundRun{"TooFewIterations", poissonConfiguration("SolverPCG", {{"max_its", 3}}), 2},
-        SoundRun{"NoIterations", poissonConfiguration("SolverPCG", {{"max_its", 0}}), 2},
-        SoundRun{"UnreachableTolerance",
-                 poissonConfiguration("SolverPCG", {{"rtol", 1e-30}, {"max_its", 100}}), 2},
-        SoundRun{"StoppedEarlyByBtol", poissonConfiguration("SolverPCG", {{"btol", 0.1}}), 2},
-        SoundRun{"DivergingJacobi", poissonConfiguration("SolverJacobi", {{"relax", 9.0}}), 2},
-        SoundRun{"DivergingSor", poissonConfiguration("SolverSOR", {{"relax", -9.0}}), 2},
-        SoundRun{
-            "OverflowingPreconditioner",
-            poissonConfiguration("SolverPCG", preconditioned("PrecondJacobi",
-                                                             {{"relax", 1e308}, {"nsweeps", 9}})),
-            2},
-        SoundRun{
-            "PreconditionerOfNoSweeps",
-            poissonConfiguration("SolverPCG", preconditioned("PrecondJacobi", {{"nsweeps", 0}})),
-            2}),
-    [](const auto& sound) { return std::string(sound.param.name); });
+/// A folder with A.mtx, b.mtx and the solution of that system in x.mtx, which is filename_x.
+class Solve : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    folder.write("A.mtx", kMatrix);
+    folder.write("b.mtx", kRhs);
+    folder.write("x.mtx", "%%MatrixMarket matrix array real general\n2 1\n1\n2\n");
+    withStart["testcase"]["MatrixMarket_params"]["filename_x"] = "x.mtx";
+  }
+  /// A run in a shell, so that streams and environment can be what they may be.
+  Outcome runInShell(const std::string& before, const std::string& after) const {
+    return folder.execute({"/bin/sh", "-c", before + " '" MIVO_SOLVE_PROGRAM "' c.json " + after},
+                          60);
+  }
+  const Folder folder;
+  const json fromFiles = fileConfiguration();
+  json withStart = fromFiles;
+};
 
 /// Parameters for a run of a name: an empty list of preconditioners would precondition nothing.
 json parametersOf(const std::string& preconditioner) {
@@ -238,8 +124,7 @@ json parametersOf(const std::string& preconditioner) {
 
 // Methods for general matrices converge with all of them; the others do with those that are
 // symmetric, and end in an honest status with the rest.
-TEST(Solve, EverySolverTakesEveryPreconditioner) {
-  const Folder folder;
+TEST_F(Solve, EverySolverTakesEveryPreconditioner) {
   const json family = mivo_solve::schemaDocument()["definitions"]["preconditioner"]["properties"];
   const std::map<std::string, bool> solvers = {{"SolverBiCGSTAB", true}, {"SolverFLGMRES_R", true},
                                                {"SolverPCG", false},     {"SolverMINRES", false},
@@ -250,20 +135,18 @@ TEST(Solve, EverySolverTakesEveryPreconditioner) {
       for (const auto& device : mivo::test::testDevices()) {
         json params = preconditioned(name, parametersOf(name));
         params["max_its"] = 200;
-        folder.write("c.json", poissonConfiguration(solver, params).dump());
-        const Outcome outcome = folder.run({"c.json", "--json", "--device", device.getString()});
-        EXPECT_TRUE(outcome.status == 0 || (outcome.status == 2 && !general))
-            << solver << name << outcome.out << outcome.err;
-        EXPECT_THAT(reportOf(outcome)["operators"].get<std::string>(), HasSubstr(name));
+        const json report =
+            folder.report(poissonConfiguration(solver, params), {"--device", device.getString()});
+        EXPECT_TRUE(report["status"] == 0 || (report["status"] == 2 && !general)) << report;
+        EXPECT_THAT(report["operators"].get<std::string>(), HasSubstr(name));
       }
     }
   }
 }
 
-TEST(Solve, PrintsStatisticsTreeTableAndResiduals) {
-  const Folder folder;
-  folder.write("c.json", poissonConfiguration("SolverPCG", preconditioned("PrecondJacobi")).dump());
-  const Outcome outcome = folder.run({"c.json"});
+TEST_F(Solve, PrintsStatisticsTreeTableAndResiduals) {
+  const json configuration = poissonConfiguration("SolverPCG", preconditioned("PrecondJacobi"));
+  const Outcome outcome = folder.solve(configuration);
   EXPECT_EQ(outcome.status, 0) << outcome.err;
   for (const char* text :
        {"rows       cols       nnzs", "        144        144        544", "ParSolverT SolverPCG\n",
@@ -273,14 +156,12 @@ TEST(Solve, PrintsStatisticsTreeTableAndResiduals) {
         "|r|/|b| by the solver", "|b - A x|/|b| recomputed", "converged"}) {
     EXPECT_THAT(outcome.out, HasSubstr(text));
   }
-  const Outcome quiet = folder.run({"c.json", "--quiet"});
-  EXPECT_THAT(quiet.out, Not(HasSubstr("Begin solving")));
+  EXPECT_THAT(folder.solve(configuration, {"--quiet"}).out, Not(HasSubstr("Begin solving")));
 }
 
-TEST(Solve, JsonIsOneLineEvenUnderVerbose) {
-  const Folder folder;
-  folder.write("c.json", poissonConfiguration("SolverPCG", {{"verbose", 2}, {"verb", 1}}).dump());
-  const Outcome outcome = folder.run({"c.json", "--json"});
+TEST_F(Solve, JsonIsOneLineEvenUnderVerbose) {
+  const Outcome outcome =
+      folder.solve(poissonConfiguration("SolverPCG", {{"verbose", 2}, {"verb", 1}}), {"--json"});
   EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 1);
   const json report = reportOf(outcome);
   EXPECT_EQ(report["matrix"]["rows"], 144);
@@ -290,63 +171,46 @@ TEST(Solve, JsonIsOneLineEvenUnderVerbose) {
   EXPECT_THAT(outcome.err, HasSubstr("Begin solving"));
 }
 
-TEST(Solve, HistoryHoldsEachIteration) {
-  const Folder folder;
-  folder.write("c.json", poissonConfiguration("SolverPCG").dump());
-  const json report = reportOf(folder.run({"c.json", "--json", "--history", "h.csv"}));
+TEST_F(Solve, HistoryHoldsEachIteration) {
+  const json report = folder.report(poissonConfiguration(), {"--history", "h.csv"});
   std::istringstream history(folder.read("h.csv"));
   std::string line;
   std::getline(history, line);
   EXPECT_EQ(line, "iteration,residual,relative_to_start,relative_to_b");
   int rows = 0;
-  while (std::getline(history, line)) {
-    EXPECT_EQ(line.compare(0, line.find(','), std::to_string(rows)), 0) << line;
-    ++rows;
+  for (; std::getline(history, line); ++rows) {
+    EXPECT_EQ(line.substr(0, line.find(',')), std::to_string(rows));
   }
   EXPECT_EQ(rows, report["iterations"].get<int>() + 1);
 }
 
-TEST(Solve, HistoryOfASolverThatLogsNothingHoldsStartAndEnd) {
-  const Folder folder;
-  folder.write("c.json", poissonConfiguration("SolverJacobi").dump());
-  const Outcome outcome = folder.run({"c.json", "--history", "h.csv"});
+TEST_F(Solve, HistoryOfASolverThatLogsNothingHoldsStartAndEnd) {
+  const Outcome outcome =
+      folder.solve(poissonConfiguration("SolverJacobi"), {"--history", "h.csv"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(outcome.out, HasSubstr("note: SolverJacobi logs no iterations"));
   const std::string history = folder.read("h.csv");
   EXPECT_EQ(std::count(history.begin(), history.end(), '\n'), 3);
 }
 
-TEST(Solve, ZeroRightHandSideIsAnsweredWithoutASolver) {
-  const Folder folder;
-  folder.write("c.json", fileConfiguration().dump());
-  folder.write("A.mtx", kGeneral);
+TEST_F(Solve, ZeroRightHandSideIsAnsweredWithoutASolver) {
   folder.write("b.mtx", "%%MatrixMarket matrix array real general\n2 1\n0\n-0.0\n");
-  const Outcome outcome =
-      folder.run({"c.json", "--json", "--solution", "x.mtx", "--history", "h.csv"});
-  EXPECT_EQ(outcome.status, 0);
+  const json report = folder.report(fromFiles, {"--solution", "x.mtx", "--history", "h.csv"});
+  EXPECT_EQ(report["status"], 0);
   EXPECT_EQ(readVector(folder.read("x.mtx")), (std::vector<double>{0, 0}));
   EXPECT_THAT(folder.read("h.csv"), HasSubstr("relative_to_b\n0,0.0"));
-  EXPECT_THAT(reportOf(outcome)["notes"].dump(), HasSubstr("b is zero"));
+  EXPECT_THAT(report["notes"].dump(), HasSubstr("b is zero"));
 }
 
-TEST(Solve, MissingRightHandSideMakesTheSolutionAllOnes) {
-  const Folder folder;
-  folder.write("c.json", fileConfiguration().dump());
-  folder.write("A.mtx", kGeneral);
-  const Outcome outcome = folder.run(
-      {"c.json", "--set", "testcase.MatrixMarket_params.filename_b=", "--solution", "x.mtx"});
+TEST_F(Solve, MissingRightHandSideMakesTheSolutionAllOnes) {
+  const Outcome outcome = folder.solve(
+      fromFiles, {"--set", "testcase.MatrixMarket_params.filename_b=", "--solution", "x.mtx"});
   EXPECT_EQ(outcome.status, 0) << outcome.err;
   EXPECT_THAT(outcome.out, HasSubstr("note: no filename_b"));
-  const std::vector<double> x = readVector(folder.read("x.mtx"));
-  ASSERT_EQ(x.size(), 2u);
-  EXPECT_NEAR(x[0], 1, 1e-7);
-  EXPECT_NEAR(x[1], 1, 1e-7);
+  EXPECT_THAT(readVector(folder.read("x.mtx")), Pointwise(DoubleNear(1e-7), {1.0, 1.0}));
 }
 
-TEST(Solve, UnsolvableSystemsEndInStatusTwo) {
-  const Folder folder;
-  folder.write("c.json", fileConfiguration().dump());
-  folder.write("b.mtx", kRhs);
+TEST_F(Solve, UnsolvableSystemsEndInStatusTwo) {
   // An empty row, a singular matrix, an indefinite one on which the method breaks down, and values
   // near the limits.
   for (const char* entries : {"2 2 1\n1 1 4\n", "2 2 4\n1 1 1\n1 2 1\n2 1 1\n2 2 1\n",
@@ -354,101 +218,72 @@ TEST(Solve, UnsolvableSystemsEndInStatusTwo) {
     folder.write("A.mtx", std::string("%%MatrixMarket matrix coordinate real general\n") + entries);
     for (const char* solver :
          {"SolverPCG", "SolverMINRES", "SolverSYMMLQ", "SolverJacobi", "SolverSOR"}) {
-      const Outcome outcome =
-          folder.run({"c.json", "--json", "--set", std::string("solver.solver_type=") + solver});
-      const json report = reportOf(outcome);
-      if (outcome.status == 0) {
+      const json report =
+          folder.report(fromFiles, {"--set", std::string("solver.solver_type=") + solver});
+      if (report["status"] == 0) {
         EXPECT_LE(report["norm_r"], report["bound"]) << entries << solver;
         EXPECT_THAT(entries, HasSubstr("1e308")) << solver;
       } else {
-        EXPECT_EQ(outcome.status, 2) << entries << solver << outcome.err;
+        EXPECT_EQ(report["status"], 2) << entries << solver;
       }
     }
   }
 }
 
-TEST(Solve, StartVectorOfTheTestcase) {
-  const Folder folder;
-  json configuration = fileConfiguration();
-  configuration["testcase"]["MatrixMarket_params"]["filename_x"] = "x.mtx";
-  folder.write("c.json", configuration.dump());
-  folder.write("A.mtx", kGeneral);
-  folder.write("b.mtx", kRhs);
-  folder.write("x.mtx", "%%MatrixMarket matrix array real general\n2 1\n1\n2\n");
-  const json fromZero = reportOf(folder.run({"c.json", "--json"}));
+TEST_F(Solve, StartVectorOfTheTestcase) {
+  const json fromZero = folder.report(withStart);
   EXPECT_EQ(fromZero["norm_r0"], fromZero["norm_b"]);
-  const json fromFile = reportOf(folder.run({"c.json", "--json", "--start", "testcase"}));
+  const json fromFile = folder.report(withStart, {"--start", "testcase"});
   EXPECT_EQ(fromFile["norm_r0"], 0.0);
   EXPECT_EQ(fromFile["iterations"], 0);
   EXPECT_EQ(fromFile["status"], 0);
 }
 
-TEST(Solve, ExactStartsOfLanczosMethods) {
-  const Folder folder;
-  json configuration = fileConfiguration();
-  configuration["testcase"]["MatrixMarket_params"]["filename_x"] = "x.mtx";
-  folder.write("A.mtx", kGeneral);
-  folder.write("b.mtx", kRhs);
-  folder.write("x.mtx", "%%MatrixMarket matrix array real general\n2 1\n1\n2\n");
+TEST_F(Solve, ExactStartsOfLanczosMethods) {
   // The standard form of MINRES divides 0 by 0.
   for (const auto& [solver, algo, status] :
        {std::tuple("SolverMINRES", "standard", 2), std::tuple("SolverMINRES", "qlp", 0),
         std::tuple("SolverSYMMLQ", "", 0)}) {
-    configuration["solver"] = {{"solver_type", solver}};
-    if (*algo != 0) configuration["solver"]["SolverMINRES_params"] = {{"algo", algo}};
-    folder.write("c.json", configuration.dump());
-    const Outcome outcome = folder.run({"c.json", "--json", "--start", "testcase"});
-    EXPECT_EQ(outcome.status, status) << solver << ' ' << algo;
-    EXPECT_TRUE(reportOf(outcome)["relres_reported"].is_null()) << "0 / 0";
+    withStart["solver"] = {{"solver_type", solver}};
+    if (*algo != 0) withStart["solver"]["SolverMINRES_params"] = {{"algo", algo}};
+    const json report = folder.report(withStart, {"--start", "testcase"});
+    EXPECT_EQ(report["status"], status) << solver << ' ' << algo;
+    EXPECT_TRUE(report["relres_reported"].is_null()) << "0 / 0";
   }
 }
 
-TEST(Solve, FileNamesAreTriedBesideTheConfiguration) {
-  const Folder folder;
-  std::filesystem::create_directory(folder.path() / "sub");
-  folder.write("sub/c.json", fileConfiguration().dump());
-  folder.write("sub/A.mtx", kGeneral);
-  folder.write("sub/b.mtx", kRhs);
-  EXPECT_EQ(folder.run({"sub/c.json", "--json"}).status, 0);
+TEST_F(Solve, FileNamesAreTriedBesideTheConfiguration) {
+  const Folder other;
+  folder.write("c.json", fromFiles.dump());
+  EXPECT_EQ(other.run({"../" + folder.path().filename().string() + "/c.json"}).status, 0);
 }
 
-TEST(Solve, CheckStopsBeforeSolving) {
-  const Folder folder;
-  folder.write("c.json", poissonConfiguration("SolverPreOnly").dump());
-  const Outcome outcome =
-      folder.run({"c.json", "--check", "--set", "solver.SolverPCG_params.rtol=0.1"});
+TEST_F(Solve, CheckStopsBeforeSolving) {
+  const Outcome outcome = folder.solve(poissonConfiguration("SolverPreOnly"),
+                                       {"--check", "--set", "solver.SolverPCG_params.rtol=0.1"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(outcome.out, HasSubstr("c.json: configuration and files can be used"));
   EXPECT_THAT(outcome.out, HasSubstr("note: /solver/SolverPCG_params is not used"));
 }
 
-// A run in a shell, so that streams and environment can be what they may be.
-Outcome runInShell(const Folder& folder, const std::string& before, const std::string& after) {
-  return folder.execute({"/bin/sh", "-c", before + " '" MIVO_SOLVE_PROGRAM "' c.json " + after},
-                        60);
-}
-
-TEST(Solve, OutputThatIsLostIsAFailure) {
-  const Folder folder;
+TEST_F(Solve, OutputThatIsLostIsAFailure) {
   folder.write("c.json", poissonConfiguration().dump());
   for (const std::string options : {"", "--json", "--check", "--help", "--list"}) {
-    const Outcome full = runInShell(folder, "", options + " >/dev/full");
+    const Outcome full = runInShell("", options + " >/dev/full");
     EXPECT_EQ(full.status, 1) << options;
     EXPECT_THAT(full.err, HasSubstr("standard output: not everything could be written")) << options;
-    const Outcome closed = runInShell(folder, "", options + " --history h.csv >&-");
+    const Outcome closed = runInShell("", options + " --history h.csv >&-");
     EXPECT_EQ(closed.status, 1) << options;
     EXPECT_THAT(closed.err, HasSubstr("standard output is closed")) << options;
   }
   EXPECT_EQ(folder.read("h.csv"), "") << "what was meant for standard output";
-  EXPECT_EQ(reportOf(runInShell(folder, "", "--json 2>/dev/full"))["status"], 0);
+  EXPECT_EQ(reportOf(runInShell("", "--json 2>/dev/full"))["status"], 0);
 }
 
-TEST(Solve, EveryEndPrintsAJsonLineOnRequest) {
-  const Folder folder;
-  folder.write("c.json", poissonConfiguration("SolverGaussElim", json::object(), 300).dump());
-  const json check = reportOf(folder.run({"c.json", "--check", "--json"}));
-  EXPECT_EQ(check["status"], 0);
-  EXPECT_EQ(reportOf(folder.run({"c.json", "--jsn", "--json"}))["status"], 1);
+TEST_F(Solve, EveryEndPrintsAJsonLineOnRequest) {
+  const json large = poissonConfiguration("SolverGaussElim", json::object(), 300);
+  EXPECT_EQ(folder.report(large, {"--check"})["status"], 0);
+  EXPECT_EQ(folder.report(large, {"--jsn"})["status"], 1);
   EXPECT_EQ(reportOf(folder.run({"c.json", "--json=1"}))["status"], 1);
   // 8.1e9 elements on a rank: the library ends the process.
   const Outcome ended = folder.run({"c.json", "--json"});
@@ -456,20 +291,18 @@ TEST(Solve, EveryEndPrintsAJsonLineOnRequest) {
   EXPECT_THAT(reportOf(ended).value("error", ""), HasSubstr("elements"));
 }
 
-TEST(Solve, AProcessOfSeveralThatIsAloneEndsInStatusOne) {
-  const Folder folder;
+TEST_F(Solve, AProcessOfSeveralThatIsAloneEndsInStatusOne) {
   folder.write("c.json", poissonConfiguration().dump());
   for (const char* rank : {"0", "1"}) {
     const Outcome outcome =
-        runInShell(folder, std::string("OMPI_COMM_WORLD_SIZE=2 OMPI_COMM_WORLD_RANK=") + rank, "");
+        runInShell(std::string("OMPI_COMM_WORLD_SIZE=2 OMPI_COMM_WORLD_RANK=") + rank, "");
     EXPECT_EQ(outcome.status, 1) << outcome.out;
     EXPECT_EQ(outcome.out, "");
     EXPECT_THAT(outcome.err, HasSubstr("env -u"));
   }
 }
 
-TEST(Solve, HelpVersionSchemaAndListNeedNoConfiguration) {
-  const Folder folder;
+TEST_F(Solve, HelpVersionSchemaAndListNeedNoConfiguration) {
   EXPECT_THAT(folder.run({"--help"}).out, HasSubstr("Exit status:"));
   EXPECT_THAT(folder.run({"--version"}).out, MatchesRegex("mivo-solve [0-9]+\\.[0-9]+\\.[0-9]+\n"));
   const std::string list = folder.run({"--list"}).out;
@@ -479,29 +312,25 @@ TEST(Solve, HelpVersionSchemaAndListNeedNoConfiguration) {
             readAll(std::string(MIVO_PROJECT_FOLDER) + "/examples/mivo-solve/mivo.schema.json"));
 }
 
-TEST(Solve, ReadyConfigurationsConverge) {
-  const Folder folder;
+TEST_F(Solve, ReadyConfigurationsConverge) {
   for (const char* name :
        {"poisson2d-jacobi", "poisson3d-ssor", "poisson3d-amg", "matrix-market", "anisotropy-amg",
         "jumps-amg", "convection-amg", "helmholtz-minres", "magnetic-pcg"}) {
     const std::string file =
         std::string(MIVO_PROJECT_FOLDER) + "/examples/configs/" + name + ".json";
-    const Outcome outcome = folder.run({file, "--json"});
-    EXPECT_EQ(outcome.status, 0) << name << outcome.err;
-    EXPECT_EQ(reportOf(outcome)["rtol"], 1e-8);
+    const json report = reportOf(folder.run({file, "--json"}));
+    EXPECT_EQ(report["status"], 0) << name << report;
+    EXPECT_EQ(report["rtol"], 1e-8);
   }
 }
 
 // The table tells what the hierarchy is: the product of a level's share in all is 1, rows shrink,
 // and what is printed agrees with the report for machines.
-TEST(Solve, HierarchiesAreShownAndMeasuredOnRequest) {
-  const Folder folder;
-  folder.write("c.json", poissonConfiguration("SolverPCG",
-                                              preconditioned("PrecondAMG", multigridParams()), 40)
-                             .dump());
-  const json plain = reportOf(folder.run({"c.json", "--json"}))["hierarchies"][0];
-  EXPECT_FALSE(plain.contains("setup"));
-  const json one = reportOf(folder.run({"c.json", "--json", "--profile"}))["hierarchies"][0];
+TEST_F(Solve, HierarchiesAreShownAndMeasuredOnRequest) {
+  const json configured =
+      poissonConfiguration("SolverPCG", preconditioned("PrecondAMG", multigridParams()), 40);
+  EXPECT_FALSE(folder.report(configured)["hierarchies"][0].contains("setup"));
+  const json one = folder.report(configured, {"--profile"})["hierarchies"][0];
   const json& levels = one["levels"];
   ASSERT_GE(levels.size(), 3u);
   double entries = 0, rows = 0, bytes = 0, seconds = 0;
@@ -537,8 +366,7 @@ TEST(Solve, HierarchiesAreShownAndMeasuredOnRequest) {
   EXPECT_THAT(out, HasSubstr(" cycles\n  level 0 "));
 }
 
-TEST(Solve, CommittedDataIsWhatTheGeneratorWrites) {
-  const Folder folder;
+TEST_F(Solve, CommittedDataIsWhatTheGeneratorWrites) {
   for (const std::string kind :
        {"diffusion", "anisotropy", "convection", "helmholtz", "magnetic"}) {
     const std::string command = std::string("\"") + MIVO_GENERATE_PROGRAM + "\" \"" +

@@ -31,6 +31,47 @@ inline std::string readAll(const std::filesystem::path& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
+/// The one line that `--json` prints; a test failure when it is something else.
+inline json reportOf(const Outcome& outcome) {
+  const json report = json::parse(outcome.out, nullptr, false);
+  EXPECT_TRUE(report.is_object()) << outcome.out << outcome.err;
+  return report.is_object() ? report : json::object();
+}
+
+/// Cases of a table beside the tests: an array of objects with a name.
+struct Case {
+  std::string name;
+  json data;
+};
+inline std::ostream& operator<<(std::ostream& out, const Case& one) { return out << one.name; }
+
+inline std::vector<Case> casesOf(const std::string& table) {
+  std::vector<Case> cases;
+  for (const json& data :
+       json::parse(readAll(std::string(MIVO_PROJECT_FOLDER) + "/tests/driver/" + table))) {
+    cases.push_back({data.at("name"), data});
+  }
+  return cases;
+}
+
+using CasesOfTable = ::testing::TestWithParam<Case>;
+#define MIVO_CASES_OF_TABLE(suite, table)                                   \
+  INSTANTIATE_TEST_SUITE_P(All, suite, ::testing::ValuesIn(casesOf(table)), \
+                           [](const auto& one) { return one.param.name; })
+
+/// The text of a case: a byte for each code point, as often as "times" says.
+inline std::string textOf(const json& data) {
+  const std::string utf8 = data.at("text");
+  std::string once, text;
+  for (std::size_t i = 0; i < utf8.size(); ++i) {
+    const bool two = (utf8[i] & 0x80) != 0;
+    once += two ? static_cast<char>((utf8[i] & 3) << 6 | (utf8[i + 1] & 0x3f)) : utf8[i];
+    i += two;
+  }
+  for (int k = data.value("times", 1); k > 0; --k) text += once;
+  return text;
+}
+
 /// An empty folder under the system's temporary one, gone with the object.
 class Folder {
  public:
@@ -58,23 +99,31 @@ class Folder {
     return execute(words, seconds);
   }
 
+  /// The same with this configuration, as c.json.
+  Outcome solve(const json& configuration, std::vector<std::string> arguments = {}) const {
+    write("c.json", configuration.dump());
+    arguments.insert(arguments.begin(), "c.json");
+    return run(arguments);
+  }
+  /// The report of that.
+  json report(const json& configuration, std::vector<std::string> arguments = {}) const {
+    arguments.push_back("--json");
+    return reportOf(solve(configuration, arguments));
+  }
+
   /// The same for any program, named by its path.
   Outcome execute(std::vector<std::string> words, int seconds) const {
     const auto outFile = path_ / ".out";
     const auto errFile = path_ / ".err";
     std::vector<char*> argv;
-    for (std::string& word : words) {
-      argv.push_back(&word[0]);
-    }
+    for (std::string& word : words) argv.push_back(&word[0]);
     argv.push_back(nullptr);
     const pid_t child = fork();
     if (child == 0) {
       const bool ready = chdir(path_.c_str()) == 0 &&
                          freopen(outFile.c_str(), "w", stdout) != nullptr &&
                          freopen(errFile.c_str(), "w", stderr) != nullptr;
-      if (ready) {
-        execv(argv[0], argv.data());
-      }
+      if (ready) execv(argv[0], argv.data());
       _exit(127);
     }
     Outcome outcome;
@@ -102,13 +151,6 @@ class Folder {
  private:
   std::filesystem::path path_;
 };
-
-/// The one line that `--json` prints; a test failure when it is something else.
-inline json reportOf(const Outcome& outcome) {
-  const json report = json::parse(outcome.out, nullptr, false);
-  EXPECT_TRUE(report.is_object()) << outcome.out << outcome.err;
-  return report.is_object() ? report : json::object();
-}
 
 inline json poissonConfiguration(const std::string& solver = "SolverPCG",
                                  const json& params = json::object(), int n = 12) {
