@@ -32,37 +32,34 @@ std::map<std::string, std::vector<Row>> readDocument() {
   const std::regex cells(R"(\| `(\w+)` \| (\w+) \| (\S.*?) \| (\w+) \| .+ \|)");
   const std::regex name("`(\\w+)`");
   for (std::string line; std::getline(file, line);) {
-    if (line.compare(0, 2, "##") == 0) {
+    if (line.rfind("##", 0) == 0) {
       names.clear();
-      if (line == "### Any object") {
-        names = {"*"};
-      } else if (line.compare(0, 4, "### ") == 0) {
-        for (std::sregex_iterator at(line.begin(), line.end(), name), end; at != end; ++at) {
-          names.push_back((*at)[1]);
-        }
+      if (line == "### Any object") names = {"*"};
+      for (std::sregex_iterator at(line.begin(), line.end(), name), end;
+           line.rfind("### ", 0) == 0 && at != end; ++at) {
+        names.push_back((*at)[1]);
       }
-      for (const std::string& each : names) {
-        document[each];
-      }
+      for (const std::string& each : names) document[each];
     }
     std::smatch found;
-    if (std::regex_match(line, found, cells)) {
-      for (const std::string& each : names) {
-        document[each].push_back({found[1], found[2], found[3], found[4]});
-      }
+    if (!std::regex_match(line, found, cells)) continue;
+    for (const std::string& each : names) {
+      document[each].push_back({found[1], found[2], found[3], found[4]});
     }
   }
   return document;
 }
 
 std::string familyOf(const std::string& name) {
-  if (name.compare(0, 6, "Solver") == 0) return "solver";
-  if (name.compare(0, 7, "Precond") == 0) return "preconditioner";
-  if (name.compare(0, 13, "LevelTransfer") == 0) return "level_transfer";
-  if (name.compare(0, 10, "Aggregator") == 0) return "aggregator";
-  if (name.compare(0, 10, "Strengther") == 0) return "strengther";
-  if (name.compare(0, 8, "Splitter") == 0) return "splitter";
-  if (name.compare(0, 12, "Interpolator") == 0) return "interpolator";
+  for (const auto& [begin, family] : {std::pair("Solver", "solver"),
+                                      {"Precond", "preconditioner"},
+                                      {"LevelTransfer", "level_transfer"},
+                                      {"Aggregator", "aggregator"},
+                                      {"Strengther", "strengther"},
+                                      {"Splitter", "splitter"},
+                                      {"Interpolator", "interpolator"}}) {
+    if (name.rfind(begin, 0) == 0) return family;
+  }
   return "testcase";
 }
 
@@ -172,7 +169,7 @@ class DocumentedKeys : public ::testing::Test {
     // On several levels truncation and the like have something to do.
     const bool coarsens = family != familyOf(name) || name == "PrecondAMG";
     json configuration = poissonConfiguration("SolverPCG", json::object(), coarsens ? 24 : 10);
-    std::vector<std::string> arguments = {"c.json", "--json", "--solution", "out.mtx"};
+    std::vector<std::string> arguments = {"--json", "--solution", "out.mtx"};
     if (family == "preconditioner") {
       configuration["solver"]["SolverPCG_params"]["preconditioner"] = object;
     } else {
@@ -181,10 +178,9 @@ class DocumentedKeys : public ::testing::Test {
     if (name == "MatrixMarket" && params.value("filename_x", "") != "") {
       arguments.insert(arguments.end(), {"--start", "testcase"});
     }
-    folder_.write("c.json", configuration.dump());
     folder_.write("out.mtx", "");
     setenv("MIVO_VERBOSE_LEVEL", traced_ ? "3" : "1", 1);
-    const Outcome outcome = folder_.run(arguments);
+    const Outcome outcome = folder_.solve(configuration, arguments);
     // Other traces hold addresses, times, and the keys themselves.
     static const std::regex times("ExtendedPI time .*"),
         others(".*(Factory|CommPattern|solve_time).*");
@@ -203,9 +199,7 @@ TEST_F(DocumentedKeys, HaveTheirDefaultsAndTheirEffects) {
   std::size_t tried = 0;
   for (const auto& [name, rows] : readDocument()) {
     for (const Row& row : rows) {
-      if (name == "*") {
-        continue;
-      }
+      if (name == "*") continue;
       SCOPED_TRACE(name + "." + row.key);
       ASSERT_FALSE(otherValue(row).is_null()) << "no value to try";
       // Two sweeps, so that damping and the start of an application are more than a factor.
@@ -214,18 +208,11 @@ TEST_F(DocumentedKeys, HaveTheirDefaultsAndTheirEffects) {
           keysInSchema(name).contains("nsweeps")) {
         params["nsweeps"] = 2;
       }
-      if (name == "MatrixMarket") {
-        params["filename_A"] = "A.mtx";
-      }
-      if (name == "SolverAMG" || name == "PrecondAMG") {
-        params = multigridParams();
-      }
-      if (row.key == "do_trunc") {
-        params["eps_trunc"] = 0.9;  // no strong entry is small by the default
-      }
-      if (row.key == "augk") {
-        params["restart"] = 2;  // several cycles
-      }
+      if (name == "MatrixMarket") params["filename_A"] = "A.mtx";
+      if (name == "SolverAMG" || name == "PrecondAMG") params = multigridParams();
+      // No strong entry is small by the default; several cycles.
+      if (row.key == "do_trunc") params["eps_trunc"] = 0.9;
+      if (row.key == "augk") params["restart"] = 2;
       // What shows on one rank in the traces only.
       traced_ = row.key == "block_size" || row.key == "aggregator";
       const Trace base = run(name, params);

@@ -27,24 +27,26 @@ class DriverOnRanks : public ::testing::Test {
     setenv("UCX_MEM_EVENTS", "n", 1);
     setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
   }
-  Outcome run(int ranks, const std::vector<std::string>& arguments) const {
+  Outcome run(int ranks, const json& configuration,
+              const std::vector<std::string>& arguments = {"--json"}) const {
+    folder_.write("c.json", configuration.dump());
     std::vector<std::string> words = {MIVO_MPIEXEC, "-n", std::to_string(ranks),
-                                      MIVO_SOLVE_MPI_PROGRAM};
+                                      MIVO_SOLVE_MPI_PROGRAM, "c.json"};
     words.insert(words.end(), arguments.begin(), arguments.end());
     return folder_.execute(words, 60);
   }
   const Folder folder_;
+  const json small_ = poissonConfiguration("SolverPCG", json::object(), 9);
 };
 
 // 5-point matrix on a square of 9 x 9 points with the boundary eliminated or not: 81 rows, of which
 // 3 ranks have 27 each and 4 have 20 or 21.
 TEST_F(DriverOnRanks, ReportOnceWhatOneRankFinds) {
-  folder_.write("c.json", poissonConfiguration("SolverPCG", json::object(), 9).dump());
-  const json one = reportOf(folder_.run({"c.json", "--json", "--history", "h1.csv"}));
+  const json one = folder_.report(small_, {"--history", "h1.csv"});
   const long rows = one["matrix"]["rows"];
   EXPECT_EQ(one["rows_per_rank"], (json{{"min", rows}, {"max", rows}}));
   for (int ranks = 1; ranks <= 4; ++ranks) {
-    const json many = reportOf(run(ranks, {"c.json", "--json", "--history", "h.csv"}));
+    const json many = reportOf(run(ranks, small_, {"--json", "--history", "h.csv"}));
     EXPECT_EQ(many["status"], 0);
     EXPECT_EQ(many["ranks"], ranks);
     EXPECT_EQ(many["iterations"], one["iterations"]);
@@ -57,12 +59,15 @@ TEST_F(DriverOnRanks, ReportOnceWhatOneRankFinds) {
   }
 }
 
+json multigrid(int n, const json& params) {
+  return poissonConfiguration(
+      "SolverPCG",
+      {{"preconditioner", {{"preconditioner_type", "PrecondAMG"}, {"PrecondAMG_params", params}}}},
+      n);
+}
+
 TEST_F(DriverOnRanks, ShowHierarchiesOfAllRanks) {
-  json params;
-  params["preconditioner"] = {{"preconditioner_type", "PrecondAMG"},
-                              {"PrecondAMG_params", multigridParams()}};
-  folder_.write("c.json", poissonConfiguration("SolverPCG", params, 21).dump());
-  const Outcome outcome = run(2, {"c.json", "--json", "--profile"});
+  const Outcome outcome = run(2, multigrid(21, multigridParams()), {"--json", "--profile"});
   const json levels = reportOf(outcome)["hierarchies"][0]["levels"];
   EXPECT_EQ(outcome.status, 0) << outcome.err;
   EXPECT_EQ(levels[0]["rows_per_rank"], (json{{"min", 220}, {"max", 221}}));
@@ -71,8 +76,7 @@ TEST_F(DriverOnRanks, ShowHierarchiesOfAllRanks) {
 }
 
 TEST_F(DriverOnRanks, PrintEachLineOnce) {
-  folder_.write("c.json", poissonConfiguration("SolverPCG", {{"verbose", 2}}, 9).dump());
-  const Outcome outcome = run(3, {"c.json"});
+  const Outcome outcome = run(3, poissonConfiguration("SolverPCG", {{"verbose", 2}}, 9), {});
   EXPECT_EQ(outcome.status, 0) << outcome.err;
   for (const char* text : {"rows       cols       nnzs", "3 ranks of 27 rows and ", "\noperators\n",
                            "Begin solving equation", "set-up time", "\nconverged"}) {
@@ -82,14 +86,13 @@ TEST_F(DriverOnRanks, PrintEachLineOnce) {
 }
 
 TEST_F(DriverOnRanks, LoadAndSaveFilesAlike) {
-  folder_.write("c.json", fileConfiguration().dump());
   folder_.write("A.mtx",
                 "%%MatrixMarket matrix coordinate real symmetric\n3 3 5\n1 1 4\n2 2 4\n3 3 4\n"
                 "2 1 -1\n3 2 -1\n");
   folder_.write("b.mtx", "%%MatrixMarket matrix array real general\n3 1\n2\n4\n10\n");
   // More ranks than rows, too.
   for (const int ranks : {2, 4}) {
-    const Outcome outcome = run(ranks, {"c.json", "--json", "--solution", "x.mtx"});
+    const Outcome outcome = run(ranks, fileConfiguration(), {"--solution", "x.mtx"});
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     std::istringstream file(folder_.read("x.mtx"));
     std::string line;
@@ -104,20 +107,18 @@ TEST_F(DriverOnRanks, LoadAndSaveFilesAlike) {
 }
 
 TEST_F(DriverOnRanks, WriteTheEndsOfAHistoryThatTheSolverDoesNotLog) {
-  folder_.write("c.json", poissonConfiguration("SolverPreOnly", json::object(), 9).dump());
-  const Outcome outcome = run(2, {"c.json", "--json", "--history", "h.csv"});
+  const Outcome outcome = run(2, poissonConfiguration("SolverPreOnly", json::object(), 9),
+                              {"--json", "--history", "h.csv"});
   EXPECT_EQ(outcome.status, 2) << outcome.err;
   EXPECT_EQ(count(folder_.read("h.csv"), "\n"), 3);
 }
 
 TEST_F(DriverOnRanks, EndTogetherWhenRankZeroCannotGoOn) {
-  folder_.write("c.json", poissonConfiguration("SolverPCG", json::object(), 9).dump());
-  const std::vector<std::vector<std::string>> faults = {{"--set", "solver.solver_type=PCG"},
-                                                        {"--history", "missing/h.csv"},
-                                                        {"--solution", "missing/x.mtx"}};
-  for (std::vector<std::string> arguments : faults) {
-    arguments.insert(arguments.begin(), "c.json");
-    const Outcome outcome = run(2, arguments);
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{"--set", "solver.solver_type=PCG"},
+                                             {"--history", "missing/h.csv"},
+                                             {"--solution", "missing/x.mtx"}}) {
+    const Outcome outcome = run(2, small_, arguments);
     EXPECT_EQ(outcome.status, 1) << outcome.out << outcome.err;
     EXPECT_EQ(count(outcome.err, "mivo-solve: "), 1) << outcome.err;
   }
@@ -125,20 +126,16 @@ TEST_F(DriverOnRanks, EndTogetherWhenRankZeroCannotGoOn) {
 
 // What one rank has not in common with the others would leave them waiting.
 TEST_F(DriverOnRanks, EndTogetherWhenCommandLinesDiffer) {
-  folder_.write("c.json", poissonConfiguration("SolverPCG", json::object(), 9).dump());
   for (const char* other : {"--jason", "--help", "--check", "--solution=x.mtx"}) {
     const Outcome outcome =
-        folder_.execute({MIVO_MPIEXEC, "-n", "1", MIVO_SOLVE_MPI_PROGRAM, "c.json", ":", "-n", "1",
-                         MIVO_SOLVE_MPI_PROGRAM, "c.json", other},
-                        60);
+        run(1, small_, {":", "-n", "1", MIVO_SOLVE_MPI_PROGRAM, "c.json", other});
     EXPECT_EQ(outcome.status, 1) << outcome.out << outcome.err;
     EXPECT_EQ(count(outcome.err, "mivo-solve: the ranks have different command lines"), 1);
   }
 }
 
 TEST_F(DriverOnRanks, PrintOneJsonLineWhenTheLibraryEndsTheJob) {
-  folder_.write("c.json", poissonConfiguration("SolverGaussElim", json::object(), 300).dump());
-  const Outcome outcome = run(2, {"c.json", "--json"});
+  const Outcome outcome = run(2, poissonConfiguration("SolverGaussElim", json::object(), 300));
   EXPECT_GT(outcome.status, 0) << outcome.err;
   EXPECT_EQ(count(outcome.out, "\"status\":1"), 1) << outcome.out;
 }
@@ -149,9 +146,8 @@ TEST_F(DriverOnRanks, ConvertFilesAlike) {
   folder_.write("b.mtx", "%%MatrixMarket matrix array real general\n3 1\n2\n2\n2\n");
   json configuration = fileConfiguration();
   configuration["solver"] = {{"solver_type", "SolverGaussElim"}};
-  folder_.write("c.json", configuration.dump());
   for (int ranks = 1; ranks <= 2; ++ranks) {
-    const Outcome outcome = run(ranks, {"c.json", "--json"});
+    const Outcome outcome = run(ranks, configuration);
     EXPECT_EQ(outcome.status, 0) << outcome.out << outcome.err;
     EXPECT_EQ(reportOf(outcome)["matrix"]["nnzs"], 6);
     EXPECT_EQ(count(outcome.out, "pattern: each entry counts as 1; symmetric"), 1) << outcome.out;
@@ -159,14 +155,10 @@ TEST_F(DriverOnRanks, ConvertFilesAlike) {
 }
 
 TEST_F(DriverOnRanks, RefuseWhatWorksOnOneRankOnly) {
-  json params;
-  params["preconditioner"] = {
-      {"preconditioner_type", "PrecondAMG"},
-      {"PrecondAMG_params",
-       multigridParams({{"level_transfer_type", "LevelTransferSmoothAggregationSeq"}})}};
-  folder_.write("c.json", poissonConfiguration("SolverPCG", params, 9).dump());
-  EXPECT_EQ(run(1, {"c.json"}).status, 0);
-  const Outcome outcome = run(2, {"c.json"});
+  const json configuration =
+      multigrid(9, multigridParams({{"level_transfer_type", "LevelTransferSmoothAggregationSeq"}}));
+  EXPECT_EQ(run(1, configuration).status, 0);
+  const Outcome outcome = run(2, configuration);
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(count(outcome.err, "works on one rank, and there are 2"), 1) << outcome.err;
 }

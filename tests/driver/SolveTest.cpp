@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <iterator>
 #include <map>
 #include <sstream>
@@ -17,6 +19,7 @@ namespace driver_test {
 namespace {
 
 using ::testing::DoubleNear;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::Not;
@@ -169,28 +172,39 @@ TEST_F(Solve, JsonIsOneLineEvenUnderVerbose) {
   EXPECT_GT(report["iterations"], 0);
   EXPECT_NEAR(report["relres_true"].get<double>(), report["relres_reported"].get<double>(), 1e-9);
   EXPECT_THAT(outcome.err, HasSubstr("Begin solving"));
+  EXPECT_EQ(folder.solve(poissonConfiguration(), {"--json"}).err, "") << "nobody asks for a table";
+}
+
+/// The rows of a history.
+std::vector<std::array<double, 4>> readHistory(const std::string& text) {
+  std::istringstream history(text);
+  std::string line;
+  std::getline(history, line);
+  EXPECT_EQ(line, "iteration,residual,relative_to_start,relative_to_b");
+  std::vector<std::array<double, 4>> rows;
+  for (std::array<double, 4> row; std::getline(history, line); rows.push_back(row)) {
+    std::sscanf(line.c_str(), "%lf,%lf,%lf,%lf", &row[0], &row[1], &row[2], &row[3]);
+  }
+  return rows;
 }
 
 TEST_F(Solve, HistoryHoldsEachIteration) {
   const json report = folder.report(poissonConfiguration(), {"--history", "h.csv"});
-  std::istringstream history(folder.read("h.csv"));
-  std::string line;
-  std::getline(history, line);
-  EXPECT_EQ(line, "iteration,residual,relative_to_start,relative_to_b");
-  int rows = 0;
-  for (; std::getline(history, line); ++rows) {
-    EXPECT_EQ(line.substr(0, line.find(',')), std::to_string(rows));
-  }
-  EXPECT_EQ(rows, report["iterations"].get<int>() + 1);
+  const auto rows = readHistory(folder.read("h.csv"));
+  ASSERT_EQ(rows.size(), report["iterations"].get<std::size_t>() + 1);
+  for (std::size_t k = 0; k < rows.size(); ++k) EXPECT_EQ(rows[k][0], k);
 }
 
 TEST_F(Solve, HistoryOfASolverThatLogsNothingHoldsStartAndEnd) {
-  const Outcome outcome =
-      folder.solve(poissonConfiguration("SolverJacobi"), {"--history", "h.csv"});
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_THAT(outcome.out, HasSubstr("note: SolverJacobi logs no iterations"));
-  const std::string history = folder.read("h.csv");
-  EXPECT_EQ(std::count(history.begin(), history.end(), '\n'), 3);
+  folder.write("x.mtx", "%%MatrixMarket matrix array real general\n2 1\n3\n-3\n");
+  withStart["solver"] = {{"solver_type", "SolverJacobi"}};
+  const json report = folder.report(withStart, {"--history", "h.csv", "--start", "testcase"});
+  EXPECT_EQ(report["status"], 0);
+  EXPECT_THAT(report["notes"].dump(), HasSubstr("SolverJacobi logs no iterations"));
+  const double r0 = report["norm_r0"], b = report["norm_b"], r = report["norm_r"];
+  EXPECT_THAT(readHistory(folder.read("h.csv")),
+              ElementsAre(ElementsAre(0, r0, 1, r0 / b),
+                          ElementsAre(report["iterations"].get<double>(), r, r / r0, r / b)));
 }
 
 TEST_F(Solve, ZeroRightHandSideIsAnsweredWithoutASolver) {
