@@ -11,6 +11,7 @@
 #include <memory>
 #include <numeric>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "mivo/comu/communication_tools_impl.hpp"
@@ -182,10 +183,18 @@ TEST(MapReduce, AnswersEachKeyInItsPlaceAndMayAnswerInPlace) {
   const int rank = worldRank(), size = worldSize();
   // Some ranks have no keys, and answer for others all the same. Null instead of their answers
   // would say that no rank wants any.
-  const auto keyCount = [](int r) { return r % 3 == 1 ? 0 : 9; };
-  std::vector<int> keys;
-  keys.reserve(9);
-  for (int k = 0; k < keyCount(rank); ++k) keys.push_back((5 * k + rank) % 7);
+  const auto keysOf = [](int r) {
+    std::vector<int> out;
+    out.reserve(9);
+    for (int k = 0; k < (r % 3 == 1 ? 0 : 9); ++k) out.push_back((5 * k + r) % 7);
+    return out;
+  };
+  std::vector<int> keys = keysOf(rank), expected;
+  std::map<int, int> times;
+  for (int r = 0; r < size; ++r) {
+    for (const int key : keysOf(r)) ++times[key];
+  }
+  for (const int key : keys) expected.push_back(times[key]);
   const auto directory = [size](const int& key) { return key % size; };
   // Counts how often a key is sent in all.
   const auto count = [&](int reducerRank, int nprocs, Lists& requests, Lists& replies) {
@@ -204,14 +213,6 @@ TEST(MapReduce, AnswersEachKeyInItsPlaceAndMayAnswerInPlace) {
       requests[i].clear();  // they are the reducer's
     }
   };
-  std::vector<int> expected;
-  for (const int key : keys) {
-    int times = 0;
-    for (int r = 0; r < size; ++r) {
-      for (int k = 0; k < keyCount(r); ++k) times += (5 * k + r) % 7 == key;
-    }
-    expected.push_back(times);
-  }
   map_reduce<int, int>(kCommWorld, keys.size(), keys.data(), directory, count, nullptr);
   map_reduce<int, int>(kCommWorld, keys.size(), keys.data(), directory, count, keys.data());
   EXPECT_EQ(keys, expected);
@@ -246,20 +247,12 @@ constexpr Deal kDeals[] = {Deal::kPieces, Deal::kAllToTheLast, Deal::kRound,
 
 int ownerOf(int row, Deal deal) {
   const int size = worldSize();
-  switch (deal) {
-    case Deal::kPieces:
-      return row / ((kVertices + size - 1) / size);
-    case Deal::kAllToTheLast:
-      return size - 1;
-    case Deal::kRound:
-      return row % size;
-    default:
-      return 0;
-  }
+  if (deal == Deal::kPieces) return row / ((kVertices + size - 1) / size);
+  if (deal == Deal::kRound) return row % size;
+  return deal == Deal::kAllToTheLast ? size - 1 : 0;
 }
 
-template <class Entries>
-Rows ownRows(Deal deal, const Entries& entries) {
+Rows ownRows(Deal deal, std::set<int> (*entries)(int)) {
   Rows out;
   for (int row = 0; row < kVertices; ++row) {
     if (ownerOf(row, deal) == worldRank()) out.add(row, entries(row));
@@ -294,46 +287,30 @@ TEST(TransposeMatrix, GivesTheReferrersOfEachColumnThatARankUses) {
 }
 
 TEST(GhostInfo, FindsGhostsAndWhatOthersWantOnTheSymmetrisedGraph) {
-  const int rank = worldRank(), size = worldSize();
+  const int rank = worldRank();
   for (const Deal deal : kDeals) {
-    std::vector<int> ghostIds, ghostRanks, recvRows, sendRanks;
-    std::set<int> used;
+    std::map<int, int> ghosts;             // with their owners
+    std::set<std::pair<int, int>> wanted;  // ranks with the rows that they want
     for (int row = 0; row < kVertices; ++row) {
-      if (ownerOf(row, deal) != rank) continue;
-      const std::set<int> cols = symmetric(row);
-      used.insert(cols.begin(), cols.end());
-    }
-    for (const int col : used) {
-      if (ownerOf(col, deal) == rank) continue;
-      ghostIds.push_back(col);
-      ghostRanks.push_back(ownerOf(col, deal));
-    }
-    for (int other = 0; other < size; ++other) {
-      if (other == rank) continue;
-      for (int row = 0; row < kVertices; ++row) {
-        if (ownerOf(row, deal) != rank) continue;
-        bool wanted = false;
-        for (const int col : symmetric(row)) wanted = wanted || ownerOf(col, deal) == other;
-        if (wanted) {
-          recvRows.push_back(row);
-          sendRanks.push_back(other);
-        }
+      for (const int col : symmetric(row)) {
+        const int owner = ownerOf(col, deal);
+        if (ownerOf(row, deal) != rank || owner == rank) continue;
+        ghosts[col] = owner;
+        wanted.insert({owner, row});
       }
     }
+    std::vector<int> expected[4];
+    for (const auto& [other, row] : wanted)
+      expected[0].push_back(row), expected[1].push_back(other);
+    for (const auto& [id, owner] : ghosts) expected[2].push_back(id), expected[3].push_back(owner);
     for (const bool unsymmetric : {false, true}) {
       std::vector<int> out[4] = {{9}, {9}, {9}, {9}};
-      if (unsymmetric) {
-        const Rows own = ownRows(deal, neighbours);
-        get_unsym_ghost_info(kCommWorld, own.rows, own.ptr, own.cols, out[0], out[1], out[2],
-                             out[3]);
-      } else {
-        const Rows own = ownRows(deal, symmetric);
-        get_sym_ghost_info(kCommWorld, own.rows, own.ptr, own.cols, out[0], out[1], out[2], out[3]);
+      const Rows own = ownRows(deal, unsymmetric ? neighbours : symmetric);
+      const auto info = unsymmetric ? get_unsym_ghost_info : get_sym_ghost_info;
+      info(kCommWorld, own.rows, own.ptr, own.cols, out[0], out[1], out[2], out[3]);
+      for (int k = 0; k < 4; ++k) {
+        EXPECT_EQ(out[k], expected[k]) << static_cast<int>(deal) << unsymmetric << k;
       }
-      EXPECT_EQ(out[0], recvRows) << static_cast<int>(deal) << unsymmetric;
-      EXPECT_EQ(out[1], sendRanks) << static_cast<int>(deal) << unsymmetric;
-      EXPECT_EQ(out[2], ghostIds) << static_cast<int>(deal) << unsymmetric;
-      EXPECT_EQ(out[3], ghostRanks) << static_cast<int>(deal) << unsymmetric;
     }
   }
 }

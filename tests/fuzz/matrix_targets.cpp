@@ -100,9 +100,9 @@ void checkSparseReaders(const std::string& input) {
     require(same(m, whole), "both readers give the same matrix");
   }
   // Columns that are no index may have no number as a 1-based index.
-  const bool writable =
-      std::all_of(m.getColIdx(), m.getColIdx() + m.getNnz(),
-                  [](int col) { return col >= 0 && col < std::numeric_limits<int>::max(); });
+  const bool writable = std::all_of(m.getColIdx(), m.getColIdx() + m.getNnz(), [](int col) {
+    return col >= 0 && col < std::numeric_limits<int>::max();
+  });
   if (isReadExactly<T>() && m.getRows() > 0 && writable) checkReloaded(m);
 }
 
