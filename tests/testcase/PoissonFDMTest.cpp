@@ -146,21 +146,17 @@ TEST(PoissonFDM, TracesItsStepsAtLevelThree) {
     ParMatrixT<double, long, int> x, b;
     problem.generate(A, x, b);
   };
-  // The assembly of A has a line of its own in between.
+  // The assembly of A has a line of its own in between; a random b is not assembled.
   const std::string start =
       "^I 0/1 TestCase:45\\] Begin assembling poission A and b, size \\[3, 3\\]\n"
-      "I 0/1 TestCase:81\\] finish add values to A\n"
-      "(I 0/1 [^\n]*\\] begin coo to csr\n)?"
+      "I 0/1 TestCase:81\\] finish add values to A\n(I 0/1 [^\n]*\\] begin coo to csr\n)?"
       "I 0/1 TestCase:85\\] finish assemble to A\n";
+  const std::string rhs =
+      "I 0/1 TestCase:109\\] finish add values to b\nI 0/1 TestCase:114\\] finish assemble to b\n";
   const std::string end =
-      "I 0/1 TestCase:138\\] End assembling poisson A and b\n"
-      "I 0/1 TestCase:140\\] A nnz 13\n$";
+      "I 0/1 TestCase:138\\] End assembling poisson A and b\nI 0/1 TestCase:140\\] A nnz 13\n$";
   const json plain = {{"N", 3}}, random = {{"N", 3}, {"rhs", "random"}};
-  MIVO_EXPECT_PRINTED_AT("3", generate(plain),
-                         testing::ContainsRegex(start +
-                                                "I 0/1 TestCase:109\\] finish add values to b\n"
-                                                "I 0/1 TestCase:114\\] finish assemble to b\n" +
-                                                end));
+  MIVO_EXPECT_PRINTED_AT("3", generate(plain), testing::ContainsRegex(start + rhs + end));
   MIVO_EXPECT_PRINTED_AT("3", generate(random), testing::ContainsRegex(start + end));
   MIVO_EXPECT_PRINTED_AT("2", generate(plain), testing::Eq(""));
 }

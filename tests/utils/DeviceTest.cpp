@@ -6,6 +6,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 
 #include "mivo/spm/impls/OpenMP.hpp"
 #include "mivo/utils/Device.hpp"
@@ -18,19 +19,17 @@ namespace mivo::test {
 namespace {
 
 TEST(Device, ParsesKindAndOrdinal) {
-  struct {
-    const char* text;
-    int type, id;
-    const char* spelled;
-  } const cases[] = {{"cpu", 0, 0, "cpu:0"},      {"cuda:1", 1, 1, "cuda:1"},
-                     {"cuda", 1, 0, "cuda:0"},    {"hip:3", 2, 3, "hip:3"},
-                     {"cuda:1x", 1, 1, "cuda:1"}, {"cpu:2", 0, 2, "cpu:2"},
-                     {"cuda:2:5", 1, 2, "cuda:2"}};
-  for (const auto& c : cases) {
-    const Device device(std::string(c.text));
-    EXPECT_EQ(device.type, c.type) << c.text;
-    EXPECT_EQ(device.id, c.id) << c.text;
-    EXPECT_EQ(device.getString(), c.spelled);
+  for (const auto& [text, type, id, spelled] : {std::tuple("cpu", 0, 0, "cpu:0"),
+                                                {"cuda:1", 1, 1, "cuda:1"},
+                                                {"cuda", 1, 0, "cuda:0"},
+                                                {"hip:3", 2, 3, "hip:3"},
+                                                {"cuda:1x", 1, 1, "cuda:1"},
+                                                {"cpu:2", 0, 2, "cpu:2"},
+                                                {"cuda:2:5", 1, 2, "cuda:2"}}) {
+    const Device device{std::string(text)};
+    EXPECT_EQ(device.type, type) << text;
+    EXPECT_EQ(device.id, id) << text;
+    EXPECT_EQ(device.getString(), spelled);
   }
   EXPECT_EQ(Device::type_map, (std::map<std::string, int>{{"cpu", 0}, {"cuda", 1}, {"hip", 2}}));
 }
@@ -73,11 +72,13 @@ TEST(Device, UnknownNumberKeepsItsTypeUnderTheNameOfTheHost) {
 }
 
 TEST(Device, KindsThatTheBuildLacksHaveNoMemory) {
-  EXPECT_EQ(printed([] { EXPECT_EQ(Device(Device::kHip, 1).rawMalloc(8), nullptr); }),
-            "I 0/1 Device:110] device is hip:1 but HIP is not enabled\n");
+  const auto lacks = [](const Device& device, const std::string& what) {
+    EXPECT_EQ(printed([&] { EXPECT_EQ(device.rawMalloc(8), nullptr); }),
+              "I 0/1 Device:110] device is " + what + " is not enabled\n");
+  };
+  lacks(Device(Device::kHip, 1), "hip:1 but HIP");
 #ifndef MIVO_TEST_WITH_CUDA
-  EXPECT_EQ(printed([] { EXPECT_EQ(Device(Device::kCuda).rawMalloc(8), nullptr); }),
-            "I 0/1 Device:110] device is cuda:0 but CUDA is not enabled\n");
+  lacks(Device(Device::kCuda), "cuda:0 but CUDA");
   EXPECT_EQ(Device::getAllDevices(), std::vector<Device>{Device()});
 #endif
   EXPECT_EQ(Device().getDeviceContext(), -1);

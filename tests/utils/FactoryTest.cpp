@@ -6,6 +6,7 @@
 #include <limits>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "mivo/mivo.hpp"
 #include "tests/support/fatal.hpp"
@@ -22,21 +23,35 @@ std::set<std::string> namesOf() {
 }
 
 template <class T>
-class Families : public testing::Test {};
+class Families : public testing::Test {
+ protected:
+  template <template <class, class, class> class... Base>
+  static void expectNamesOfDouble() {
+    EXPECT_EQ((std::vector{namesOf<Base<T, long, int>>()...}),
+              (std::vector{namesOf<Base<double, long, int>>()...}));
+  }
+  template <template <class, class, class> class... Base>
+  static void makeAll() {
+    const auto make = [](auto& factory) {
+      for (const auto& [name, info] : factory.getMap()) {
+        const auto object = factory.createInstance(json{{factory.getKey(), name}});
+        ASSERT_NE(object, nullptr) << name;
+        EXPECT_EQ(object->registered_name, name);
+        EXPECT_EQ(object->family_name, info.base_name);
+        EXPECT_EQ(object->tagName, "");
+      }
+    };
+    (make(Base<T, long, int>::getFactory()), ...);
+  }
+};
 TYPED_TEST_SUITE(Families, ScalarTypes);
 
 // The names for double are those of the configuration's schema, which a test of the driver sees.
 TYPED_TEST(Families, HaveTheSameNamesInEveryType) {
   using T = TypeParam;
   EXPECT_EQ((namesOf<ParMatrixFreeT<T, long, int>>()), std::set<std::string>{"Identity"});
-  EXPECT_EQ((namesOf<ParPreconditionerT<T, long, int>>()),
-            (namesOf<ParPreconditionerT<double, long, int>>()));
-  EXPECT_EQ((namesOf<ParLevelTransferT<T, long, int>>()),
-            (namesOf<ParLevelTransferT<double, long, int>>()));
-  EXPECT_EQ((namesOf<ParAggregatorT<T, long, int>>()),
-            (namesOf<ParAggregatorT<double, long, int>>()));
-  EXPECT_EQ((namesOf<ParInterpolatorT<T, long, int>>()),
-            (namesOf<ParInterpolatorT<double, long, int>>()));
+  this->template expectNamesOfDouble<ParPreconditionerT, ParLevelTransferT, ParAggregatorT,
+                                     ParInterpolatorT>();
   auto smoothers = namesOf<ParSmootherT<double, long, int>>();
   auto solvers = namesOf<ParSolverT<double, long, int>>();
   if (std::is_same_v<T, float>) {
@@ -53,26 +68,9 @@ TYPED_TEST(Families, HaveTheSameNamesInEveryType) {
 }
 
 TYPED_TEST(Families, MakeEveryNameWithoutParameters) {
-  using T = TypeParam;
-  const auto makeAll = [](auto& factory) {
-    for (const auto& [name, info] : factory.getMap()) {
-      const auto object = factory.createInstance(json{{factory.getKey(), name}});
-      ASSERT_NE(object, nullptr) << name;
-      EXPECT_EQ(object->registered_name, name);
-      EXPECT_EQ(object->family_name, info.base_name);
-      EXPECT_EQ(object->tagName, "");
-    }
-  };
-  makeAll(ParMatrixFreeT<T, long, int>::getFactory());
-  makeAll(ParPreconditionerT<T, long, int>::getFactory());
-  makeAll(ParSmootherT<T, long, int>::getFactory());
-  makeAll(ParSolverT<T, long, int>::getFactory());
-  makeAll(ParLevelTransferT<T, long, int>::getFactory());
-  makeAll(ParAggregatorT<T, long, int>::getFactory());
-  makeAll(ParStrengtherT<T, long, int>::getFactory());
-  makeAll(ParSplitterT<T, long, int>::getFactory());
-  makeAll(ParInterpolatorT<T, long, int>::getFactory());
-  makeAll(TestCaseT<T, long, int>::getFactory());
+  this->template makeAll<ParMatrixFreeT, ParPreconditionerT, ParSmootherT, ParSolverT,
+                         ParLevelTransferT, ParAggregatorT, ParStrengtherT, ParSplitterT,
+                         ParInterpolatorT, TestCaseT>();
 }
 
 /// A family of this test alone, with a class that makes a child.
@@ -146,17 +144,10 @@ TEST(Factory, KeepsTheFirstRegistrationOfAName) {
 }
 
 TEST(Factory, EndsTheProcessWithoutTheFamilyKey) {
-  MIVO_EXPECT_FATAL(Leaf::getFactory().createInstance(json::object()), "Factory:64",
-                    "json {} not contains key leaf_type");
-  MIVO_EXPECT_FATAL(Leaf::getFactory().createInstance(json{{"a", {1, 2}}}), "Factory:64",
-                    "json {\"a\":[1,2]} not contains key leaf_type");
-  MIVO_EXPECT_FATAL(Leaf::getFactory().createInstance(json("leaf_type")), "Factory:64",
-                    "json \"leaf_type\" not contains key leaf_type");
-}
-
-template <class Action>
-void expectOutput(const char* level, const Action& action, const std::string& text) {
-  MIVO_EXPECT_PRINTED_AT(level, action(), testing::Eq(text));
+  for (const json& j : {json::object(), json{{"a", {1, 2}}}, json("leaf_type")}) {
+    MIVO_EXPECT_FATAL(Leaf::getFactory().createInstance(j), "Factory:64",
+                      "json " + j.dump() + " not contains key leaf_type");
+  }
 }
 
 TEST(FactoryMessages, AnUnknownNameGivesNullAndIsReportedFromLevelOne) {
@@ -166,8 +157,8 @@ TEST(FactoryMessages, AnUnknownNameGivesNullAndIsReportedFromLevelOne) {
   const std::string text =
       "I 0/1 Factory:54] getCreator NoSuch failed\n\n"
       "I 0/1 Factory:74] createInstance NoSuch failed\n\n";
-  expectOutput("0", action, "");
-  expectOutput("1", action, text);
+  MIVO_EXPECT_PRINTED_AT("0", action(), testing::Eq(""));
+  MIVO_EXPECT_PRINTED_AT("1", action(), testing::Eq(text));
 }
 
 TEST(FactoryMessages, CreationAndSpecialParametersAreTracedAtLevelThree) {
@@ -177,11 +168,11 @@ TEST(FactoryMessages, CreationAndSpecialParametersAreTracedAtLevelThree) {
     getJsonByKey({{"key_2", 5}}, "key", 2);
     getJsonByKey({{"key_2", 5}}, "key", 1);
   };
-  expectOutput("2", action, "");
-  expectOutput("3", action,
-               "I 0/1 Factory:82] Leaf::createInstance: name Plain, params {\"value\":5}\n\n"
-               "I 0/1 Factory:82] Leaf::createInstance: name Plain, params null\n\n"
-               "I 0/1 ParPreconditionerAMG:9] use special params key_2\n");
+  MIVO_EXPECT_PRINTED_AT("2", action(), testing::Eq(""));
+  const std::string made = "I 0/1 Factory:82] Leaf::createInstance: name Plain, params ";
+  MIVO_EXPECT_PRINTED_AT("3", action(),
+                         testing::Eq(made + "{\"value\":5}\n\n" + made + "null\n\n" +
+                                     "I 0/1 ParPreconditionerAMG:9] use special params key_2\n"));
 }
 
 TEST(Json, PrefersTheKeyOfTheLevel) {
@@ -203,14 +194,14 @@ TEST(Json, RefusesNumbersThatAnIntegerKeyCannotHold) {
   EXPECT_EQ(read(R"({"n": -2147483648})", 0), std::numeric_limits<int>::min());
   EXPECT_EQ(read(R"({"n": 2147483647.5})", 0), 2147483647);
   EXPECT_EQ(read(R"({"n": 18446744073709551615})", 0UL), ~0UL);
-  for (const char* text :
-       {R"({"n": 2147483648})", R"({"n": -2147483649})", R"({"n": 18446744073709551615})",
-        R"({"n": 1e300})", R"({"n": -2147483649.0})"}) {
-    EXPECT_THROW(read(text, 0), json::out_of_range) << text;
+  const auto refuses = [&](const std::string& number, auto field) {
+    EXPECT_THROW(read(("{\"n\": " + number + "}").c_str(), field), json::out_of_range) << number;
+  };
+  for (const char* number :
+       {"2147483648", "-2147483649", "18446744073709551615", "1e300", "-2147483649.0"}) {
+    refuses(number, 0);
   }
-  EXPECT_THROW(read(R"({"n": -1})", 0U), json::out_of_range);
-  EXPECT_THROW(read(R"({"n": 9223372036854775808})", 0L), json::out_of_range);
-  EXPECT_THROW(read(R"({"n": 18446744073709551616})", 0UL), json::out_of_range);
+  refuses("-1", 0U), refuses("9223372036854775808", 0L), refuses("18446744073709551616", 0UL);
 }
 
 TEST(Plugin, AddsNewNamesAndCannotReplaceOldOnes) {

@@ -4,6 +4,7 @@
 
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "mivo/utils/logging.hpp"
 #include "tests/support/fatal.hpp"
@@ -12,18 +13,14 @@ namespace mivo {
 namespace {
 
 TEST(LogMessage, WritesPrefixTextAndNewline) {
-  struct {
-    const char* file;
-    const char* shown;
-  } const cases[] = {{"/project/src/utils/Device", "Device"},
-                     {"a\\b\\c.cpp", "c.cpp"},
-                     {"plain.hpp", "plain.hpp"},
-                     {"mixed/a\\b", "b"},
-                     {"dir/", ""}};
-  for (const auto& c : cases) {
+  for (const auto& [file, shown] : {std::pair("/project/src/utils/Device", "Device"),
+                                    {"a\\b\\c.cpp", "c.cpp"},
+                                    {"plain.hpp", "plain.hpp"},
+                                    {"mixed/a\\b", "b"},
+                                    {"dir/", ""}}) {
     std::ostringstream out;
-    LogMessage(false, 3, 1, c.file, 42, &out).stream() << "text " << 7;
-    EXPECT_EQ(out.str(), std::string("I 0/1 ") + c.shown + ":42] text 7\n");
+    LogMessage(false, 3, 1, file, 42, &out).stream() << "text " << 7;
+    EXPECT_EQ(out.str(), std::string("I 0/1 ") + shown + ":42] text 7\n");
   }
 }
 

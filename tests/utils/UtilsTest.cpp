@@ -54,29 +54,23 @@ class UtilsSwitches : public testing::Test {
  protected:
   void SetUp() override { testing::FLAGS_gtest_death_test_style = "fast"; }
 
-  static void runChild(const char* verbose, const char* strict, const char* wait) {
-    const std::pair<const char*, const char*> variables[] = {{"MIVO_VERBOSE_LEVEL", verbose},
-                                                             {"MIVO_STRICT_MATRIX_MARKET", strict},
-                                                             {"MIVO_WAIT_SOME", wait}};
-    for (const auto& [name, text] : variables) {
-      if (text != nullptr) {
-        setenv(name, text, 1);
-      } else {
-        unsetenv(name);
-      }
-    }
+  static void runChild(const std::vector<const char*>& texts) {
+    const char* const names[] = {"MIVO_VERBOSE_LEVEL", "MIVO_STRICT_MATRIX_MARKET",
+                                 "MIVO_WAIT_SOME"};
+    for (const char* name : names) unsetenv(name);
+    for (std::size_t k = 0; k < texts.size(); ++k) setenv(names[k], texts[k], 1);
     const int first = exitCodeOfSwitches();
+    for (const char* name : names) setenv(name, "0", 1);
     setenv("MIVO_VERBOSE_LEVEL", "9", 1);
     setenv("MIVO_STRICT_MATRIX_MARKET", "1", 1);
-    setenv("MIVO_WAIT_SOME", "0", 1);
     std::_Exit(first == exitCodeOfSwitches() ? first : 255);
   }
 };
 
 TEST_F(UtilsSwitches, AreReadFromTheEnvironmentOnceAndHaveDefaults) {
-  EXPECT_EXIT(runChild(nullptr, nullptr, nullptr), testing::ExitedWithCode(11), "");
-  EXPECT_EXIT(runChild("3", "1", "abc"), testing::ExitedWithCode(32), "");
-  EXPECT_EXIT(runChild("abc", "-1", "2"), testing::ExitedWithCode(3), "");
+  EXPECT_EXIT(runChild({}), testing::ExitedWithCode(11), "");
+  EXPECT_EXIT(runChild({"3", "1", "abc"}), testing::ExitedWithCode(32), "");
+  EXPECT_EXIT(runChild({"abc", "-1", "2"}), testing::ExitedWithCode(3), "");
 }
 
 TEST(UtilsPlugin, ReportsAMissingFileAsANullHandle) {
@@ -122,8 +116,9 @@ TEST(Strings, PrintfFormatsTextOfAnyLength) {
   EXPECT_EQ(string_printf("<%s>", large.c_str()), "<" + large + ">");
 }
 
+using Pieces = std::vector<std::string>;
+
 TEST(Strings, SplitGivesThePiecesBetweenMatches) {
-  using Pieces = std::vector<std::string>;
   EXPECT_EQ(stringSplit("a, b,c", ",\\s*"), (Pieces{"a", "b", "c"}));
   EXPECT_EQ(stringSplit(" a  b ", "\\s+"), (Pieces{"", "a", "b"}));
   EXPECT_EQ(stringSplit("a" + std::string(1 << 20, ' ') + "b", "[ \t]+"), (Pieces{"a", "b"}));
@@ -132,12 +127,13 @@ TEST(Strings, SplitGivesThePiecesBetweenMatches) {
 }
 
 TEST(Strings, SplitExtCutsAtTheLastPoint) {
-  using Pieces = std::vector<std::string>;
-  EXPECT_EQ(stringSplitExt("a.b.mtx"), (Pieces{"a.b", "mtx"}));
-  EXPECT_EQ(stringSplitExt("a"), (Pieces{"a", ""}));
-  EXPECT_EQ(stringSplitExt("dir.d/a"), (Pieces{"dir", "d/a"}));
-  EXPECT_EQ(stringSplitExt(".mtx"), (Pieces{"", "mtx"}));
-  EXPECT_EQ(stringSplitExt("a."), (Pieces{"a", ""}));
+  for (const auto& [text, pieces] : {std::pair("a.b.mtx", Pieces{"a.b", "mtx"}),
+                                     {"a", {"a", ""}},
+                                     {"dir.d/a", {"dir", "d/a"}},
+                                     {".mtx", {"", "mtx"}},
+                                     {"a.", {"a", ""}}}) {
+    EXPECT_EQ(stringSplitExt(text), pieces) << text;
+  }
 }
 
 }  // namespace

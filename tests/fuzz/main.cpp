@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// fuzz_replay TARGET FOLDER: feeds each file of the folder to the target.
+// With MIVO_FUZZ_TARGET, a function of targets.hpp, the entry points of libFuzzer; without
+// fuzz_replay TARGET FOLDER, which feeds each file of the folder to the target.
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -13,12 +14,26 @@
 #include "tests/fuzz/harness.hpp"
 #include "tests/fuzz/targets.hpp"
 
+using namespace mivo::fuzz;
+
+#ifdef MIVO_FUZZ_TARGET
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  startHarness();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  MIVO_FUZZ_TARGET(std::string(reinterpret_cast<const char*>(data), size));
+  return 0;
+}
+
+#else
+
 int main(int argc, char** argv) {
-  using namespace mivo::fuzz;
   if (argc != 3) return 2;
-  const Target* const target =
-      std::find_if(std::begin(kTargets), std::end(kTargets),
-                   [&](const Target& t) { return std::strcmp(t.name, argv[1]) == 0; });
+  const Target* const target = std::find_if(std::begin(kTargets), std::end(kTargets),
+                                            [&](const Target& t) { return t.name == std::string(argv[1]); });
   if (target == std::end(kTargets)) return 2;
   std::vector<std::filesystem::path> files;
   for (const auto& entry : std::filesystem::directory_iterator(argv[2])) {
@@ -34,3 +49,5 @@ int main(int argc, char** argv) {
   std::fprintf(stderr, "%zu inputs\n", files.size());
   return files.empty() ? 1 : 0;
 }
+
+#endif
