@@ -32,8 +32,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 int main(int argc, char** argv) {
   if (argc != 3) return 2;
-  const Target* const target = std::find_if(std::begin(kTargets), std::end(kTargets),
-                                            [&](const Target& t) { return t.name == std::string(argv[1]); });
+  const Target* const target =
+      std::find_if(std::begin(kTargets), std::end(kTargets),
+                   [&](const Target& t) { return t.name == std::string(argv[1]); });
   if (target == std::end(kTargets)) return 2;
   std::vector<std::filesystem::path> files;
   for (const auto& entry : std::filesystem::directory_iterator(argv[2])) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "mivo/ops/BlasOps.hpp"
@@ -30,6 +31,8 @@ constexpr int kPartials = 256;
 
 const Device kFirst(Device::kCuda, 0);
 const Device kSecond(Device::kCuda, 1);
+
+const char* const kInvalid = "invalid argument";
 
 /// The line of a failed call.
 std::string failure(const std::string& call, const std::string& error, int line) {
@@ -141,57 +144,41 @@ TEST_F(CudaSpace, EachDeviceHasOneStreamThatItsSpaceOwns) {
 TEST_F(CudaSpace, FailedCallsPrintTheirLineAndTheWorkGoesOn) {
   const auto cuda = space();
   const RangePolicy<Cuda> range(*cuda, 0, 10);
-  const auto add = [](std::int64_t i, long& acc) { acc += i; };
-  const struct {
-    Call call;
-    const char* text;
-    const char* error;
-    int line;
-  } reductions[] = {
-      {Call::FreeAsync, "cudaFreeAsync(partial_reduce, stream)", "invalid argument", 155},
-      {Call::StreamSynchronize, "cudaStreamSynchronize(stream)", "invalid argument", 156}};
-  for (const auto& c : reductions) {
+  char stream[32];
+  std::snprintf(stream, sizeof stream, "%p", static_cast<void*>(cuda->stream));
+  const std::string freed = failure("cudaFreeAsync(partial_reduce, stream)", kInvalid, 155),
+                    waited = failure("cudaStreamSynchronize(stream)", kInvalid, 156),
+                    copied = failure(
+                        "cudaMemcpyAsync(&op.value, partial_reduce, sizeof(ValT), "
+                        "cudaMemcpyDeviceToHost, stream)",
+                        kInvalid, 154),
+                    refused =
+                        failure("cudaMallocAsync(&partial_reduce, sizeof(ValT)*nPart, stream)",
+                                "out of memory", 144) +
+                        "cuda can not alloc memory for stream " + stream + "\n";
+  for (const auto& [call, text, result] : {std::tuple(Call::FreeAsync, freed, 45L),
+                                           {Call::StreamSynchronize, waited, 45L},
+                                           {Call::MemcpyAsync, copied, -1L},
+                                           {Call::MallocAsync, refused, -1L}}) {
     long sum = -1;
-    failNext(c.call, 1);
-    EXPECT_EQ(printed([&] { parallel_reduce(range, add, Sum<long, Cuda>(sum)); }),
-              failure(c.text, c.error, c.line));
+    const auto reduce = [&] {
+      parallel_reduce(
+          range, [](std::int64_t i, long& acc) { acc += i; }, Sum<long, Cuda>(sum));
+    };
+    failNext(call, 1);
+    EXPECT_EQ(printed(reduce), text);
+    EXPECT_EQ(sum, result);
+    EXPECT_EQ(printed(reduce), "");
     EXPECT_EQ(sum, 45);
   }
-
-  long sum = -1;
-  failNext(Call::MemcpyAsync, 1);
-  EXPECT_EQ(printed([&] { parallel_reduce(range, add, Sum<long, Cuda>(sum)); }),
-            failure("cudaMemcpyAsync(&op.value, partial_reduce, sizeof(ValT), "
-                    "cudaMemcpyDeviceToHost, stream)",
-                    "invalid argument", 154));
-  EXPECT_EQ(sum, -1);
 
   std::vector<int> seen(10);
   failNext(Call::StreamSynchronize, 1);
   EXPECT_EQ(printed([&] {
               parallel_for(range, [&](std::int64_t i) { seen[static_cast<std::size_t>(i)] += 1; });
             }),
-            failure("cudaStreamSynchronize(stream)", "invalid argument", 98));
+            failure("cudaStreamSynchronize(stream)", kInvalid, 98));
   EXPECT_EQ(seen, std::vector<int>(10, 1));
-}
-
-TEST_F(CudaSpace, RefusedPoolMemoryLeavesTheResultOfTheReduction) {
-  const auto cuda = space();
-  char stream[32];
-  std::snprintf(stream, sizeof stream, "%p", static_cast<void*>(cuda->stream));
-  double sum = -1;
-  failNext(Call::MallocAsync, 1);
-  const auto reduce = [&] {
-    parallel_reduce(
-        RangePolicy<Cuda>(*cuda, 0, 10), [](std::int64_t, double& acc) { acc += 1; },
-        Sum<double, Cuda>(sum));
-  };
-  EXPECT_EQ(printed(reduce), failure("cudaMallocAsync(&partial_reduce, sizeof(ValT)*nPart, stream)",
-                                     "out of memory", 144) +
-                                 "cuda can not alloc memory for stream " + stream + "\n");
-  EXPECT_EQ(sum, -1);
-  EXPECT_EQ(printed(reduce), "");
-  EXPECT_EQ(sum, 10);
 }
 
 TEST_F(CudaSpace, RefusedLaunchesAndMemoryAreSilent) {
@@ -220,8 +207,7 @@ TEST_F(CudaSpace, ASpaceWhoseDeviceCannotBeReadReportsItAndRunsNothing) {
   parallel_for(RangePolicy<Cuda>(*cuda, 0, 10), [&](std::int64_t) { ++calls; });
   EXPECT_EQ(calls, 0);
   failNext(Call::StreamDestroy, 1);
-  EXPECT_EQ(printed([&] { cuda.reset(); }),
-            failure("cudaStreamDestroy(stream)", "invalid argument", 28));
+  EXPECT_EQ(printed([&] { cuda.reset(); }), failure("cudaStreamDestroy(stream)", kInvalid, 28));
   cudaStreamDestroy(stream);
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <algorithm>
-#include <memory>
 #include <numeric>
 #include <ostream>
 #include <random>
@@ -149,42 +148,34 @@ class DeviceCsr {
       : rows_(a.rows),
         cols_(a.cols),
         nnz_(static_cast<I>(a.values.size())),
-        rowptr_(std::make_unique<DeviceArray<I>>(device, a.rowptr)),
-        col_idx_(std::make_unique<DeviceArray<I>>(device, a.col_idx)),
-        values_(std::make_unique<DeviceArray<T>>(device, a.values)) {}
+        rowptr_(device, a.rowptr),
+        col_idx_(device, a.col_idx),
+        values_(device, a.values) {}
 
-  const I* rowptr() const { return rowptr_->data(); }
-  I* col_idx() const { return col_idx_->data(); }
-  T* values() const { return values_->data(); }
-  COT_CSRRawMat<T, I> view() const {
-    return {rows_, cols_, nnz_, rowptr_->data(), rowptr_->data() + 1, col_idx(), values()};
-  }
+  const I* rowptr() const { return rowptr_.data(); }
+  I* col_idx() const { return col_idx_.data(); }
+  T* values() const { return values_.data(); }
+  COT_CSRRawMat<T, I> view() const { return viewAs<COT_CSRRawMat<T, I>>(); }
   COT_MergeCSRRawMat<T, I> mergeView(I first_row, I first_col) const {
-    return {rows_,     cols_,    nnz_,      rowptr_->data(), rowptr_->data() + 1,
-            col_idx(), values(), first_row, first_col};
+    return viewAs<COT_MergeCSRRawMat<T, I>>(first_row, first_col);
   }
   COT_SpMVCSRRawMat<T, I> blockView(I first_row, I first_col, int rank = 0, T* x = nullptr) const {
-    return {rows_,     cols_,    nnz_,      rowptr_->data(), rowptr_->data() + 1,
-            col_idx(), values(), first_row, first_col,       rank,
-            x,         nullptr};
+    return viewAs<COT_SpMVCSRRawMat<T, I>>(first_row, first_col, rank, x, nullptr);
   }
   HostCsr<T, I> host() const {
-    HostCsr<T, I> out;
-    out.rows = rows_;
-    out.cols = cols_;
-    out.rowptr = rowptr_->values();
-    out.col_idx = col_idx_->values();
-    out.values = values_->values();
-    return out;
+    return {rows_, cols_, rowptr_.values(), col_idx_.values(), values_.values()};
   }
 
  private:
-  I rows_;
-  I cols_;
-  I nnz_;
-  std::unique_ptr<DeviceArray<I>> rowptr_;
-  std::unique_ptr<DeviceArray<I>> col_idx_;
-  std::unique_ptr<DeviceArray<T>> values_;
+  template <class View, class... Rest>
+  View viewAs(Rest... rest) const {
+    I* const begins = rowptr_.data();
+    return {rows_, cols_, nnz_, begins, begins + 1, col_idx(), values(), rest...};
+  }
+
+  I rows_, cols_, nnz_;
+  DeviceArray<I> rowptr_, col_idx_;
+  DeviceArray<T> values_;
 };
 
 /// Runs a two-pass operation `call(view of the result)` from uninitialised row pointers to the end.

@@ -32,7 +32,7 @@ class DeviceArray {
   DeviceArray(const DeviceArray&) = delete;
   DeviceArray& operator=(const DeviceArray&) = delete;
 
-  T* data() { return data_; }
+  T* data() const { return data_; }
   std::vector<T> values() const {
     std::vector<T> out(size_);
     if (size_ > 0) device_.rawCopyTo(size_ * sizeof(T), data_, Device(), out.data());

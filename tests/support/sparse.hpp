@@ -29,20 +29,17 @@ CSRMatrixT<T, I> sparseOf(const Device& device, const HostCsr<T, I>& a) {
 /// The arrays of a matrix, from whatever device.
 template <class T, class I>
 HostCsr<T, I> plainOf(const CSRMatrixT<T, I>& m) {
-  HostCsr<T, I> out;
-  out.rows = m.getRows();
-  out.cols = m.getCols();
-  out.rowptr.assign(static_cast<std::size_t>(m.getRows()) + 1, 0);
-  out.col_idx.resize(static_cast<std::size_t>(m.getNnz()));
-  out.values.resize(static_cast<std::size_t>(m.getNnz()));
+  const auto nnz = static_cast<std::size_t>(m.getNnz());
+  HostCsr<T, I> out{m.getRows(), m.getCols(),
+                    std::vector<I>(static_cast<std::size_t>(m.getRows()) + 1, 0),
+                    std::vector<I>(nnz), std::vector<T>(nnz)};
   const Device host;
   if (m.getRows() > 0) {
     m.getDevice().rawCopyTo(out.rowptr.size() * sizeof(I), m.getRowPtr(), host, out.rowptr.data());
   }
   if (m.getNnz() > 0) {
-    m.getDevice().rawCopyTo(out.col_idx.size() * sizeof(I), m.getColIdx(), host,
-                            out.col_idx.data());
-    m.getDevice().rawCopyTo(out.values.size() * sizeof(T), m.getValues(), host, out.values.data());
+    m.getDevice().rawCopyTo(nnz * sizeof(I), m.getColIdx(), host, out.col_idx.data());
+    m.getDevice().rawCopyTo(nnz * sizeof(T), m.getValues(), host, out.values.data());
   }
   return out;
 }
