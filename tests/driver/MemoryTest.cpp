@@ -21,15 +21,13 @@ TEST(DriverMemory, SystemsBeyondTheMachineAreRefused) {
     GTEST_SKIP() << "this machine can hold every system of one rank";
   }
   const Folder folder;
-  folder.write("grid.json", poissonConfiguration().dump());
-  folder.write("c.json", fileConfiguration().dump());
   folder.write("A.mtx",
                "%%MatrixMarket matrix coordinate real general\n700000000 700000000 1\n1 1 2\n");
   folder.write("b.mtx", "%%MatrixMarket matrix array real general\n1 1\n1\n");
-  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
-           {"grid.json", "--set", "testcase.PoissonFDM_params={\"dim\": 1, \"N\": 700000000}"},
-           {"c.json"}}) {
-    const Outcome outcome = folder.run(arguments, 30);
+  json grid = poissonConfiguration();
+  grid["testcase"]["PoissonFDM_params"] = {{"dim", 1}, {"N", 700000000}};
+  for (const json& configuration : {grid, fileConfiguration()}) {
+    const Outcome outcome = folder.solve(configuration);
     EXPECT_EQ(outcome.status, 1) << outcome.out << outcome.err;
     EXPECT_THAT(outcome.err,
                 ::testing::ContainsRegex("needs about .* of memory; .* are available"));

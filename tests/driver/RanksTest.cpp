@@ -2,10 +2,9 @@
 /// Runs of mivo-solve under mpiexec: one report, the same answer as on one rank, and no rank left
 /// waiting when another cannot go on.
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cstdlib>
-#include <sstream>
 
 #include "driver_process.hpp"
 
@@ -94,15 +93,8 @@ TEST_F(DriverOnRanks, LoadAndSaveFilesAlike) {
   for (const int ranks : {2, 4}) {
     const Outcome outcome = run(ranks, fileConfiguration(), {"--solution", "x.mtx"});
     EXPECT_EQ(outcome.status, 0) << outcome.err;
-    std::istringstream file(folder_.read("x.mtx"));
-    std::string line;
-    std::getline(file, line);
-    std::getline(file, line);
-    for (const double expected : {1.0, 2.0, 3.0}) {
-      double x = 0;
-      file >> x;
-      EXPECT_NEAR(x, expected, 1e-7);
-    }
+    EXPECT_THAT(readVector(folder_.read("x.mtx")),
+                ::testing::Pointwise(::testing::DoubleNear(1e-7), {1.0, 2.0, 3.0}));
   }
 }
 

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <iterator>
 #include <map>
 #include <sstream>
 #include <tuple>
@@ -24,15 +23,6 @@ using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::Not;
 using ::testing::Pointwise;
-
-/// Values of an array file with one column.
-std::vector<double> readVector(const std::string& text) {
-  std::istringstream in(text);
-  std::string line;
-  while (std::getline(in, line) && line[0] == '%') {
-  }
-  return {std::istream_iterator<double>(in), {}};
-}
 
 /// Files of a system with the solution "x" (parts of complex numbers one by one), each as in
 /// kMatrix, kRhs and (1, 2) where it is not given, and a note of the report.

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -29,6 +30,15 @@ struct Outcome {
 inline std::string readAll(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+/// Values of an array file with one column.
+inline std::vector<double> readVector(const std::string& text) {
+  std::istringstream in(text);
+  std::string line;
+  while (std::getline(in, line) && line[0] == '%') {
+  }
+  return {std::istream_iterator<double>(in), {}};
 }
 
 /// The one line that `--json` prints; a test failure when it is something else.

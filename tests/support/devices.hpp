@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <utility>
 #include <vector>
 
 #include "mivo/utils/Device.hpp"
@@ -29,8 +30,8 @@ class DeviceArray {
   }
   DeviceArray(const Device& device, std::size_t size) : DeviceArray(device, std::vector<T>(size)) {}
   ~DeviceArray() { device_.rawFree(data_); }
-  DeviceArray(const DeviceArray&) = delete;
-  DeviceArray& operator=(const DeviceArray&) = delete;
+  DeviceArray(DeviceArray&& other) noexcept
+      : device_(other.device_), size_(other.size_), data_(std::exchange(other.data_, nullptr)) {}
 
   T* data() const { return data_; }
   std::vector<T> values() const {
