@@ -12,15 +12,22 @@
 #include "tests/support/fatal.hpp"
 #include "tests/support/sparse.hpp"
 
+// The kernels are tested in tests/ops, whole products and sums in tests/mpi.
+
 namespace mivo::test {
 namespace {
 
-template <class T>
-class CSRMatrixTest : public testing::Test {};
-TYPED_TEST_SUITE(CSRMatrixTest, ValueTypes);
+using M = CSRMatrixT<double, int>;
+using Vector = MatrixT<double, int>;
+using Rows = std::vector<std::vector<std::pair<int, double>>>;
 
-template <class T>
-void expectDefault(const CSRMatrixT<T, int>& m) {
+const auto rowsOf = plainRows<double>;
+
+M on(const Device& device, int cols, const Rows& rows) {
+  return sparseOf(device, rowsOf(cols, rows));
+}
+
+void expectDefault(const M& m) {
   EXPECT_EQ(m.getRows(), 0);
   EXPECT_EQ(m.getCols(), 0);
   EXPECT_EQ(m.getNnz(), 0);
@@ -30,15 +37,7 @@ void expectDefault(const CSRMatrixT<T, int>& m) {
   EXPECT_EQ(m.getValues(), nullptr);
 }
 
-template <class T>
-std::vector<T> applied(const HostCsr<T>& a, const std::vector<T>& x) {
-  return denseAxpby(a.dense(), T(1), x, T(0), std::vector<T>(static_cast<std::size_t>(a.rows)));
-}
-
-// Storage.
-
-TYPED_TEST(CSRMatrixTest, MatrixIsEmptyShapedOrComplete) {
-  using M = CSRMatrixT<TypeParam, int>;
+TEST(CSRMatrix, IsEmptyShapedOrComplete) {
   expectDefault(M());
   for (const Device& device : testDevices()) {
     M m;
@@ -59,25 +58,21 @@ TYPED_TEST(CSRMatrixTest, MatrixIsEmptyShapedOrComplete) {
     EXPECT_EQ(m.getCols(), 5);
     EXPECT_NE(m.getColIdx(), nullptr);
     MIVO_EXPECT_FATAL_TEXT(m.resizeNnz(2, 0), "");
-
-    M shaped;
-    shaped.create(2, 5, 0, device);
-    shaped.resizeNnz(0, 7);
-    EXPECT_EQ(shaped.getCols(), 7);
-    EXPECT_EQ(shaped.getValues(), nullptr);
+    m.create(2, 5, 0, device);
+    m.resizeNnz(0, 7);
+    EXPECT_EQ(m.getCols(), 7);
+    EXPECT_EQ(m.getValues(), nullptr);
   }
 }
 
-TYPED_TEST(CSRMatrixTest, ResizeKeepsEntriesOfEqualRowsAndIsSeenByAllHandles) {
-  using T = TypeParam;
+TEST(CSRMatrix, ResizeKeepsEntriesOfEqualRowsAndIsSeenByAllHandles) {
   for (const Device& device : testDevices()) {
-    CSRMatrixT<T, int> m = sparseOf(device, plainRows<T>(3, {{{0, T(1)}}, {{2, T(2)}}}));
-    const CSRMatrixT<T, int> handle = m;
+    M m = on(device, 3, {{{0, 1}}, {{2, 2}}});
+    const M handle = m;
     m.resize(2, 9, m.getDevice());
     EXPECT_EQ(handle.getCols(), 9);
     EXPECT_EQ(handle.getNnz(), 2);
     m.resize(4, 3, m.getDevice());
-    EXPECT_EQ(handle.getRows(), 4);
     EXPECT_EQ(handle.getNnz(), 0);
     EXPECT_EQ(handle.getColIdx(), nullptr);
     EXPECT_EQ(plainOf(handle).rowptr, std::vector<int>(5, 0));
@@ -86,19 +81,17 @@ TYPED_TEST(CSRMatrixTest, ResizeKeepsEntriesOfEqualRowsAndIsSeenByAllHandles) {
   }
 }
 
-TYPED_TEST(CSRMatrixTest, CopiesDuplicateAndAnEmptyMatrixLosesItsShape) {
-  using T = TypeParam;
-  using M = CSRMatrixT<T, int>;
+TEST(CSRMatrix, CopiesDuplicateAndAnEmptyMatrixLosesItsShape) {
   std::mt19937 rng(3);
   for (const Device& device : testDevices()) {
-    const HostCsr<T> plain = randomCsr<T>(rng, 9, 6);
+    const auto plain = randomCsr<double>(rng, 9, 6);
     const M m = sparseOf(device, plain);
     M copy;
     m.deepCopy(copy);
     EXPECT_EQ(plainOf(copy), plain);
     EXPECT_NE(copy.getValues(), m.getValues());
-    M::scale(copy, T(0));
-    const T* storage = copy.getValues();
+    M::scale(copy, 0);
+    const double* storage = copy.getValues();
     m.deepCopy(copy);
     EXPECT_EQ(copy.getValues(), storage) << "storage of equal shape is reused";
     EXPECT_EQ(plainOf(copy), plain);
@@ -119,70 +112,50 @@ TYPED_TEST(CSRMatrixTest, CopiesDuplicateAndAnEmptyMatrixLosesItsShape) {
   }
 }
 
-// Algebra.
-
-TYPED_TEST(CSRMatrixTest, ProductWithAVectorMatchesDense) {
-  using T = TypeParam;
-  std::mt19937 rng(5);
+TEST(CSRMatrix, ProductsAndSumsLeaveEmptyOperandsOut) {
+  using Values = std::vector<double>;
   for (const Device& device : testDevices()) {
-    const HostCsr<T> plain = randomCsr<T>(rng, 33, 31);
-    const auto m = sparseOf(device, plain);
-    const std::vector<T> x = smallVector<T>(rng, 31), y = smallVector<T>(rng, 33);
-    const auto dx = matrixOf<T>(device, 31, 1, x);
-    MatrixT<T, int> out;
-    m.aAxpby(T(2), dx, T(0), out);
-    EXPECT_EQ(valuesOf(out), denseAxpby(plain.dense(), T(2), x, T(0), y));
-    out = matrixOf<T>(device, 33, 1, y);
-    m.aAxpby(T(2), dx, T(3), out);
-    EXPECT_EQ(valuesOf(out), denseAxpby(plain.dense(), T(2), x, T(3), y));
-    CSRMatrixT<T, int>().aAxpby(T(1), out, T(1), out);
-    EXPECT_EQ(out.getSize(), 0) << "an empty matrix clears y, unchecked";
-    out = dx;
-    m.aAxpby(T(1), MatrixT<T, int>(), T(1), out);
-    EXPECT_EQ(out.getSize(), 0);
+    const Rows unsorted = {{{2, 1}, {0, 2}}, {{1, 3}}};
+    const M m = on(device, 3, unsorted);
+    const auto x = matrixOf<double>(device, 3, 1, {1, 10, 100});
+    Vector y;
+    m.aAxpby(2, x, 0, y);
+    EXPECT_EQ(valuesOf(y), (Values{204, 60}));
+    m.aAxpby(2, x, 3, y);
+    EXPECT_EQ(valuesOf(y), (Values{816, 240}));
+    M().aAxpby(1, y, 1, y);
+    EXPECT_EQ(y.getSize(), 0) << "an empty matrix clears y, unchecked";
+    y = x;
+    m.aAxpby(1, Vector(), 1, y);
+    EXPECT_EQ(y.getSize(), 0);
+
+    M out = m;
+    m.multiply(M(), out);
+    expectDefault(out);
+    M().multiply(m, out);
+    expectDefault(out);
+    M::matadd(2, M(), -3, M(), out);
+    expectDefault(out);
+    // The other is copied in its order.
+    M::matadd(2, m, -3, M(), out);
+    EXPECT_EQ(plainOf(out), rowsOf(3, {{{2, 2}, {0, 4}}, {{1, 6}}}));
+    M scaled = m;  // B's own storage
+    M::matadd(5, M(), 3, m, scaled);
+    EXPECT_EQ(plainOf(scaled), rowsOf(3, {{{2, 3}, {0, 6}}, {{1, 9}}}));
+    EXPECT_EQ(plainOf(m), rowsOf(3, unsorted));
+    M::matadd(2, m, -3, m, out);  // sorts its operands
+    EXPECT_EQ(plainOf(out), rowsOf(3, {{{0, -2}, {2, -1}}, {{1, -3}}}));
   }
 }
 
-TYPED_TEST(CSRMatrixTest, ProductsAndSumsActLikeTheirFactorsAndTerms) {
-  using T = TypeParam;
-  using M = CSRMatrixT<T, int>;
-  std::mt19937 rng(7);
-  for (const Device& device : testDevices()) {
-    for (const auto& [rows, cols] : testShapes()) {
-      const auto a = randomCsr<T>(rng, rows, cols), b = randomCsr<T>(rng, cols, 17),
-                 c = randomCsr<T>(rng, rows, cols);
-      M product, sum;
-      sparseOf(device, a).multiply(sparseOf(device, b), product);
-      M::matadd(T(2), sparseOf(device, a), T(-3), sparseOf(device, c), sum);
-      if (a.values.empty() || b.values.empty()) {
-        expectDefault(product);
-      } else {
-        const std::vector<T> x = smallVector<T>(rng, 17);
-        EXPECT_EQ(applied(plainOf(product), x), applied(a, applied(b, x)));
-      }
-      if (a.values.empty() && c.values.empty()) {
-        expectDefault(sum);
-      } else {
-        const std::vector<T> x = smallVector<T>(rng, static_cast<std::size_t>(cols));
-        EXPECT_EQ(applied(plainOf(sum), x), denseAxpby(a.dense(), T(2), x, T(-3), applied(c, x)));
-        // An empty operand is left out, and the other copied in its order.
-        if (!a.values.empty() && !c.values.empty()) {
-          EXPECT_EQ(plainOf(sum), plainOf(sum).sorted());
-        }
-      }
-    }
-  }
-}
-
-TYPED_TEST(CSRMatrixTest, ResultMayBeAnOperandOrHoldEntriesAlready) {
-  using T = TypeParam;
-  using M = CSRMatrixT<T, int>;
+TEST(CSRMatrix, ResultMayBeAnOperandOrHoldEntriesAlready) {
   std::mt19937 rng(9);
   for (const Device& device : testDevices()) {
-    const HostCsr<T> plain = randomCsr<T>(rng, 7, 7);
+    const auto plain = randomCsr<double>(rng, 7, 7);
     const M handle = sparseOf(device, plain);
     // A result without entries is filled in place, for all its handles.
-    M square;
+    M shaped, square;
+    shaped.create(7, 7, 0, device);
     square.create(7, 7, 0, device);
     const M alias = square;
     handle.multiply(handle, square);
@@ -191,177 +164,116 @@ TYPED_TEST(CSRMatrixTest, ResultMayBeAnOperandOrHoldEntriesAlready) {
     m.multiply(m, m);
     EXPECT_EQ(plainOf(m), plainOf(square));
     EXPECT_EQ(plainOf(handle), plain) << "the other handle keeps the operand";
+    handle.multiply(handle, m);
+    EXPECT_EQ(plainOf(m), plainOf(square));
+    M::matadd(1, m, -1, m, m);
+    EXPECT_EQ(plainOf(m).dense(), std::vector<double>(49, 0));
     // A selection or a diagonal update is built afresh, also from and into a matrix without
     // entries.
-    std::vector<M> blocks(2, M());
-    PartitionerT<int, int> halves;
-    halves.create(7, std::vector<int>{0, 7, 7});
-    handle.splitCols(halves, blocks);
-    EXPECT_EQ(plainOf(blocks[0]), plain);
-    EXPECT_EQ(blocks[1].getNnz(), 0);
-    M shaped;
-    shaped.create(7, 7, 0, device);
-    M left = shaped, right = shaped;
+    M left = shaped, right = shaped, update = shaped;
     handle.getSelectedCols(0, 7, left, 0);
     handle.getSelectedRows(MatrixT<int, int>::range(0, 3, 1), right, false);
     EXPECT_EQ(plainOf(left), plain);
     EXPECT_EQ(right.getRows(), 3);
-    M update = shaped;
-    const auto ones = matrixOf<T>(device, 7, 1, std::vector<T>(7, T(1)));
-    update.axpbyDiag(T(3), ones, T(1), MatrixT<T, int>(), update);
+    const auto ones = matrixOf<double>(device, 7, 1, std::vector<double>(7, 1));
+    update.axpbyDiag(3, ones, 1, Vector(), update);
     EXPECT_EQ(plainOf(update),
-              HostCsr<T>::build(7, 7, [](int i, HostCsr<T>& out) { out.push(i, T(3)); }));
+              HostCsr<double>::build(7, 7, [](int i, auto& out) { out.push(i, 3); }));
     EXPECT_EQ(shaped.getNnz(), 0);
-    handle.multiply(handle, m);
-    EXPECT_EQ(plainOf(m), plainOf(square));
-    M::matadd(T(1), m, T(-1), m, m);
-    EXPECT_EQ(plainOf(m).dense(), std::vector<T>(49, T(0)));
-
-    // B alone, scaled, into C which is B's own storage.
-    M scaled = handle;
-    M::matadd(T(5), M(), T(2), handle, scaled);
-    EXPECT_EQ(plainOf(handle), plain);
-    for (std::size_t k = 0; k < plain.values.size(); ++k) {
-      EXPECT_EQ(plainOf(scaled).values[k], plain.values[k] * T(2));
-    }
   }
 }
 
-// Selection.
-
-TYPED_TEST(CSRMatrixTest, SelectedRowsAreCompactOrKeepTheirPlace) {
-  using T = TypeParam;
+TEST(CSRMatrix, SelectionsOfNothingHaveAShapeWhereTheyCan) {
   for (const Device& device : testDevices()) {
-    const auto m =
-        sparseOf(device, plainRows<T>(4, {{{3, T(1)}}, {{0, T(2)}, {2, T(3)}}, {}, {{1, T(4)}}}));
+    const M m = on(device, 4, {{{3, 1}}, {{0, 2}, {2, 3}}, {}, {{1, 4}}});
     const auto list = matrixOf<int>(device, 3, 1, {3, 1, 3});
-    CSRMatrixT<T, int> out;
+    M out;
     m.getSelectedRows(list, out, false);
-    EXPECT_EQ(plainOf(out), plainRows<T>(4, {{{1, T(4)}}, {{0, T(2)}, {2, T(3)}}, {{1, T(4)}}}));
+    EXPECT_EQ(plainOf(out), rowsOf(4, {{{1, 4}}, {{0, 2}, {2, 3}}, {{1, 4}}}));
     EXPECT_EQ(out.getCols(), 4);
-    m.getSelectedRows(list, out, true);
-    EXPECT_EQ(plainOf(out), plainRows<T>(4, {{}, {{0, T(2)}, {2, T(3)}}, {}, {{1, T(4)}}}));
     m.getSelectedRows(IndexVector(), out, true);
-    EXPECT_EQ(plainOf(out), plainRows<T>(4, {{}, {}, {}, {}}));
+    EXPECT_EQ(plainOf(out), rowsOf(4, {{}, {}, {}, {}}));
     m.getSelectedRows(IndexVector(), out, false);
     expectDefault(out);
     // The 0 by 0 matrix may stand for any shape without entries.
-    CSRMatrixT<T, int>().getSelectedRows(list, out, false);
+    M().getSelectedRows(list, out, false);
     EXPECT_EQ(out.getRows(), 3);
     EXPECT_EQ(out.getNnz(), 0);
   }
 }
 
-TYPED_TEST(CSRMatrixTest, ColumnBlocksJoinToTheWhole) {
-  using T = TypeParam;
-  using M = CSRMatrixT<T, int>;
+TEST(CSRMatrix, BlocksJoinToTheWholeAndEmptyOnesKeepTheirPlace) {
+  const auto part = partsAt<long>({0, 1, 1, 5}), rows = partsAt<long>({0, 2, 4, 6});
   for (const Device& device : testDevices()) {
-    const M m = sparseOf(device, plainRows<T>(5, {{{3, T(1)}, {0, T(2)}, {2, T(3)}}, {{4, T(4)}}}));
-    PartitionerT<long, int> part, single;
-    part.create(5, std::vector<long>{0, 1, 1, 5});
+    const M m = on(device, 5, {{{3, 1}, {0, 2}, {2, 3}}, {{4, 4}}});
     std::vector<M> blocks;
     m.splitCols(part, blocks);
     ASSERT_EQ(blocks.size(), 3u);
-    EXPECT_EQ(plainOf(blocks[0]), plainRows<T>(1, {{{0, T(2)}}, {}}));
+    EXPECT_EQ(plainOf(blocks[0]), rowsOf(1, {{{0, 2}}, {}}));
     expectDefault(blocks[1]);
-    EXPECT_EQ(plainOf(blocks[2]), plainRows<T>(4, {{{2, T(1)}, {1, T(3)}}, {{3, T(4)}}}));
-    const M joined = M::mergeCols(part, blocks);
+    const M joined = M::mergeCols(part, blocks), nothing = M::mergeCols(part, std::vector<M>(3));
     EXPECT_EQ(joined.getCols(), 5);
-    EXPECT_EQ(plainOf(joined), plainRows<T>(5, {{{0, T(2)}, {3, T(1)}, {2, T(3)}}, {{4, T(4)}}}));
-
-    single.create(5, 1);
-    m.splitCols(single, blocks);
+    EXPECT_EQ(plainOf(joined), rowsOf(5, {{{0, 2}, {3, 1}, {2, 3}}, {{4, 4}}}));
+    EXPECT_EQ(nothing.getRows(), 0);
+    EXPECT_EQ(nothing.getCols(), 5);
+    m.splitCols(partsAt<long>({0, 5}), blocks);
     ASSERT_EQ(blocks.size(), 1u);
     EXPECT_EQ(blocks[0].getValues(), m.getValues());
     M().splitCols(part, blocks);
     EXPECT_TRUE(blocks.empty());
-    const M nothing = M::mergeCols(part, std::vector<M>(3));
-    EXPECT_EQ(nothing.getRows(), 0);
-    EXPECT_EQ(nothing.getCols(), 5);
+
+    const M stacked = M::mergeRows(rows, std::vector<M>{M(), joined, M()});
+    EXPECT_EQ(plainOf(stacked), rowsOf(5, {{}, {}, {{0, 2}, {3, 1}, {2, 3}}, {{4, 4}}, {}, {}}));
+    EXPECT_EQ(stacked.getCols(), 5);
+    EXPECT_EQ(plainOf(M::mergeRows(rows, std::vector<M>(3))).rowptr, std::vector<int>(7, 0));
+    expectDefault(M::mergeRows(rows, std::vector<M>()));
   }
 }
 
-TYPED_TEST(CSRMatrixTest, StackedRowsKeepEmptyBlocksAsEmptyRows) {
-  using T = TypeParam;
-  using M = CSRMatrixT<T, int>;
+TEST(CSRMatrix, LookupsStayInsideThePattern) {
   for (const Device& device : testDevices()) {
-    const auto part = partsAt<int>({0, 2, 4, 5, 7});
-    const M top = sparseOf(device, plainRows<T>(3, {{{2, T(1)}}, {{0, T(2)}, {1, T(3)}}}));
-    const M low = sparseOf(device, plainRows<T>(3, {{{1, T(4)}}}));
-    const M stacked = M::mergeRows(part, std::vector<M>{M(), top, low, M()});
-    EXPECT_EQ(plainOf(stacked),
-              plainRows<T>(3, {{}, {}, {{2, T(1)}}, {{0, T(2)}, {1, T(3)}}, {{1, T(4)}}, {}, {}}));
-    EXPECT_EQ(stacked.getCols(), 3);
-    const M empty = M::mergeRows(part, std::vector<M>(4));
-    EXPECT_EQ(plainOf(empty).rowptr, std::vector<int>(8, 0));
-    EXPECT_EQ(empty.getNnz(), 0);
-    expectDefault(M::mergeRows(part, std::vector<M>()));
-  }
-}
-
-// Entries.
-
-TYPED_TEST(CSRMatrixTest, LookupsStayInsideThePattern) {
-  using T = TypeParam;
-  for (const Device& device : testDevices()) {
-    const HostCsr<T> plain = plainRows<T>(4, {{{3, T(1)}, {0, T(0)}}, {}, {{1, T(2)}}});
-    auto m = sparseOf(device, plain);
+    const Rows rows = {{{3, 1}, {0, 0}}, {}, {{1, 2}}};
+    M m = on(device, 4, rows);
     bool found = false;
-    EXPECT_EQ(m.getElementValue(2, 1, &found), T(2));
+    EXPECT_EQ(m.getElementValue(2, 1, &found), 2);
     EXPECT_TRUE(found);
-    EXPECT_EQ(m.getElementValue(0, 0, &found), T(0));
+    EXPECT_EQ(m.getElementValue(0, 0, &found), 0);
     EXPECT_TRUE(found);
     for (const auto& [row, col] : {std::pair{1, 1}, {0, 2}, {-1, 0}, {3, 0}, {0, 9}}) {
-      EXPECT_EQ(m.getElementValue(row, col, &found), T(0));
+      EXPECT_EQ(m.getElementValue(row, col, &found), 0);
       EXPECT_FALSE(found);
-      EXPECT_FALSE(m.setElementValue(row, col, T(9)));
+      EXPECT_FALSE(m.setElementValue(row, col, 9));
     }
-    EXPECT_EQ(plainOf(m), plain);
-    EXPECT_TRUE(m.setElementValue(0, 0, T(8)));
-    EXPECT_EQ(m.getElementValue(0, 0, nullptr), T(8));
-
-    MatrixT<int, int> count;
-    m.getColElementCount(count);
-    EXPECT_EQ(valuesOf(count), (std::vector<int>{1, 1, 0, 1}));
-    const int* storage = count.getData();
-    m.getColElementCount(count);
-    EXPECT_EQ(count.getData(), storage);
-    EXPECT_EQ(valuesOf(count), (std::vector<int>{1, 1, 0, 1}));
+    EXPECT_EQ(plainOf(m), rowsOf(4, rows));
+    EXPECT_TRUE(m.setElementValue(0, 0, 8));
+    EXPECT_EQ(m.getElementValue(0, 0, nullptr), 8);
   }
 }
 
-TYPED_TEST(CSRMatrixTest, EqualityIgnoresOrderAndStoredZeros) {
-  using T = TypeParam;
+TEST(CSRMatrix, EqualityIgnoresOrderAndStoredZeros) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
   for (const Device& device : testDevices()) {
-    const auto of = [&](const HostCsr<T>& plain) { return sparseOf(device, plain); };
-    const auto m = of(plainRows<T>(3, {{{2, T(1)}, {0, T(2)}}, {}}));
-    EXPECT_TRUE(m == of(plainRows<T>(3, {{{0, T(2)}, {2, T(1)}}, {{1, T(0)}}})));
-    EXPECT_FALSE(m == of(plainRows<T>(3, {{{0, T(2)}, {2, T(3)}}, {}})));
-    EXPECT_FALSE(m == of(plainRows<T>(4, {{{0, T(2)}, {2, T(1)}}, {}})));
-    EXPECT_TRUE(of(plainRows<T>(3, {{{0, T(0)}}})) == of(plainRows<T>(3, {{}})));
-    EXPECT_FALSE(of(plainRows<T>(3, {{{0, T(1)}}})) == of(plainRows<T>(3, {{}})));
-    if constexpr (!std::is_integral_v<T>) {
-      const T nan(std::numeric_limits<RealType<T>>::quiet_NaN());
-      const auto broken = of(plainRows<T>(3, {{{0, nan}}}));
-      EXPECT_FALSE(broken == broken);
-    }
+    const M m = on(device, 3, {{{2, 1}, {0, 2}}, {}}), broken = on(device, 3, {{{0, nan}}});
+    EXPECT_TRUE(m == on(device, 3, {{{0, 2}, {2, 1}}, {{1, 0}}}));
+    EXPECT_FALSE(m == on(device, 3, {{{0, 2}, {2, 3}}, {}}));
+    EXPECT_FALSE(m == on(device, 4, {{{0, 2}, {2, 1}}, {}}));
+    EXPECT_TRUE(on(device, 3, {{{0, 0}}}) == on(device, 3, {{}}));
+    EXPECT_FALSE(on(device, 3, {{{0, 1}}}) == on(device, 3, {{}}));
+    EXPECT_FALSE(broken == broken);
   }
 }
 
 TEST(CSRMatrix, CheckFindsBrokenStructure) {
-  const auto checked = [](std::vector<int> rowptr, std::vector<int> cols, bool sorted) {
-    HostCsr<double> plain;
-    plain.rows = static_cast<int>(rowptr.size()) - 1;
-    plain.cols = 3;
-    plain.rowptr = std::move(rowptr);
-    plain.values.assign(cols.size(), 1.0);
-    plain.col_idx = std::move(cols);
+  const auto checked = [](const std::vector<int>& rowptr, const std::vector<int>& cols,
+                          bool sorted) {
+    const int rows = static_cast<int>(rowptr.size()) - 1;
+    const HostCsr<double> plain{rows, 3, rowptr, cols, std::vector<double>(cols.size(), 1.0)};
     sparseOf(Device(), plain).check(sorted);
   };
   checked({0, 2, 3}, {0, 2, 1}, true);
   checked({0, 2, 3}, {2, 0, 1}, false);
   checked({0, 2}, {1, 1}, false);
-  CSRMatrixT<double, int>().check(true);
+  M().check(true);
   const struct {
     std::vector<int> rowptr, cols;
     bool sorted;
@@ -378,29 +290,22 @@ TEST(CSRMatrix, CheckFindsBrokenStructure) {
 }
 
 TEST(CSRMatrix, MismatchesEndTheProcess) {
-  using M = CSRMatrixT<double, int>;
-  using Vector = MatrixT<double, int>;
   const auto full = [](int rows, int cols) {
-    std::vector<std::vector<std::pair<int, double>>> all(static_cast<std::size_t>(rows));
-    for (auto& row : all) row = {{cols - 1, 1.0}};
-    return sparseOf(Device(), plainRows<double>(cols, all));
-  };
-  const auto vector = [](int rows, int cols) {
-    return matrixOf<double>(Device(), rows, cols,
-                            std::vector<double>(static_cast<std::size_t>(rows * cols)));
+    return on(Device(), cols, Rows(static_cast<std::size_t>(rows), {{cols - 1, 1.0}}));
   };
   const M a = full(2, 3);
   M c;
-  Vector y = vector(2, 1);
+  Vector x, y, wide;
+  x.create(3, 1, Device());
+  y.create(2, 1, Device());
+  wide.create(3, 2, Device());
   MIVO_EXPECT_FATAL_TEXT(a.multiply(full(2, 3), c), "multiply: mat1.col1 != mat2.row2");
   MIVO_EXPECT_FATAL_TEXT(M::matadd(1, a, 1, full(2, 4), c), "add: A and B must has same dim");
-  MIVO_EXPECT_FATAL_TEXT(a.aAxpby(1, vector(3, 2), 1, y), "aAxpby: x.cols!= 1");
-  MIVO_EXPECT_FATAL_TEXT(a.aAxpby(1, vector(2, 1), 1, y), "aAxpby: A.cols != x.rows");
-  y = vector(3, 1);
-  MIVO_EXPECT_FATAL_TEXT(a.aAxpby(1, vector(3, 1), 1, y), "aAxpby: A.rows!= y.rows");
+  MIVO_EXPECT_FATAL_TEXT(a.aAxpby(1, wide, 1, y), "aAxpby: x.cols!= 1");
+  MIVO_EXPECT_FATAL_TEXT(a.aAxpby(1, y, 1, y), "aAxpby: A.cols != x.rows");
+  MIVO_EXPECT_FATAL_TEXT(a.aAxpby(1, x, 1, x), "aAxpby: A.rows!= y.rows");
 
-  PartitionerT<long, int> part;
-  part.create(4, 2);
+  const auto part = partsAt<long>({0, 2, 4});
   std::vector<M> blocks;
   MIVO_EXPECT_FATAL_TEXT(a.splitCols(part, blocks),
                          "splitRows: rows.size() != partitioner.getGlobalSize()");
@@ -410,7 +315,10 @@ TEST(CSRMatrix, MismatchesEndTheProcess) {
   MIVO_EXPECT_FATAL_TEXT(M::mergeCols(part, blocks), "merge: submat row size should be equal");
 }
 
-// Exchange.
+template <class T>
+class CSRMatrixTest : public testing::Test {};
+using Types = testing::Types<int, float, Complex<double>>;
+TYPED_TEST_SUITE(CSRMatrixTest, Types);
 
 TYPED_TEST(CSRMatrixTest, PackedFormHasNoGaps) {
   using T = TypeParam;
@@ -443,11 +351,9 @@ TYPED_TEST(CSRMatrixTest, PackedFormHasNoGaps) {
 
 TYPED_TEST(CSRMatrixTest, LongIndicesStoreAndPack) {
   using T = TypeParam;
-  HostCsr<T, long> plain;
-  plain.cols = 1L << 40;
-  plain.push((1L << 40) - 1, T(7));
-  plain.endRow();
-  plain.endRow();
+  const auto plain = HostCsr<T, long>::build(2L, 1L << 40, [](long i, auto& out) {
+    if (i == 0) out.push((1L << 40) - 1, T(7));
+  });
   const auto m = sparseOf(Device(), plain);
   CSRMatrixT<T, long> copy;
   m.deepCopy(copy);

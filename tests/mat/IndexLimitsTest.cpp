@@ -53,12 +53,7 @@ TEST(IndexLimits, RowsAndColumnsOfOnePart) {
 
 TEST(IndexLimits, EntriesOfOneMatrix) {
   // The sum of the lengths, 5 * 2^30, would wrap around to a positive number.
-  HostCsr<double, int> plain;
-  plain.rows = plain.cols = 1;
-  plain.rowptr = {0, kHalf};
-  plain.col_idx = {0};
-  plain.values = {1};
-  const Local m = sparseOf(Device(), plain);
+  const Local m = sparseOf(Device(), HostCsr<double>{1, 1, {0, kHalf}, {0}, {1}});
   IndexVector sel;
   sel.create(5, 1, Device());
   sel.fill(0);
@@ -73,10 +68,7 @@ TEST(IndexLimits, EntriesOfOneMatrix) {
                          "merge: 2147483648 entries exceed the index type");
 
   ParCSRMatrixT<double, int, int> narrow;
-  PartitionerT<int, int> one, two;
-  one.create(1, 1);
-  two.create(2, 2);
-  narrow.create(one, two, {half, half}, Device(), kCommSelf);
+  narrow.create(partsAt<int>({0, 1}), partsAt<int>({0, 1, 2}), {half, half}, Device(), kCommSelf);
   MIVO_EXPECT_FATAL_TEXT(narrow.getNnzs(),
                          "getNnzs: 2147483648 entries exceed the global index type");
   ParCSRMatrixT<double, long, int> wide;
