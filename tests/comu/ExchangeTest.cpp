@@ -328,6 +328,21 @@ TEST(GhostInfo, GivesAColumnThatNoRankHoldsTheOwnerMinusOne) {
   }
 }
 
+// Row r of rank r; all but row 0 refer to row 0, which refers to none, itself not either.
+TEST(GhostInfo, TellsARowWithoutEntriesOfThoseThatReferToIt) {
+  const int rank = worldRank();
+  std::vector<int> recvRows, sendRanks, ghostIds, ghostRanks, others;
+  for (int r = 1; r < worldSize(); ++r) others.push_back(r);
+  if (rank > 0) others = {0};
+  get_unsym_ghost_info(kCommWorld, {rank}, {0, rank > 0 ? 1 : 0},
+                       std::vector<int>(rank > 0 ? 1 : 0, 0), recvRows, sendRanks, ghostIds,
+                       ghostRanks);
+  EXPECT_EQ(recvRows, std::vector<int>(others.size(), rank));
+  EXPECT_EQ(sendRanks, others);
+  EXPECT_EQ(ghostIds, others);
+  EXPECT_EQ(ghostRanks, others);
+}
+
 TEST(GraphFormat, FlattensByKeyOrByAGivenOrder) {
   const Graph graph = {{4, {9, 1}}, {-2, {}}, {7, {3}}};
   std::vector<int> ids = {1}, ptr = {5, 5}, cols = {8};
