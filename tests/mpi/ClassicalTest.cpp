@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Strength, independent sets and extended interpolation on several ranks, and the pipelines.
+// Strength, independent sets and interpolation on several ranks, and the pipelines.
 
 #include <gtest/gtest.h>
 
@@ -9,12 +9,13 @@
 #include <random>
 #include <vector>
 
-#include "mivo/level_transfer/ruge_stuben/LevelTransferOps_RS.hpp"
+#include "mivo/level_transfer/ruge_stuben/ParLevelTransferRugeStuben.hpp"
 #include "mivo/precond/HierarchyStatistics.hpp"
 #include "tests/support/amg.hpp"
 #include "tests/support/classical.hpp"
 #include "tests/support/graphs.hpp"
 #include "tests/support/ranks.hpp"
+#include "tests/support/ruge_stuben.hpp"
 
 namespace mivo::test {
 namespace {
@@ -24,22 +25,6 @@ using Part = PartitionerT<long, int>;
 using Strength = ParCSRMatrixT<int, long, int>;
 using Marks = ParMatrixT<int, long, int>;
 using Matrix = ParSparse<double>;
-
-/// All entries of a matrix as a dense one, on every rank.
-std::vector<double> denseEverywhere(const Matrix& A) {
-  const std::size_t cols = static_cast<std::size_t>(A.getCols());
-  std::vector<double> mine(static_cast<std::size_t>(A.getRows()) * cols, 0.0), all(mine);
-  for (const auto& [at, v] : ownEntries(A)) {
-    mine[static_cast<std::size_t>(at.first) * cols + static_cast<std::size_t>(at.second)] = v;
-  }
-  MPI_Allreduce(mine.data(), all.data(), static_cast<int>(all.size()), MPI_DOUBLE, MPI_SUM,
-                kCommWorld);
-  return all;
-}
-
-Marks marksOf(const Device& device, const Part& part, const std::vector<int>& all) {
-  return ownColumn<int, long>(device, part, all);
-}
 
 // Termination on random graphs, symmetric or not; on symmetric ones the C points are independent,
 // but for equal measures, and cover. 200 graphs on 1 to 4 ranks together.
@@ -54,7 +39,7 @@ TEST(IndependentSetsOnRanks, EndAndCover) {
     const Part& part = cuts[static_cast<std::size_t>(round) % cuts.size()];
     const auto devices = rankDevices();
     const Device device = devices[static_cast<std::size_t>(round) % devices.size()];
-    const Strength S = distributed<int, long>(device, part, part, s);
+    const Strength S = distributed(device, part, part, s);
     Matrix A;
     A.create(part, part, {}, device);
     std::vector<int> first;
@@ -91,15 +76,13 @@ TEST(IndependentSetsOnRanks, EndAndCover) {
 TEST(ClassicalOnRanks, StrengthDoesNotSeeTheRanks) {
   std::mt19937 rng(43);
   const auto a = randomMMatrix(rng, 30);
-  for (const Device& device : rankDevices()) {
-    for (const Part& part : worldCuts<long>(30, rng)) {
-      const auto A = distributed<double, long>(device, part, part, a);
-      const auto s = classicalStrength(a, 0.25, 0.9, 2);
-      Strength S;
-      Ops::par_BoomerAMGStrength(A, A.getDiag(), 0.25, 0.9, 2, S);
-      EXPECT_EQ(ownEntries(S), ownEntries(distributed<int, long>(device, part, part, s)));
-    }
-  }
+  const auto s = classicalStrength(a, 0.25, 0.9, 2);
+  forEachCut(30, rng, [&](const Part& part, const Device& device) {
+    const auto A = distributed(device, part, part, a);
+    Strength S;
+    Ops::par_BoomerAMGStrength(A, A.getDiag(), 0.25, 0.9, 2, S);
+    EXPECT_EQ(ownEntries(S), ownEntries(part, s));
+  });
 }
 
 // Given the same marks the interpolation is that of one rank, to rounding.
@@ -109,71 +92,151 @@ TEST(ClassicalOnRanks, ExtendedInterpolationIsThatOfOneRank) {
     const int n = 24;
     const auto a = randomMMatrix(rng, n);
     const auto s = classicalStrength(a, 0.25, 0.9, 1);
-    std::vector<int> cf(static_cast<std::size_t>(n));
-    for (int i = 0; i < n; ++i) {
-      cf[static_cast<std::size_t>(i)] = !isCoupled(s, i) ? -3 : rng() % 3 == 0 ? 1 : -1;
-    }
+    std::vector<int> cf;
+    for (int i = 0; i < n; ++i) cf.push_back(!isCoupled(s, i) ? -3 : rng() % 3 == 0 ? 1 : -1);
     std::size_t cols = 0;
     const auto expected = extendedInterpolation(a, s, cf, &cols);
-    for (const Device& device : rankDevices()) {
-      for (const Part& part : worldCuts<long>(n, rng)) {
-        auto A = distributed<double, long>(device, part, part, a);
-        auto S = distributed<int, long>(device, part, part, s);
-        const Marks marks = marksOf(device, part, cf);
-        // All rows of one function: as if there were no others. Ranks without rows give none.
-        const auto dof = ownColumn<int, long>(device, part, std::vector<int>(cf.size(), 1));
-        for (const int functions : {1, 2}) {
-          long count = 0;
-          Matrix P;
-          Ops::par_BoomerAMGInterpolationExtendedPI(A, S, marks, functions, dof.getLocalMatrix(), 0,
-                                                    0, count, false, P);
-          EXPECT_EQ(count, static_cast<long>(cols));
-          EXPECT_TRUE(P.getRowPartitioner() == part);
-          const auto extended = denseEverywhere(P);
-          ASSERT_EQ(extended.size(), expected.size());
-          for (std::size_t k = 0; k < expected.size(); ++k) {
-            EXPECT_NEAR(extended[k], expected[k], 1e-11 * (1 + std::fabs(expected[k])));
+    forEachCut(n, rng, [&](const Part& part, const Device& device) {
+      auto A = distributed(device, part, part, a);
+      auto S = distributed(device, part, part, s);
+      const auto marks = ownColumn(device, part, cf);
+      // All rows of one function: as if there were no others. Ranks without rows give none.
+      const auto dof = ownColumn(device, part, std::vector<int>(cf.size(), 1));
+      for (const int functions : {1, 2}) {
+        long count = 0;
+        Matrix P;
+        Ops::par_BoomerAMGInterpolationExtendedPI(A, S, marks, functions, dof.getLocalMatrix(), 0,
+                                                  0, count, false, P);
+        EXPECT_EQ(count, static_cast<long>(cols));
+        EXPECT_TRUE(P.getRowPartitioner() == part);
+        const auto [begin, end] = rangeOf(part);
+        auto found = ownEntries(P);
+        for (long i = begin; i < end; ++i) {
+          for (long j = 0; j < count; ++j) {
+            const double v = expected[static_cast<std::size_t>(i * count + j)];
+            EXPECT_NEAR((found[{i, j}]), v, 1e-11 * (1 + std::fabs(v)));
           }
         }
       }
-    }
+    });
   }
 }
 
-TEST(ClassicalOnRanks, PipelinesPrecondition) {
-  std::mt19937 rng(53);
-  using Vector = ParMatrixT<double, long, int>;
-  const int width = worldSize() > 2 ? 10 : 20;
-  const auto a = laplacian<double>(width, 20);
-  const auto cuts = worldCuts<long>(width * 20L, rng);
-  for (const std::string name :
-       {"LevelTransferBoomerAMG", "LevelTransferRugeStuben", "LevelTransferRugeStubenSeq"}) {
-    for (const Part& part : {cuts[2], cuts[3]}) {
-      auto A = distributed<double, long>(rankDevices().back(), part, part, a);
-      const json ssor = smootherOf("SmootherSSOR");
-      const auto solver = ParSolverT<double, long, int>::getFactory().createInstance(
-          {{"solver_type", "SolverPCG"},
-           {"SolverPCG_params",
-            {{"preconditioner",
-              {{"preconditioner_type", "PrecondAMG"},
-               {"PrecondAMG_params",
-                {{"level_transfer", {{"level_transfer_type", name}}},
-                 {"pre_smoother", ssor},
-                 {"post_smoother", ssor}}}}}}}});
-      solver->preconditioner->setup(A);
-      solver->setup(A);
-      Vector x, b;
-      x.create(part, A.getDevice());
-      x.fill(0);
-      b.create(part, A.getDevice());
-      b.fill(1);
-      int iter = 0;
-      double relres = 0;
-      solver->solve(A, b, x, iter, relres);
-      EXPECT_LT(Vector::residual(A, x, b), 2e-8 * Vector::normL2(b)) << name;
-      EXPECT_LE(iter, 16) << name;
-    }
+// Direct interpolation.
+
+/// The same matrix with the entries of each row from the last to the first.
+template <class T>
+ParSparse<T> backwards(const ParSparse<T>& A) {
+  std::vector<CSRMatrixT<T, int>> blocks;
+  for (int p = 0; p < worldSize(); ++p) {
+    const auto block = plainOf(A.getLocalMatrix(p));
+    const auto turned = HostCsr<T>::build(block.rows, block.cols, [&](int i, HostCsr<T>& out) {
+      const auto row = block.row(i);
+      for (auto entry = row.rbegin(); entry != row.rend(); ++entry) {
+        out.push(entry->first, entry->second);
+      }
+    });
+    blocks.push_back(sparseOf(A.getDevice(), turned));
   }
+  ParSparse<T> out;
+  out.create(A.getRowPartitioner(), A.getColPartitioner(), blocks, A.getDevice());
+  return out;
+}
+
+template <class T>
+class DirectInterpolationOnRanks : public testing::Test {};
+using DoubleTypes = testing::Types<double, Complex<double>>;
+TYPED_TEST_SUITE(DirectInterpolationOnRanks, DoubleTypes);
+
+// For the same marks, also when the weak entries have left S, and some of its blocks with them, and
+// when rows are in no order.
+TYPED_TEST(DirectInterpolationOnRanks, IsThatOfOneRank) {
+  using T = TypeParam;
+  using OpsT = LevelTransferOps_RS<T, long, int>;
+  std::mt19937 rng(1);
+  for (const int n : {3, 23}) {
+    forEachCut(n, rng, [&](const Part& part, const Device& device) {
+      const bool do_trunc = rng() % 2 == 0;
+      const auto problem = DirectProblem<T>::random(rng, n, 1, -1);
+      long ncoarse = -1;
+      CSRMatrixT<T, int> whole;
+      OpsT::interpolation(sparseOf(Device(), problem.a), sparseOf(Device(), problem.s),
+                          matrixOf(Device(), n, 1, problem.cf), do_trunc, 0.4, 1, -1, ncoarse,
+                          whole);
+      auto A = distributed(device, part, part, problem.a);
+      auto S = distributed(device, part, part, problem.s);
+      const auto cf = ownColumn(device, part, problem.cf);
+      if (rng() % 2 == 0) {
+        A = backwards(A);
+        S = backwards(S);
+      }
+      for (const bool sparse : {false, true}) {
+        ParSparse<T> P;
+        long found = -1;
+        OpsT::par_interpolation(A, sparse ? S.sparsify(0) : S, cf, do_trunc, 0.4, 1, -1, found, P);
+        EXPECT_EQ(found, ncoarse);
+        expectRowsOf(P, plainOf(whole), part, 1e-13);
+      }
+    });
+  }
+}
+
+// Connections cross the ranks, splittings stay within them.
+TEST(RugeStuebenOnRanks, ConnectsWholeRowsAndSplitsOwnBlocks) {
+  std::mt19937 rng(2);
+  const int n = 29;
+  forEachCut(n, rng, [&](const Part& part, const Device& device) {
+    const auto a = DirectProblem<double>::random(rng, n, 1, -1).a;
+    CSRMatrixT<int, int> s;
+    MatrixT<int, int> marks;
+    Ops::connect(sparseOf(Device(), a), 0.3, s, marks);
+    const auto A = distributed(device, part, part, a);
+    ParSparse<int> S;
+    ParMatrixT<int, long, int> cf;
+    Ops::par_connect(A, 0.3, S, cf);
+    EXPECT_EQ(valuesOf(cf), ownPart(part, valuesOf(marks)));
+    EXPECT_EQ(ownEntries(S), ownEntries(part, plainOf(s)));
+
+    Ops::par_rs_cfsplit(A, S, cf);
+    const auto own = S.getLocalMatrix(worldRank()).toDevice(Device());
+    auto expected = matrixOf(Device(), part.getLocalSizeForPart(worldRank()), 1,
+                             ownPart(part, valuesOf(marks)));
+    Ops::cfsplit(CSRMatrixT<double, int>(), own, expected);
+    EXPECT_EQ(valuesOf(cf), valuesOf(expected));
+  });
+}
+
+// The form on rank 0 gives every rank its rows of what one rank gets. The distributed one puts the
+// steps above together.
+TEST(RugeStuebenOnRanks, ProlongsAsOnOneRank) {
+  std::mt19937 rng(3);
+  const auto a = laplacian<double>(9, 8);
+  SeqLevelTransferRugeStuben_T<double, long, int> alone;
+  Matrix P1, R1;
+  alone.transfer_operators(parSparseOf(Device(), a, kCommSelf), P1, R1);
+  forEachCut(72, rng, [&](const Part& part, const Device& device) {
+    const auto A = distributed(device, part, part, a);
+    Matrix P, R;
+    SeqLevelTransferRugeStuben_T<double, long, int> gathered;
+    gathered.transfer_operators(A, P, R);
+    expectRowsOf(P, plainOf(P1.getLocalMatrix(0)), part, 1e-13);
+    EXPECT_EQ(ownEntries(R.transpose()), ownEntries(P));
+    EXPECT_EQ(gathered.impl, nullptr);
+
+    ParLevelTransferRugeStuben_T<double, long, int> spread;
+    spread.keep = true;
+    spread.transfer_operators(A, P, R);
+    const auto& kept = *spread.impl;
+    Matrix expected;
+    long ncoarse = -1;
+    Ops::par_interpolation(A, kept.parS, kept.parCf, true, 0.2, 1, -1, ncoarse, expected);
+    EXPECT_GT(ncoarse, 0);
+    expectNearEntries(ownEntries(P), ownEntries(expected), 1e-13);
+    EXPECT_EQ(ownEntries(R.transpose()), ownEntries(P));
+    for (const auto& [at, v] : ownEntries(R.multiply(A).multiply(P))) {
+      EXPECT_NEAR(kept.Ac.getElementValue(at.first, at.second, nullptr), v, 1e-13);
+    }
+  });
 }
 
 // Sizes against the matrices themselves, and bytes against what a program can count.

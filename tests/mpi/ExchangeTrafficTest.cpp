@@ -74,22 +74,5 @@ TEST(ExchangeTraffic, ObjectsTravelWithTheirHeaderAlsoEmptyOnes) {
   EXPECT_EQ(spy.opened, opened);
 }
 
-// 8 bytes of dimensions, 24 of elements from the last rank alone.
-TEST(ExchangeTraffic, CollectivesMoveTheHeadersOfEmptyObjects) {
-  const int rank = worldRank(), size = worldSize();
-  MatrixT<double, int> mine;
-  if (rank == size - 1) mine.create(3, 1, Device());
-  mine.fill(1);
-  std::vector<MatrixT<double, int>> all;
-  const MessageSpy& spy = MessageSpy::start();
-  comu::stlmpi_gather_stream(kCommWorld, mine, all, 0);
-  comu::stlmpi_scatter_stream(kCommWorld, all, mine, 0);
-  const std::vector<int> bytes{rank == size - 1 ? 32 : 8};
-  EXPECT_EQ(spy.gathered, bytes);
-  EXPECT_EQ(spy.scattered, bytes);
-  EXPECT_EQ(mine.getSize(), rank == size - 1 ? 3 : 0);
-  EXPECT_TRUE(spy.sent.empty());
-}
-
 }  // namespace
 }  // namespace mivo::test

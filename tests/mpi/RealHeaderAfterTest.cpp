@@ -52,8 +52,10 @@ void solveOn(MPI_Comm comm) {
   long begin = 0, end = 0;
   system.A.getOwnerShipRange(&begin, &end);
   EXPECT_EQ(end - begin, 23 / size + (rank < 23 % size ? 1 : 0));
-  const test::PoissonSolve<double> here(system, "PrecondJacobi"),
-      alone(test::Poisson<double>(problem, Device(), kCommSelf), "PrecondJacobi");
+  const test::Poisson<double> whole(problem, Device(), kCommSelf);
+  const json pcg = test::solverWith("SolverPCG", test::precondOf("PrecondJacobi"));
+  const test::SolverRun<double> here(system.A, system.b, system.b.deepCopy(), pcg),
+      alone(whole.A, whole.b, whole.b.deepCopy(), pcg);
   EXPECT_EQ(here.history.size(), alone.history.size());
   test::expectNear(here.x, {alone.x.begin() + begin, alone.x.begin() + end});
 }

@@ -13,49 +13,37 @@
 #include "tests/support/operators.hpp"
 #include "tests/support/ranks.hpp"
 
-namespace mivo {
+namespace mivo::test {
 namespace {
-
-using test::distributed;
-using test::HostCsr;
-using test::ownColumn;
-using test::ownPart;
-using test::rankDevices;
-using test::valuesOf;
-using test::worldCuts;
-using test::worldRank;
-using test::worldSize;
 
 template <class T>
 class WholeOverRanks : public testing::Test {};
-using ValueTypes = testing::Types<long, float, Complex<double>>;
-TYPED_TEST_SUITE(WholeOverRanks, ValueTypes);
+using Types = testing::Types<long, float, Complex<double>>;
+TYPED_TEST_SUITE(WholeOverRanks, Types);
 
 TYPED_TEST(WholeOverRanks, DenseMatricesTravelFromAndToAnyRank) {
   using T = TypeParam;
   using Local = MatrixT<T, int>;
   for (const auto& [rows, cols] : std::vector<std::pair<int, int>>{{13, 3}, {2, 2}, {0, 0}}) {
-    const auto all = test::smallValues<T>(static_cast<std::size_t>(rows * cols), 5);
+    const auto all = smallValues<T>(static_cast<std::size_t>(rows * cols), 5);
     for (const Device& device : rankDevices()) {
       for (int root = 0; root < worldSize(); ++root) {
         ParMatrixT<T, long, int> X;
         const bool mine = worldRank() == root;
-        const Local given = mine ? test::matrixOf<T>(device, rows, cols, all) : Local();
+        const Local given = mine ? matrixOf<T>(device, rows, cols, all) : Local();
         X.scatter(kCommWorld, root, given);
         EXPECT_EQ(X.getRows(), rows);
         EXPECT_EQ(X.getCols(), cols);
         EXPECT_TRUE(!mine || X.getDevice() == device);
-        long begin = 0, end = 0;
-        X.getOwnerShipRange(&begin, &end);
-        const std::vector<T> own(all.begin() + begin * cols, all.begin() + end * cols);
-        EXPECT_EQ(valuesOf(X.getLocalMatrix()), own);
+        const auto own = rows > 0 ? ownPart(X.getRowPartitioner(), all, cols) : all;
+        EXPECT_EQ(valuesOf(X), own);
         const int other = (root + 1) % worldSize();
         Local back = X.gather(other);
         EXPECT_EQ(valuesOf(back), worldRank() == other ? all : std::vector<T>());
         EXPECT_EQ(back.getRows(), worldRank() == other ? rows : 0);
         EXPECT_TRUE(back.getSize() == 0 || back.getDevice() == X.getDevice());
         back.fill(T(1));
-        EXPECT_EQ(valuesOf(X.getLocalMatrix()), own) << "gather leaves the matrix alone";
+        EXPECT_EQ(valuesOf(X), own) << "gather leaves the matrix alone";
         X.fill(T(1));
         EXPECT_EQ(valuesOf(given), mine ? all : std::vector<T>()) << "the storage is not shared";
       }
@@ -64,9 +52,8 @@ TYPED_TEST(WholeOverRanks, DenseMatricesTravelFromAndToAnyRank) {
       single.create(rows, 1);
       ParMatrixT<T, long, int> X;
       const bool first = worldRank() == 0;
-      X.scatter(kCommWorld, 0, first ? test::matrixOf<T>(device, rows, cols, all) : Local(),
-                single);
-      EXPECT_EQ(valuesOf(X.getLocalMatrix()), first ? all : std::vector<T>());
+      X.scatter(kCommWorld, 0, first ? matrixOf<T>(device, rows, cols, all) : Local(), single);
+      EXPECT_EQ(valuesOf(X), first ? all : std::vector<T>());
       EXPECT_EQ(valuesOf(X.gather(0)), first ? all : std::vector<T>());
     }
   }
@@ -104,7 +91,7 @@ TYPED_TEST(WholeOverRanks, DenseEntriesFindTheirOwnersFromAnyRank) {
     // Rank r gives its first r rows, the first rank nothing.
     std::vector<T> given, sums;
     for (int k = 0; k < 2 * worldRank(); ++k) given.push_back(T(k + 1));
-    Y.createByAssemble(test::matrixOf<T, long>(device, worldRank(), given.empty() ? 0 : 2, given),
+    Y.createByAssemble(matrixOf<T, long>(device, worldRank(), given.empty() ? 0 : 2, given),
                        kCommWorld);
     EXPECT_EQ(Y.getRows(), size - 1);
     EXPECT_EQ(Y.getCols(), size > 1 ? 2 : 0);
@@ -116,10 +103,11 @@ TYPED_TEST(WholeOverRanks, DenseEntriesFindTheirOwnersFromAnyRank) {
 TYPED_TEST(WholeOverRanks, ReductionsReachOverRanksWithAndWithoutRows) {
   using T = TypeParam;
   using R = RealType<T>;
+  using Vector = ParMatrixT<T, long, int>;
   std::mt19937 rng(23);
   const int n = 19;
-  auto a = test::smallValues<T>(n, 3);
-  const auto b = test::smallValues<T>(n, 4);
+  auto a = smallValues<T>(n, 3);
+  const auto b = smallValues<T>(n, 4);
   a[n / 2] = T(R(5));
   T dot(0), sum(0);
   R sizes(0), squares(0), cubes(0), least(0), most(0), largest(0);
@@ -134,90 +122,80 @@ TYPED_TEST(WholeOverRanks, ReductionsReachOverRanksWithAndWithoutRows) {
     most = std::max(most, realPart(a[k]));
     largest = std::max(largest, size);
   }
-  for (const auto& part : worldCuts<long>(n, rng)) {
-    for (const Device& device : rankDevices()) {
-      const auto x = ownColumn(device, part, a), y = ownColumn(device, part, b);
-      using Vector = ParMatrixT<T, long, int>;
-      EXPECT_EQ(Vector::dot(x, y), dot);
-      const auto near = [](R got, R wanted) {
-        EXPECT_NEAR(static_cast<double>(got), static_cast<double>(wanted),
-                    1e-6 * (1 + static_cast<double>(wanted)));
-      };
-      near(Vector::absSum(x, R(2)), squares);
-      near(Vector::absSum(x, R(3)), cubes);
-      near(Vector::normL1(x), sizes);
-      near(Vector::normL2(x), static_cast<R>(std::sqrt(squares)));
-      near(Vector::absMax(x), largest);
-      x.min_max_sum(nullptr, nullptr, nullptr);
-      T min(0), max(0), total(0);
-      x.min_max_sum(&min, &max, &total);
-      EXPECT_EQ(realPart(min), least);
-      EXPECT_EQ(realPart(max), most);
-      EXPECT_EQ(total, sum);
-    }
-  }
+  forEachCut(n, rng, [&](const auto& part, const Device& device) {
+    const auto x = ownColumn(device, part, a), y = ownColumn(device, part, b);
+    EXPECT_EQ(Vector::dot(x, y), dot);
+    const auto near = [](R got, R wanted) {
+      EXPECT_NEAR(static_cast<double>(got), static_cast<double>(wanted),
+                  1e-6 * (1 + static_cast<double>(wanted)));
+    };
+    near(Vector::absSum(x, R(2)), squares);
+    near(Vector::absSum(x, R(3)), cubes);
+    near(Vector::normL1(x), sizes);
+    near(Vector::normL2(x), static_cast<R>(std::sqrt(squares)));
+    near(Vector::absMax(x), largest);
+    x.min_max_sum(nullptr, nullptr, nullptr);
+    T min(0), max(0), total(0);
+    x.min_max_sum(&min, &max, &total);
+    EXPECT_EQ(realPart(min), least);
+    EXPECT_EQ(realPart(max), most);
+    EXPECT_EQ(total, sum);
+  });
 }
 
 TYPED_TEST(WholeOverRanks, SparseMatricesTravelAndTellOfAllTheirRows) {
   using T = TypeParam;
   using R = RealType<T>;
-  using Matrix = ParCSRMatrixT<T, long, int>;
+  using Matrix = ParSparse<T>;
   std::mt19937 rng(41);
   for (const auto& [rows, cols] : std::vector<std::pair<int, int>>{{17, 17}, {2, 6}, {0, 3}}) {
-    const HostCsr<T> a = test::randomCsr<T>(rng, rows, cols);
+    const HostCsr<T> a = randomCsr<T>(rng, rows, cols);
     const std::vector<T> dense = a.dense();
-    const auto row_cuts = worldCuts<long>(rows, rng), col_cuts = worldCuts<long>(cols, rng);
-    for (const Device& device : rankDevices()) {
-      const int root = worldSize() - 1;
-      const Matrix S = Matrix::scatter(
-          kCommWorld, root, worldRank() == root ? test::sparseOf(device, a) : CSRMatrixT<T, int>());
-      EXPECT_EQ(S.getRows(), rows);
-      EXPECT_EQ(S.getCols(), cols);
-      EXPECT_TRUE(worldRank() != root || S.getDevice() == device);
-      for (std::size_t k = 0; k < row_cuts.size(); ++k) {
-        const auto& part = row_cuts[k];
-        Matrix A = distributed<T, long>(device, part, col_cuts[(k + 1) % col_cuts.size()], a);
-        const auto whole = A.gather(root);
-        EXPECT_EQ(test::plainOf(whole).dense(), worldRank() == root ? dense : std::vector<T>());
-        EXPECT_TRUE(whole.getNnz() == 0 || whole.getDevice() == device);
-        EXPECT_TRUE(A == S.toDevice(device));
-        std::vector<T> diagonal;
-        std::vector<R> norms;
-        double most = 0;
-        for (int i = 0; i < rows; ++i) {
-          R norm(0);
-          double count = 0;
-          for (const auto& [j, v] : a.row(i)) {
-            norm += static_cast<R>(abs(v));
-            count += isZero(v) ? 0 : 1;
-          }
-          norms.push_back(norm);
-          most = std::max(most, count);
-          diagonal.push_back(i < cols ? dense[static_cast<std::size_t>(i * cols + i)] : T(0));
-        }
-        EXPECT_EQ(valuesOf(A.getDiag().getLocalMatrix()), ownPart(part, diagonal));
-        if constexpr (!std::is_integral_v<T>) {
-          test::expectNear(valuesOf(A.rowNorm(1).getLocalMatrix()), ownPart(part, norms));
-        }
-        const auto meta = A.computeMeta();
-        EXPECT_EQ(meta.nnzs, static_cast<long>(a.values.size()));
-        EXPECT_TRUE(rows == 0 || meta.row_nnz_max == most) << meta.row_nnz_max << ", " << most;
-        // An entry is known to its row's owner only.
-        long begin = 0, end = 0;
-        A.getOwnerShipRange(&begin, &end);
-        for (int i = 0; i < rows; ++i) {
-          const bool own = i >= begin && i < end;
-          for (const auto& [j, v] : a.row(i)) {
-            bool found = false;
-            EXPECT_EQ(A.getElementValue(i, j, &found), own ? v : T(0));
-            EXPECT_EQ(found, own);
-            EXPECT_EQ(A.setElementValue(i, j, T(7)), own);
-          }
+    std::vector<T> diagonal;
+    std::vector<R> norms;
+    double most = 0;
+    for (int i = 0; i < rows; ++i) {
+      norms.push_back(R(0));
+      double count = 0;
+      for (const auto& [j, v] : a.row(i)) {
+        norms.back() += static_cast<R>(abs(v));
+        count += isZero(v) ? 0 : 1;
+      }
+      most = std::max(most, count);
+      diagonal.push_back(i < cols ? dense[static_cast<std::size_t>(i * cols + i)] : T(0));
+    }
+    forCuts({rows, cols}, rng, [&](const Device& device, const auto& parts) {
+      const int root = worldSize() - 1, rank = worldRank();
+      const auto S = Matrix::scatter(kCommWorld, root,
+                                     rank == root ? sparseOf(device, a) : CSRMatrixT<T, int>());
+      EXPECT_EQ(S.getRows(), a.rows);
+      EXPECT_EQ(S.getCols(), a.cols);
+      EXPECT_TRUE(rank != root || S.getDevice() == device);
+      Matrix A = distributed(device, parts[0], parts[1], a);
+      const auto whole = A.gather(root);
+      EXPECT_EQ(plainOf(whole).dense(), rank == root ? dense : std::vector<T>());
+      EXPECT_TRUE(whole.getNnz() == 0 || whole.getDevice() == device);
+      EXPECT_TRUE(A == S.toDevice(device));
+      EXPECT_EQ(valuesOf(A.getDiag()), ownPart(parts[0], diagonal));
+      if constexpr (!std::is_integral_v<T>) {
+        expectNear(valuesOf(A.rowNorm(1)), ownPart(parts[0], norms));
+      }
+      const auto meta = A.computeMeta();
+      EXPECT_EQ(meta.nnzs, static_cast<long>(a.values.size()));
+      EXPECT_TRUE(a.rows == 0 || meta.row_nnz_max == most) << meta.row_nnz_max << ", " << most;
+      // An entry is known to its row's owner only.
+      for (int i = 0; i < a.rows; ++i) {
+        const bool own = i >= rangeOf(parts[0]).first && i < rangeOf(parts[0]).second;
+        for (const auto& [j, v] : a.row(i)) {
+          bool found = false;
+          EXPECT_EQ(A.getElementValue(i, j, &found), own ? v : T(0));
+          EXPECT_EQ(found, own);
+          EXPECT_EQ(A.setElementValue(i, j, T(7)), own);
         }
       }
-    }
+    });
   }
 }
 
 }  // namespace
-}  // namespace mivo
+}  // namespace mivo::test

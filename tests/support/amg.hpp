@@ -60,18 +60,6 @@ class PairsTransfer : public ParLevelTransferT<T, long, int> {
 template <class T>
 using Amg = ParPreconditionerAMG_T<T, long, int>;
 
-inline json smootherOf(const std::string& name, const json& params = json::object()) {
-  return {{"smoother_type", name}, {name + "_params", params}};
-}
-
-inline json solverOf(const std::string& name, const json& params = json::object()) {
-  return {{"solver_type", name}, {name + "_params", params}};
-}
-
-inline json precondOf(const std::string& name, const json& params = json::object()) {
-  return {{"preconditioner_type", name}, {name + "_params", params}};
-}
-
 /// Parameters of a hierarchy of pairs with damped Jacobi smoothing; those of `params` go before.
 inline json pairsParams(const json& params = json::object()) {
   json out = {{"level_transfer", {{"level_transfer_type", "TestPairs"}}},

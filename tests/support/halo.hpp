@@ -9,8 +9,7 @@
 #include <vector>
 
 #include "mivo/mat/ParCSRMatrix.hpp"
-#include "tests/support/parsparse.hpp"
-#include "tests/support/world.hpp"
+#include "tests/support/ranks.hpp"
 
 // Distributed matrices whose pattern and partitions every rank knows, so that each can work out
 // what the halo exchange has to do.
@@ -110,29 +109,19 @@ T entryAt(long i, long j) {
 }
 
 template <class T>
-std::vector<CSRMatrixT<T, int>> blocksOf(const Spread& spread, const Device& device) {
-  std::vector<CSRMatrixT<T, int>> blocks;
-  const int rank = worldRank();
-  for (int p = 0; p < worldSize(); ++p) {
-    const long row = spread.first(spread.rows, rank), col = spread.first(spread.cols, p);
-    blocks.push_back(sparseOf(
-        device, HostCsr<T>::build(spread.size(spread.rows, rank), spread.size(spread.cols, p),
-                                  [&](int i, HostCsr<T>& out) {
-                                    for (int j = 0; j < spread.size(spread.cols, p); ++j) {
-                                      if (!spread.stored(row + i, col + j)) continue;
-                                      out.push(j, entryAt<T>(row + i, col + j));
-                                    }
-                                  })));
-  }
-  return blocks;
+HostCsr<T> wholeOf(const Spread& spread) {
+  const int rows = static_cast<int>(spread.rows.back()),
+            cols = static_cast<int>(spread.cols.back());
+  return HostCsr<T>::build(rows, cols, [&](int i, HostCsr<T>& out) {
+    for (int j = 0; j < cols; ++j) {
+      if (spread.stored(i, j)) out.push(j, entryAt<T>(i, j));
+    }
+  });
 }
 
 template <class T>
 ParSparse<T> spreadMatrix(const Spread& spread, const Device& device) {
-  ParSparse<T> out;
-  out.create(partsAt(spread.rows), partsAt(spread.cols), blocksOf<T>(spread, device), device,
-             kCommWorld);
-  return out;
+  return distributed(device, partsAt(spread.rows), partsAt(spread.cols), wholeOf<T>(spread));
 }
 
 /// Calls test(spread, device, A) for a matrix of each pattern, its plan made, on each device.

@@ -12,11 +12,6 @@ int PMPI_Alltoall(const void* send, int sendcount, MPI_Datatype sendtype, void* 
                   MPI_Datatype recvtype, MPI_Comm comm);
 int PMPI_Allreduce(const void* send, void* recv, int count, MPI_Datatype type, MPI_Op op,
                    MPI_Comm comm);
-int PMPI_Gatherv(const void* send, int sendcount, MPI_Datatype sendtype, void* recv,
-                 const int* recvcounts, const int* displs, MPI_Datatype recvtype, int root,
-                 MPI_Comm comm);
-int PMPI_Scatterv(const void* send, const int* sendcounts, const int* displs, MPI_Datatype sendtype,
-                  void* recv, int recvcount, MPI_Datatype recvtype, int root, MPI_Comm comm);
 }
 
 namespace mivo::test {
@@ -62,19 +57,6 @@ int MPI_Allreduce(const void* send, void* recv, int count, MPI_Datatype type, MP
                   MPI_Comm comm) {
   ++MessageSpy::get().allreduces;
   return PMPI_Allreduce(send, recv, count, type, op, comm);
-}
-
-int MPI_Gatherv(const void* send, int sendcount, MPI_Datatype sendtype, void* recv,
-                const int* recvcounts, const int* displs, MPI_Datatype recvtype, int root,
-                MPI_Comm comm) {
-  MessageSpy::get().gathered.push_back(bytesOf(sendcount, sendtype));
-  return PMPI_Gatherv(send, sendcount, sendtype, recv, recvcounts, displs, recvtype, root, comm);
-}
-
-int MPI_Scatterv(const void* send, const int* sendcounts, const int* displs, MPI_Datatype sendtype,
-                 void* recv, int recvcount, MPI_Datatype recvtype, int root, MPI_Comm comm) {
-  MessageSpy::get().scattered.push_back(bytesOf(recvcount, recvtype));
-  return PMPI_Scatterv(send, sendcounts, displs, sendtype, recv, recvcount, recvtype, root, comm);
 }
 
 }  // extern "C"

@@ -27,8 +27,6 @@ struct MessageSpy {
   std::vector<Message> opened;  ///< receipts
   int alltoalls = 0;
   int allreduces = 0;
-  std::vector<int> gathered;   ///< bytes of this rank's part of each MPI_Gatherv
-  std::vector<int> scattered;  ///< the same of each MPI_Scatterv
 
   static MessageSpy& get();
   static MessageSpy& start() { return get() = MessageSpy(); }

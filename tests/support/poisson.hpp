@@ -46,31 +46,24 @@ struct SolverRun {
   }
 };
 
+// Descriptions of an object by its name and parameters.
+
+inline json smootherOf(const std::string& name, const json& params = json::object()) {
+  return {{"smoother_type", name}, {name + "_params", params}};
+}
+
+inline json solverOf(const std::string& name, const json& params = json::object()) {
+  return {{"solver_type", name}, {name + "_params", params}};
+}
+
+inline json precondOf(const std::string& name, const json& params = json::object()) {
+  return {{"preconditioner_type", name}, {name + "_params", params}};
+}
+
 inline json solverWith(const std::string& solver, const json& preconditioner,
                        json params = json::object()) {
   params["preconditioner"] = preconditioner;
-  return {{"solver_type", solver}, {solver + "_params", params}};
+  return solverOf(solver, params);
 }
-
-/// A solve from zero with a preconditioner without parameters, to a residual of 1e-9 |r0|.
-template <class T>
-struct PoissonSolve : SolverRun<T> {
-  PoissonSolve(const Poisson<T>& s, const std::string& precond,
-               const std::string& name = "SolverPCG", json params = json::object())
-      : SolverRun<T>(s.A, s.b, zero(s.x),
-                     solverWith(name, {{"preconditioner_type", precond}}, accurate(params))) {
-    EXPECT_EQ(static_cast<std::size_t>(this->iterations) + 1, this->history.size());
-  }
-
- private:
-  static ParMatrixT<T, long, int> zero(ParMatrixT<T, long, int> x) {
-    x.fill(T(0));
-    return x;
-  }
-  static json accurate(json params) {
-    params["rtol"] = 1e-9;
-    return params;
-  }
-};
 
 }  // namespace mivo::test

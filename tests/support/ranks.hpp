@@ -52,12 +52,39 @@ std::vector<PartitionerT<G, int>> worldCuts(G n, std::mt19937& rng) {
   return out;
 }
 
+/// Calls work(device, {cut of n0, cut of n1, ...}) for cuts of each kind beside each other.
+template <class G = long, class Work>
+void forCuts(const std::vector<G>& sizes, std::mt19937& rng, const Work& work) {
+  std::vector<std::vector<PartitionerT<G, int>>> cuts;
+  for (const G n : sizes) cuts.push_back(worldCuts<G>(n, rng));
+  for (std::size_t k = 0; k < (sizes.size() > 1 ? 5 : 4); ++k) {
+    std::vector<PartitionerT<G, int>> chosen;
+    for (std::size_t s = 0; s < sizes.size(); ++s) chosen.push_back(cuts[s][(k + k / 4 * s) % 4]);
+    for (const Device& device : rankDevices()) {
+      SCOPED_TRACE(device.getString() + ", cut " + std::to_string(k));
+      work(device, chosen);
+    }
+  }
+}
+
+template <class Work>
+void forEachCut(long n, std::mt19937& rng, const Work& work) {
+  forCuts({n}, rng, [&](const Device& device, const auto& parts) { work(parts[0], device); });
+}
+
+/// First index of a part, by default this rank's own, and the one behind its last.
+template <class G>
+std::pair<G, G> rangeOf(const PartitionerT<G, int>& part, int p = worldRank()) {
+  std::pair<G, G> out;
+  part.getOwnerShipRangeForPart(p, &out.first, &out.second);
+  return out;
+}
+
 /// This rank's part of a global array with so many columns.
 template <class T, class G>
 std::vector<T> ownPart(const PartitionerT<G, int>& part, const std::vector<T>& all, int cols = 1) {
-  G begin = 0, end = 0;
-  part.getOwnerShipRangeForPart(worldRank(), &begin, &end);
-  return std::vector<T>(all.begin() + begin * cols, all.begin() + end * cols);
+  const auto own = rangeOf(part);
+  return std::vector<T>(all.begin() + own.first * cols, all.begin() + own.second * cols);
 }
 
 template <class T, class G>
@@ -70,10 +97,8 @@ ParMatrixT<T, G, int> ownColumn(const Device& device, const PartitionerT<G, int>
 template <class G>
 std::vector<int> everywhere(const ParMatrixT<int, G, int>& column) {
   std::vector<int> mine(static_cast<std::size_t>(column.getRows()), 0), all(mine);
-  G begin = 0;
-  column.getRowPartitioner().getOwnerShipRangeForPart(worldRank(), &begin, nullptr);
   const auto values = valuesOf(column);
-  std::copy(values.begin(), values.end(), mine.begin() + begin);
+  std::copy(values.begin(), values.end(), mine.begin() + rangeOf(column.getRowPartitioner()).first);
   MPI_Allreduce(mine.data(), all.data(), static_cast<int>(all.size()), MPI_INT, MPI_SUM,
                 kCommWorld);
   return all;
@@ -86,8 +111,7 @@ EntryMap<T> ownEntries(const ParCSRMatrixT<T, G, int>& A) {
   G first_row = 0;
   A.getOwnerShipRange(&first_row, nullptr);
   for (int p = 0; p < A.getColPartitioner().getNumParts(); ++p) {
-    G first_col = 0;
-    A.getColPartitioner().getOwnerShipRangeForPart(p, &first_col, nullptr);
+    const G first_col = rangeOf(A.getColPartitioner(), p).first;
     const auto block = plainOf(A.getLocalMatrix(p));
     for (int i = 0; i < block.rows; ++i) {
       for (const auto& [j, v] : block.row(i)) out[{first_row + i, first_col + j}] = v;
@@ -96,19 +120,51 @@ EntryMap<T> ownEntries(const ParCSRMatrixT<T, G, int>& A) {
   return out;
 }
 
-/// A matrix with the entries of a global one, each rank setting its own rows.
+/// The same of a global matrix.
+template <class T, class G>
+EntryMap<T> ownEntries(const PartitionerT<G, int>& rows, const HostCsr<T>& all) {
+  EntryMap<T> out;
+  const auto own = rangeOf(rows);
+  for (G i = own.first; i < own.second; ++i) {
+    for (const auto& [j, v] : all.row(static_cast<int>(i))) out[{i, j}] = v;
+  }
+  return out;
+}
+
+/// The same positions, and values but for rounding.
+template <class T>
+void expectNearEntries(const EntryMap<T>& a, const EntryMap<T>& b, double tolerance) {
+  ASSERT_EQ(a.size(), b.size());
+  for (const auto& [at, v] : b) {
+    ASSERT_EQ(a.count(at), 1u) << at.first << " " << at.second;
+    EXPECT_LE(abs(a.at(at) - v), tolerance * (1 + abs(v))) << at.first << " " << at.second;
+  }
+}
+
+/// The rows of P are those of a whole one, to rounding, and its columns spread evenly.
+template <class T>
+void expectRowsOf(const ParSparse<T>& P, const HostCsr<T>& whole,
+                  const PartitionerT<long, int>& rows, double tolerance) {
+  PartitionerT<long, int> even;
+  even.create(whole.cols, worldSize());
+  EXPECT_TRUE(P.getRowPartitioner() == rows);
+  ASSERT_TRUE(P.getColPartitioner() == even) << P.getCols() << " " << whole.cols;
+  expectNearEntries(ownEntries(P), ownEntries(rows, whole), tolerance);
+}
+
+/// A matrix with the entries of a global one, in their order; nothing travels.
 template <class T, class G>
 ParCSRMatrixT<T, G, int> distributed(const Device& device, const PartitionerT<G, int>& rows,
                                      const PartitionerT<G, int>& cols, const HostCsr<T>& all) {
+  const int begin = static_cast<int>(rangeOf(rows).first);
+  const auto own =
+      HostCsr<T>::build(rows.getLocalSizeForPart(worldRank()), all.cols, [&](int i, auto& out) {
+        for (const auto& [j, v] : all.row(begin + i)) out.push(j, v);
+      });
+  std::vector<CSRMatrixT<T, int>> blocks;
+  sparseOf(device, own).splitCols(cols, blocks);
   ParCSRMatrixT<T, G, int> A;
-  A.create(rows, cols, {}, device);
-  A.beginAssemble();
-  G begin = 0, end = 0;
-  rows.getOwnerShipRangeForPart(worldRank(), &begin, &end);
-  for (G i = begin; i < end; ++i) {
-    for (const auto& [j, v] : all.row(static_cast<int>(i))) A.setValue(i, j, v, SetValueMode::Set);
-  }
-  A.endAssemble();
+  A.create(rows, cols, blocks, device);
   return A;
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Classical strength, splitting and direct interpolation on one rank; tests/mpi/RugeStubenTest.cpp
+// Classical strength, splitting and direct interpolation on one rank; tests/mpi/ClassicalTest.cpp
 // has what several ranks do.
 
 #include <gtest/gtest.h>
