@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <limits>
 #include <memory>
 #include <regex>
 #include <string>
@@ -96,16 +95,6 @@ std::vector<T> positiveDefinite(std::size_t n, unsigned seed) {
     out[i * n + i] = T(static_cast<RealType<T>>(14 * n + i % 7));
   }
   return out;
-}
-
-/// Elements agree but for a few roundings.
-template <class T>
-void expectNear(const std::vector<T>& a, const std::vector<T>& b) {
-  ASSERT_EQ(a.size(), b.size());
-  const RealType<T> eps = std::numeric_limits<RealType<T>>::epsilon();
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    EXPECT_LE(abs(a[i] - b[i]), 256 * eps * (1 + abs(b[i]))) << i << ": " << a[i] << ", " << b[i];
-  }
 }
 
 /// A registered preconditioner of the given class.

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstddef>
+#include <limits>
 #include <random>
 #include <vector>
 
@@ -74,6 +75,16 @@ void expectSameBits(const std::vector<T>& a, const std::vector<T>& b) {
   ASSERT_EQ(a.size(), b.size());
   for (std::size_t i = 0; i < a.size(); ++i) {
     EXPECT_TRUE(sameBits(a[i], b[i])) << i << ": " << a[i] << " and " << b[i];
+  }
+}
+
+/// Elements agree but for a few roundings.
+template <class T>
+void expectNear(const std::vector<T>& a, const std::vector<T>& b) {
+  ASSERT_EQ(a.size(), b.size());
+  const RealType<T> eps = std::numeric_limits<RealType<T>>::epsilon();
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    EXPECT_LE(abs(a[i] - b[i]), 256 * eps * (1 + abs(b[i]))) << i << ": " << a[i] << ", " << b[i];
   }
 }
 

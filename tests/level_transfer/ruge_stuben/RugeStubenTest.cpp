@@ -175,6 +175,7 @@ TEST(RugeStuebenSplitting, FollowsTheBucketsOnRandomGraphs) {
   }
 }
 
+// By the function, and behind the interface of interpolators, which always cuts.
 TYPED_TEST(RugeStueben, InterpolatesDirectly) {
   using T = TypeParam;
   using Steps = LevelTransferOps_RS<T, long, int>;
@@ -182,7 +183,7 @@ TYPED_TEST(RugeStueben, InterpolatesDirectly) {
   for (const Device& device : testDevices()) {
     for (const int n : {1, 2, 40}) {
       for (const double trunc : {-1.0, 0.0, 0.2, 0.6}) {
-        const auto problem = DirectProblem<T>::random(rng, n, 'C', 'F');
+        auto problem = DirectProblem<T>::random(rng, n, 'C', 'F');
         const auto expected = problem.reference(trunc >= 0, trunc, 'C');
         CSRMatrixT<T, int> P;
         long ncoarse = -1;
@@ -192,63 +193,35 @@ TYPED_TEST(RugeStueben, InterpolatesDirectly) {
         expectSameEntries(plainOf(P), expected);
         EXPECT_EQ(ncoarse, expected.cols);
         EXPECT_EQ(P.getCols(), expected.cols);
+        if (trunc < 0 || ncoarse == 0) continue;
+        for (int& mark : problem.cf) mark = mark == 'C' ? 1 : rng() % 4 == 0 ? -3 : -1;
+        json params = {{"interpolator_type", "InterpolatorAMGCLDirect"}};
+        if (trunc != 0.2) params["InterpolatorAMGCLDirect_params"] = {{"trunc_factor", trunc}};
+        const auto A = parSparseOf(device, problem.a);
+        ParSparse<T> parP;
+        ParInterpolatorT<T, long, int>::getFactory().createInstance(params)->interpolate(
+            A, parSparseOf(device, problem.s), columnOf(device, A.getRowPartitioner(), problem.cf),
+            ncoarse, parP);
+        expectSameEntries(plainOf(parP.getLocalMatrix(0)), expected);
+        EXPECT_EQ(ncoarse, expected.cols);
       }
     }
   }
 }
 
-// By hand: rows with an entry to an F point, with a positive entry, and with one on the bound.
-TEST(RugeStuebenInterpolation, ScalesWhatIsKept) {
-  const auto a = HostCsr<double>::fromDense(5, 5, {4,  0,   0,    0,  0,  //
-                                                   -2, 4,   -1,   -1, 0,  //
-                                                   0,  0,   1,    0,  0,  //
-                                                   -4, 0.5, -0.5, 3,  0,  //
-                                                   -5, 0,   -1,   0,  3});
-  const auto s = HostCsr<int>::build(5, 5, [&](int i, HostCsr<int>& out) {
-    for (const auto& [j, v] : a.row(i)) out.push(j, i != j && v < 0 ? 1 : 0);
-  });
-  const auto rows = [&](bool do_trunc) {
+// The share of what is cut stays with what is kept, but for an entry that stands on the bound.
+TEST(RugeStuebenInterpolation, LosesTheShareOfAnEntryOnTheBound) {
+  const auto a = plainRows<double>(3, {{{0, 4.0}}, {{0, -5.0}, {1, 3.0}, {2, -1.0}}, {{2, 1.0}}});
+  const auto s = plainRows<int>(3, {{{0, 0}}, {{0, 1}, {1, 0}, {2, 1}}, {{2, 0}}});
+  for (const bool do_trunc : {false, true}) {
     CSRMatrixT<double, int> P;
     long ncoarse = 0;
     Ops::interpolation(sparseOf(Device(), a), sparseOf(Device(), s),
-                       matrixOf(Device(), 5, 1, Marks{'C', 'F', 'C', 'F', 'F'}), do_trunc, 0.2, 'C',
-                       'F', ncoarse, P);
-    return plainOf(P);
-  };
-  // Row 1: 4 / 4 spread over -2 and -1. Row 3: 0.5 joins the diagonal 3; 4.5 / 3.5 over -4 and
-  // -0.5, of which the latter lies within a fifth of the former and leaves its share to it. In row
-  // 4 it stands on that bound: it is left out, and its share is lost.
-  expectSameEntries(rows(false), plainRows<double>(2, {{{0, 1}},
-                                                       {{0, 2. / 3}, {1, 1. / 3}},
-                                                       {{1, 1}},
-                                                       {{0, 8. / 7}, {1, 1. / 7}},
-                                                       {{0, 5. / 3}, {1, 1. / 3}}}));
-  expectSameEntries(
-      rows(true),
-      plainRows<double>(
-          2, {{{0, 1}}, {{0, 2. / 3}, {1, 1. / 3}}, {{1, 1}}, {{0, 9. / 7}}, {{0, 5. / 3}}}));
-}
-
-// The same formulas behind the interface of interpolators, with its own marks.
-TYPED_TEST(RugeStueben, InterpolatesBehindTheInterface) {
-  using T = TypeParam;
-  std::mt19937 rng(5);
-  for (const Device& device : testDevices()) {
-    for (const double trunc : {0.2, 0.6}) {
-      auto problem = DirectProblem<T>::random(rng, 40, 1, -1);
-      for (int& mark : problem.cf) mark = mark == -1 && rng() % 4 == 0 ? -3 : mark;
-      json params = {{"interpolator_type", "InterpolatorAMGCLDirect"}};
-      if (trunc != 0.2) params["InterpolatorAMGCLDirect_params"] = {{"trunc_factor", trunc}};
-      const auto interpolator = ParInterpolatorT<T, long, int>::getFactory().createInstance(params);
-      const auto A = parSparseOf(device, problem.a);
-      ParSparse<T> P;
-      long ncoarse = -1;
-      interpolator->interpolate(A, parSparseOf(device, problem.s),
-                                columnOf(device, A.getRowPartitioner(), problem.cf), ncoarse, P);
-      const auto expected = problem.reference(true, trunc, 1);
-      expectSameEntries(plainOf(P.getLocalMatrix(0)), expected);
-      EXPECT_EQ(ncoarse, expected.cols);
-    }
+                       matrixOf(Device(), 3, 1, Marks{'C', 'F', 'C'}), do_trunc, 0.2, 'C', 'F',
+                       ncoarse, P);
+    auto expected = plainRows<double>(2, {{{0, 1}}, {{0, 5. / 3}, {1, 1. / 3}}, {{1, 1}}});
+    if (do_trunc) expected = plainRows<double>(2, {{{0, 1}}, {{0, 5. / 3}}, {{1, 1}}});
+    expectSameEntries(plainOf(P), expected);
   }
 }
 
