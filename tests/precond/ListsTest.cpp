@@ -11,6 +11,7 @@
 #include "mivo/precond/ParPrecondList.hpp"
 #include "mivo/precond/ParSmootherList.hpp"
 #include "mivo/precond/ParSolverList.hpp"
+#include "tests/support/amg.hpp"
 #include "tests/support/devices.hpp"
 #include "tests/support/krylov.hpp"
 
@@ -20,10 +21,6 @@ namespace {
 using Smoother = ParSmootherT<double, long, int>;
 using Precond = ParPreconditionerT<double, long, int>;
 using Solver = ParSolverT<double, long, int>;
-
-json object(const std::string& family, const std::string& name, const json& params = json()) {
-  return {{family + "_type", name}, {name + "_params", params}};
-}
 
 template <class Base>
 std::shared_ptr<Base> make(const json& j) {
@@ -48,20 +45,19 @@ std::vector<double> after(const Device& device, const json& members, const Call&
 }
 
 TEST(Lists, SmoothersRunOneAfterTheOther) {
-  const json jacobi = object("smoother", "SmootherJacobi", {{"relax", 0.5}});
-  const json sor = object("smoother", "SmootherSOR", {{"nsweeps", 2}});
-  const json list = object("smoother", "SmootherList",
-                           {object("smoother", "SmootherList", json::array({jacobi})), sor,
-                            object("smoother", "NoSuch"), jacobi});
+  const json jacobi = smootherOf("SmootherJacobi", {{"relax", 0.5}});
+  const json sor = smootherOf("SmootherSOR", {{"nsweeps", 2}});
+  const json list = smootherOf("SmootherList", {smootherOf("SmootherList", json::array({jacobi})),
+                                                sor, smootherOf("NoSuch"), jacobi});
   const auto smooth = [](auto& smoother, auto&, auto& b, auto& x) { smoother.smooth(b, x); };
   for (const Device& device : testDevices()) {
     const auto apart = after<Smoother>(device, {jacobi, sor, jacobi}, smooth);
     EXPECT_EQ(after<Smoother>(device, json::array({list}), smooth), apart);
     EXPECT_NE(apart, smallValues<double>(n, 5));
     // a start from zero is the same as that from a vector of zeros, for single smoothers too
-    for (const json& each : {list, jacobi, sor, object("smoother", "SmootherSSOR"),
-                             object("smoother", "SmootherJacobi", {{"nsweeps", 0}}),
-                             object("smoother", "SmootherList", json::array())}) {
+    for (const json& each : {list, jacobi, sor, smootherOf("SmootherSSOR"),
+                             smootherOf("SmootherJacobi", {{"nsweeps", 0}}),
+                             smootherOf("SmootherList", json::array())}) {
       const auto fromZero = after<Smoother>(
           device, json::array({each}),
           [](auto& smoother, auto&, auto& b, auto& x) { smoother.smoothFromZero(b, x); });
@@ -72,12 +68,10 @@ TEST(Lists, SmoothersRunOneAfterTheOther) {
 }
 
 TEST(Lists, PreconditionersHandOnZWithoutAResidual) {
-  const json jacobi = object("preconditioner", "PrecondJacobi", {{"relax", 0.5}});
-  const json fresh = object("preconditioner", "PrecondSOR");
-  const json going = object("preconditioner", "PrecondSOR", {{"initial_zero", false}});
-  const auto listOf = [](const json& members) {
-    return object("preconditioner", "PrecondList", members);
-  };
+  const json jacobi = precondOf("PrecondJacobi", {{"relax", 0.5}});
+  const json fresh = precondOf("PrecondSOR");
+  const json going = precondOf("PrecondSOR", {{"initial_zero", false}});
+  const auto listOf = [](const json& members) { return precondOf("PrecondList", members); };
   for (const Device& device : testDevices()) {
     const auto apply = [&](const json& members) {
       return after<Precond>(device, members, [](auto& precond, auto&, auto& b, auto& z) {
@@ -100,10 +94,9 @@ TEST(Lists, PreconditionersHandOnZWithoutAResidual) {
 
 TEST(Lists, SolversRestartWhereTheOneBeforeEnded) {
   using Vector = ParVector<double>;
-  const json pcg = object("solver", "SolverPCG", {{"max_its", 2}});
-  const json gmres = object("solver", "SolverFLGMRES_R", {{"max_its", 2}});
-  const json list =
-      object("solver", "SolverList", {object("solver", "SolverList", json::array({pcg})), gmres});
+  const json pcg = solverOf("SolverPCG", {{"max_its", 2}});
+  const json gmres = solverOf("SolverFLGMRES_R", {{"max_its", 2}});
+  const json list = solverOf("SolverList", {solverOf("SolverList", json::array({pcg})), gmres});
   for (const Device& device : testDevices()) {
     std::vector<double> norms;
     int iter = -7;
@@ -136,47 +129,38 @@ TEST(Lists, SolversRestartWhereTheOneBeforeEnded) {
 SolveRecord<double> runList(Solver& list) { return runSolver(list, {2, 0, 0, 8}, {3, 4}, {0, 0}); }
 
 TEST(SolverList, PrintsItsTable) {
+  const json one = solverOf("SolverPCG", {{"max_its", 1}}), none = solverOf("NoSuch");
   const auto list = make<Solver>(
-      object("solver", "SolverList",
-             {object("solver", "SolverPCG", {{"max_its", 1}}), object("solver", "NoSuch"),
-              object("solver", "SolverPCG"), object("solver", "SolverPreOnly")}));
+      solverOf("SolverList", {one, none, solverOf("SolverPCG"), solverOf("SolverPreOnly")}));
   list->verbose = 2;
   const auto out = runList(*list);
   // the residual after one step is 360 / 146; the next member ends below the tolerance
   EXPECT_EQ(out.history.size(), 2u);
   EXPECT_LT(out.relres, 1e-8);
-  const std::string text = withoutTimes(out.text);
   EXPECT_THAT(
-      text,
-      testing::StartsWith(
-          "I 0/1 ParOperator:83] Begin solving equation: size 2 solver SolverList device cpu:0\n"
-          "I 0/1 ParOperator:86]     iter           |r|      |r|/|r0|       |r|/|b|     conv_rate\n"
-          "I 0/1 ParOperator:100]        0  2.465753e+00  4.931507e-01  4.931507e-01  "
+      withoutTimes(out.text),
+      testing::MatchesRegex(
+          "I 0/1 ParOperator:83. Begin solving equation: size 2 solver SolverList device cpu:0\n"
+          "I 0/1 ParOperator:86. [^\n]*\n"
+          "I 0/1 ParOperator:100.        0  2.465753e.00  4.931507e-01  4.931507e-01  "
           "4.931507e-01\n"
-          "I 0/1 ParOperator:100]        2  "));
-  EXPECT_THAT(text,
-              testing::HasSubstr("Finish solving using SolverList, iter/max_its 0/2000, res_b"));
-  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 5);
-}
+          "I 0/1 ParOperator:100.        2  [^\n]*\n"
+          "[^\n]*Finish solving using SolverList, iter/max_its 0/2000, res_b [^\n]*\n"));
 
-TEST(SolverList, WithoutMembersReportsTheStart) {
-  const auto list = make<Solver>(object("solver", "SolverList", json::array()));
-  list->verbose = 1;
-  const auto out = runList(*list);
-  EXPECT_EQ(out.iter, 0);
-  EXPECT_EQ(out.relres, 1);
-  EXPECT_EQ(out.x, (std::vector<double>{0, 0}));
-  EXPECT_TRUE(out.history.empty());
-  EXPECT_THAT(out.text, testing::HasSubstr("Begin solving"));
-  EXPECT_THAT(out.text, testing::HasSubstr("iter/max_its 0/2000, res_b 1,"));
+  const auto empty = make<Solver>(solverOf("SolverList", json::array()));
+  empty->verbose = 1;
+  const auto start = runList(*empty);
+  EXPECT_EQ(start.iter, 0);
+  EXPECT_EQ(start.relres, 1);
+  EXPECT_EQ(start.x, (std::vector<double>{0, 0}));
+  EXPECT_TRUE(start.history.empty());
+  EXPECT_THAT(start.text, testing::HasSubstr("Begin solving"));
+  EXPECT_THAT(start.text, testing::HasSubstr("iter/max_its 0/2000, res_b 1,"));
 }
 
 TEST(SolverList, GivesItsOwnPreconditionerToItsMembers) {
-  const auto list =
-      make<Solver>(object("solver", "SolverList",
-                          {object("solver", "SolverPCG",
-                                  {{"preconditioner", {{"preconditioner_type", "PrecondJacobi"}}}}),
-                           object("solver", "SolverPreOnly")}));
+  const json pcg = solverOf("SolverPCG", {{"preconditioner", precondOf("PrecondJacobi")}});
+  const auto list = make<Solver>(solverOf("SolverList", {pcg, solverOf("SolverPreOnly")}));
   std::ostringstream tree;
   list->describe(tree, 0);
   EXPECT_EQ(tree.str(),
@@ -192,19 +176,10 @@ TEST(SolverList, GivesItsOwnPreconditionerToItsMembers) {
 }
 
 TEST(Lists, TakeNothingButAnArray) {
-  for (const std::string family : {"smoother", "preconditioner", "solver"}) {
-    const std::string name = family == "smoother"         ? "SmootherList"
-                             : family == "preconditioner" ? "PrecondList"
-                                                          : "SolverList";
-    const auto build = [&](const json& params) {
-      const json j = object(family, name, params);
-      if (family == "smoother") make<Smoother>(j);
-      if (family == "preconditioner") make<Precond>(j);
-      if (family == "solver") make<Solver>(j);
-    };
-    for (const json& bad : {json(5), json("x"), json(true), json{{"rtol", 1e-3}}}) {
-      EXPECT_THROW(build(bad), json::type_error) << name << bad;
-    }
+  for (const json& bad : {json(5), json("x"), json(true), json{{"rtol", 1e-3}}}) {
+    EXPECT_THROW(make<Smoother>(smootherOf("SmootherList", bad)), json::type_error) << bad;
+    EXPECT_THROW(make<Precond>(precondOf("PrecondList", bad)), json::type_error) << bad;
+    EXPECT_THROW(make<Solver>(solverOf("SolverList", bad)), json::type_error) << bad;
   }
 }
 
