@@ -10,6 +10,7 @@
 
 #include "mivo/mivo.hpp"
 #include "tests/support/amg.hpp"
+#include "tests/support/poisson.hpp"
 
 namespace {
 long g_allocations = 0;
@@ -27,54 +28,36 @@ namespace mivo {
 namespace {
 
 // Every container is a shared handle, so that a work vector made on the way would show here.
-void expectNoAllocationAfterTheFirstIteration(const std::string& name, const json& preconditioner,
-                                              const std::string& algo) {
-  ParCSRMatrixT<double, long, int> A;
-  ParMatrixT<double, long, int> x, b;
-  PoissonFDM_T<double, long, int> problem;
-  problem.N = 12;
-  problem.rhs = "random";
-  problem.generate(A, x, b);
-  x.fill(0);
-  const auto solver = ParSolverT<double, long, int>::getFactory().createInstance(
-      {{"solver_type", name},
-       {name + "_params",
-        {{"max_its", 6},
-         {"rtol", 1e-30},
-         {"restart", 2},
-         {"algo", algo},
-         {"preconditioner", preconditioner}}}});
-  solver->preconditioner->setup(A);
-  long counts[7] = {};
-  solver->observer = [&](int iter, double, double, double) { counts[iter] = g_allocations; };
-  const long before = g_allocations;
-  int iter = 0;
-  double relres = 0;
-  solver->solve(A, b, x, iter, relres);
-  ASSERT_EQ(iter, 6) << name << preconditioner;
-  EXPECT_GT(counts[1], before) << "the count works: the first product builds the halo plan";
-  EXPECT_EQ(counts[6], counts[1]) << name << preconditioner;
-}
-
 TEST(KrylovSolvers, AllocateNothingAfterTheirFirstIteration) {
+  test::registerPairs<double>();
+  std::vector<json> preconditioners = {
+      test::precondOf("PrecondList", json::array({test::precondOf("PrecondJacobi")})),
+      test::precondOf("PrecondAMG", test::pairsParams())};
+  for (const std::string name : {"Identity", "Jacobi", "JacobiLp", "SOR", "SSOR"}) {
+    preconditioners.push_back(test::precondOf("Precond" + name, {{"nsweeps", 2}}));
+  }
+  test::Poisson<double> s({{"N", 12}, {"rhs", "random"}}, Device(), kCommSelf);
   const std::vector<std::pair<std::string, std::string>> solvers = {
       {"SolverPCG", ""},    {"SolverBiCGSTAB", ""},  {"SolverFLGMRES_R", ""},
       {"SolverSYMMLQ", ""}, {"SolverMINRES", "qlp"}, {"SolverMINRES", "standard"}};
-  for (const auto& [solver, algo] : solvers) {
-    for (const std::string name :
-         {"PrecondIdentity", "PrecondJacobi", "PrecondJacobiLp", "PrecondSOR", "PrecondSSOR"}) {
-      expectNoAllocationAfterTheFirstIteration(
-          solver, {{"preconditioner_type", name}, {name + "_params", {{"nsweeps", 2}}}}, algo);
+  for (const auto& [name, algo] : solvers) {
+    for (const json& preconditioner : preconditioners) {
+      SCOPED_TRACE(name + algo + preconditioner.dump());
+      const json params = {{"max_its", 6}, {"rtol", 1e-30}, {"restart", 2}, {"algo", algo}};
+      const auto solver = ParSolverT<double, long, int>::getFactory().createInstance(
+          test::solverWith(name, preconditioner, params));
+      solver->preconditioner->setup(s.A);
+      long counts[7] = {};
+      solver->observer = [&](int iter, double, double, double) { counts[iter] = g_allocations; };
+      s.x.fill(0);
+      int iter = 0;
+      double relres = 0;
+      const long before = g_allocations;
+      solver->solve(s.A, s.b, s.x, iter, relres);
+      ASSERT_EQ(iter, 6);
+      EXPECT_GT(counts[1], before) << "the count works: work vectors are made before the loop";
+      EXPECT_EQ(counts[6], counts[1]);
     }
-    expectNoAllocationAfterTheFirstIteration(
-        solver,
-        {{"preconditioner_type", "PrecondList"},
-         {"PrecondList_params", json::array({{{"preconditioner_type", "PrecondJacobi"}}})}},
-        algo);
-    test::registerPairs<double>();
-    expectNoAllocationAfterTheFirstIteration(
-        solver, {{"preconditioner_type", "PrecondAMG"}, {"PrecondAMG_params", test::pairsParams()}},
-        algo);
   }
 }
 

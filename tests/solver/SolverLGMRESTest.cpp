@@ -11,30 +11,19 @@
 namespace mivo::test {
 namespace {
 
-TEST(SolverLGMRES, ConfiguresAndEndsTheProcessAtItsFirstHook) {
+TEST(SolverLGMRES, EndsTheProcessAtEachHook) {
   const auto solver =
       makeSolverOf<double>("SolverLGMRES", {{"rtol", 0.5}, {"max_its", 3}, {"verbose", 1}});
   EXPECT_EQ(solver->name, "LGMRES");
   EXPECT_EQ(solver->max_its, 3);
   DenseOperator<double> A(Device(), 1, {2});
-  solver->setup(A);
-  auto x = parVectorOf<double>(Device(), {0});
-  const auto b = parVectorOf<double>(Device(), {1});
-  const auto solve = [&] {
-    int iter = 0;
-    double relres = 0;
-    solver->solve(A, b, x, iter, relres);
-  };
+  auto v = parVectorOf<double>(Device(), {1});
+  int iter = 0;
+  double relres = 0;
   MIVO_EXPECT_FATAL(
-      solve(), "ParOperator:83",
+      solver->solve(A, v, v, iter, relres), "ParOperator:83",
       "Begin solving equation: size 1 solver LGMRES device cpu:0\nI 0/1 petsc_adapter:309] ");
-  solver->verbose = 0;
-  MIVO_EXPECT_FATAL(solve(), "petsc_adapter:309", "");
-}
-
-TEST(SolverLGMRES, HasThreeHooksThatEndTheProcess) {
   LGMRES_Impl<double, long, int> run;
-  auto v = parVectorOf<double>(Device(), {0});
   MIVO_EXPECT_FATAL(run.initialResidual(v), "petsc_adapter:309", "");
   MIVO_EXPECT_FATAL(run.applyOperator(v, v), "petsc_adapter:295", "");
   MIVO_EXPECT_FATAL(run.unwindPreconditioner(v), "petsc_adapter:276", "");
@@ -74,21 +63,15 @@ struct FilledHooks {
   }
 };
 
-template <class T>
-class LGMRES : public testing::Test {};
-using DoubleTypes = testing::Types<double, Complex<double>>;
-TYPED_TEST_SUITE(LGMRES, DoubleTypes);
-
-TYPED_TEST(LGMRES, BehindTheHooksConvergesWithLessWorkThanWithoutAugmentation) {
-  using T = TypeParam;
+TEST(SolverLGMRES, BehindTheHooksConvergesWithLessWorkThanWithoutAugmentation) {
+  using T = Complex<double>;
   const std::size_t n = 60;
   // some convection over a Laplace stencil, where short cycles stagnate
-  std::vector<T> A(n * n, T(0)), M(n, T(0.5));
+  std::vector<T> A(n * n, T(0)), M(n);
   for (std::size_t i = 0; i < n; ++i) {
-    A[i * n + i] = T(2.02);
+    A[i * n + i] = T(2.02, 0.01);
     if (i > 0) A[i * n + i - 1] = T(-1.05);
     if (i + 1 < n) A[i * n + i + 1] = T(-0.95);
-    if constexpr (kIsComplex<T>) A[i * n + i].im = 0.01;
     M[i] = T(1 / double(2 + i % 3));
   }
   const auto exact = smallValues<T>(n, 4), b = denseProduct(A, exact);
@@ -99,8 +82,6 @@ TYPED_TEST(LGMRES, BehindTheHooksConvergesWithLessWorkThanWithoutAugmentation) {
       f.run.data().max_k = 8;
       f.run.data().aug_dim = aug;
       f.run.KSPSetUp_LGMRES();
-      EXPECT_EQ(f.run.data().basis.size(), 9u);
-      EXPECT_EQ(f.run.data().augvecs.size(), std::size_t(2 * aug + 1));
       f.run.KSPSolve_LGMRES();
       EXPECT_EQ(f.run.ksp.reason, 2);
       iterations[aug / 2] = f.run.ksp.its;
@@ -108,12 +89,12 @@ TYPED_TEST(LGMRES, BehindTheHooksConvergesWithLessWorkThanWithoutAugmentation) {
       for (std::size_t i = 0; i < n; ++i) EXPECT_LT(abs(x[i] - exact[i]), 1e-7);
       expectNeverRising(f.history, 1e-12);
       // A times a kept correction is its image
-      for (int slot = 0; slot < f.run.data().aug_ct; ++slot) {
-        auto& kept = f.run.data().augvecs;
-        auto r = kept[std::size_t(aug + slot)].deepCopy();
-        EXPECT_NEAR(ParVector<T>::normL2(kept[std::size_t(slot)]), 1, 1e-12);
-        f.A.aAxpby(T(-1), kept[std::size_t(slot)], T(1), r, nullptr);
-        EXPECT_LT(ParVector<T>::normL2(r), 1e-11);
+      const auto& kept = f.run.data().augvecs;
+      ASSERT_EQ(kept.size(), std::size_t(2 * aug + 1));
+      for (std::size_t slot = 0; slot < std::size_t(f.run.data().aug_ct); ++slot) {
+        const auto correction = valuesOf(kept[slot]);
+        EXPECT_NEAR(normOf(correction), 1, 1e-12);
+        expectNear(denseProduct(A, correction), valuesOf(kept[std::size_t(aug) + slot]));
       }
       EXPECT_LE(f.run.data().matvecs, f.run.ksp.its);
     }

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
 #include <limits>
 
 #include "tests/support/devices.hpp"
@@ -12,72 +11,45 @@
 namespace mivo::test {
 namespace {
 
-/// Q diag(values) Q^H with Q a product of three random reflections; the columns of Q.
-template <class T>
-struct Spectral {
-  std::vector<T> A;
-  std::vector<std::vector<T>> Q;
-
-  Spectral(const std::vector<RealType<T>>& values, unsigned seed) {
-    const std::size_t n = values.size();
-    A.assign(n * n, T(0));
-    for (std::size_t k = 0; k < n; ++k) {
-      std::vector<T> q(n, T(0));
-      q[k] = T(1);
-      for (unsigned h = 0; h < 3; ++h) {
-        const auto v = smallValues<T>(n, seed + h);
-        T sum(0);
-        RealType<T> squares(0);
-        for (std::size_t i = 0; i < n; ++i) {
-          sum += conj(v[i]) * q[i];
-          squares += absSquared(v[i]);
-        }
-        for (std::size_t i = 0; i < n; ++i) q[i] -= T(2) * v[i] * sum / T(squares);
-      }
-      for (std::size_t i = 0; i < n; ++i) {
-        for (std::size_t j = 0; j < n; ++j) A[i * n + j] += q[i] * T(values[k]) * conj(q[j]);
-      }
-      Q.push_back(q);
-    }
-  }
-  /// Q coefficients
-  std::vector<T> combine(const std::vector<RealType<T>>& coefficients) const {
-    std::vector<T> out(Q.size(), T(0));
-    for (std::size_t k = 0; k < Q.size(); ++k) {
-      for (std::size_t i = 0; i < Q.size(); ++i) out[i] += Q[k][i] * T(coefficients[k]);
-    }
-    return out;
-  }
-};
-
 template <class T>
 class QLP : public testing::Test {};
 TYPED_TEST_SUITE(QLP, ScalarTypes);
 
-// The right-hand side has parts along eigenvectors of eigenvalue 0 where the system is
-// inconsistent.
+// Q D Q with a reflection Q and the eigenvalues 0, 0, 0, -1, 2, ..., 20. Where the system is
+// inconsistent, the right-hand side has parts along eigenvectors of 0.
 TYPED_TEST(QLP, FindsTheSolutionOfLeastLengthOfASingularSystem) {
   using T = TypeParam;
   using R = RealType<T>;
   const R eps = std::numeric_limits<R>::epsilon();
-  std::vector<R> values{0, 0, 0}, along{0, 0, 0}, outside{0, 0, 0};
-  for (int k = 1; k <= 20; ++k) {
-    values.push_back(R(k % 2 == 0 ? k : -k));
-    along.push_back(R(k % 3 + 1));
-  }
+  const std::size_t n = 23;
   for (const unsigned seed : {3u, 17u, 40u}) {
-    const Spectral<T> system(values, seed);
-    std::vector<R> rhs(values.size());
-    for (std::size_t k = 0; k < rhs.size(); ++k) rhs[k] = values[k] * along[k];
+    const auto v = smallValues<T>(n, seed);
+    std::vector<T> Q(n * n), QD(n * n), A(n * n), along(n), rhs(n);
+    for (std::size_t i = 0; i < n; ++i) {
+      for (std::size_t j = 0; j < n; ++j) {
+        const int k = static_cast<int>(j) - 2;
+        const T eigenvalue = T(R(k <= 0 ? 0 : k % 2 == 0 ? k : -k));
+        Q[i * n + j] = T(i == j ? 1 : 0) - T(2) * v[i] * conj(v[j]) / dotOf(v, v);
+        QD[i * n + j] = Q[i * n + j] * eigenvalue;
+        if (j == i && k > 0) along[i] = T(R(k % 3 + 1));
+        if (j == i) rhs[i] = eigenvalue * along[i];
+      }
+    }
+    for (std::size_t j = 0; j < n; ++j) {
+      std::vector<T> column(n);
+      for (std::size_t i = 0; i < n; ++i) column[i] = Q[i * n + j];
+      const auto product = denseProduct(QD, column);
+      for (std::size_t i = 0; i < n; ++i) A[i * n + j] = product[i];
+    }
+    const auto expected = denseProduct(Q, along);
     for (const bool consistent : {true, false}) {
       // in single precision rounding hides the rank
       if (!consistent && sizeof(R) == sizeof(float)) continue;
-      if (!consistent) rhs[0] = R(7), rhs[2] = R(-5);
+      if (!consistent) rhs[0] = T(7), rhs[2] = T(-5);
       for (const Device& device : testDevices()) {
-        const auto run = solveDense<T>("SolverMINRES", {{"rtol", 10 * eps}}, system.A,
-                                       system.combine(rhs), {}, device);
-        const auto expected = system.combine(along);
-        for (std::size_t i = 0; i < expected.size(); ++i) {
+        const auto run = solveDense<T>("SolverMINRES", {{"rtol", 10 * eps}}, A,
+                                       denseProduct(Q, rhs), {}, device);
+        for (std::size_t i = 0; i < n; ++i) {
           EXPECT_LT(abs(run.x[i] - expected[i]), consistent ? 2000 * eps : R(1e-8)) << seed;
         }
         EXPECT_LE(run.iter, 40);
@@ -89,28 +61,18 @@ TYPED_TEST(QLP, FindsTheSolutionOfLeastLengthOfASingularSystem) {
   }
 }
 
-std::string row(const char* mark, int its, int flag, double rnorm, double Arnorm, double compatible,
-                double LS, double Anorm, double Acond, double xnorm) {
-  char text[200];
-  std::snprintf(text, sizeof text,
-                "%s %5d   %2d %10.2e %10.2e   %10.2e %10.2e %10.2e %10.2e %10.2e\n", mark, its,
-                flag, rnorm, Arnorm, compatible, LS, Anorm, Acond, xnorm);
-  return text;
-}
-
-const char* const kHead =
-    "        flag      rnorm     Arnorm   Compatible         LS      Anorm      Acond      xnorm\n";
-
 TEST(SolverMINRESQLP, PrintsItsTable) {
   // A = diag(2, 8), b = (3, 4): x1 = t b with t = (b, A b) / |A b|^2; |T e_1| = |A b| / |b|
-  const double Ab = std::sqrt(1060.0), t = 146 / 1060.0, norm = Ab / 5;
-  const double r1[] = {3 - 2 * t * 3, 4 - 8 * t * 4};
-  const double rnorm = std::hypot(r1[0], r1[1]), Ar = std::hypot(2 * r1[0], 8 * r1[1]);
+  const double t = 146 / 1060.0;
   const auto run =
       solveDense<double>("SolverMINRES", {{"monitor", 1}, {"max_its", 1}}, {2, 0, 0, 8}, {3, 4});
-  EXPECT_EQ(run.text, kHead + row(" ", 0, 0, 5, Ab, 1, 1, 0, 1, 0) +
-                          row(" ", 1, 4, rnorm, Ar, rnorm / (norm * 5 * t + 5), Ar / (norm * rnorm),
-                              norm, 1, 5 * t));
+  EXPECT_EQ(run.text,
+            "        flag      rnorm     Arnorm   Compatible         LS      Anorm      Acond      "
+            "xnorm\n"
+            "      0    0   5.00e+00   3.26e+01     1.00e+00   1.00e+00   0.00e+00   1.00e+00   "
+            "0.00e+00\n"
+            "      1    4   2.21e+00   5.43e+00     2.33e-01   3.77e-01   6.51e+00   1.00e+00   "
+            "6.89e-01\n");
   EXPECT_NEAR(run.x[0], 3 * t, 1e-15);
   EXPECT_NEAR(run.x[1], 4 * t, 1e-15);
 }
@@ -142,39 +104,6 @@ TEST(SolverMINRESQLP, StopsWhereTheConditionPassesItsLimit) {
   EXPECT_NE(run.text.find("\nT     2    6 "), std::string::npos) << run.text;
   const auto within = solveDense<double>("SolverMINRES", params, {1, 0, 0, 1e-7}, {1, 1e-3});
   EXPECT_NEAR(within.x[1], 1e4, 1e-3);
-  // a system of zeros has the solution 0
-  const auto zero = solveDense<double>("SolverMINRES", {}, {0, 0, 0, 0}, {3, 4});
-  EXPECT_EQ(zero.x, (std::vector<double>{0, 0}));
-  EXPECT_EQ(zero.relres, 1);
-}
-
-TEST(SolverMINRESQLP, LeavesAnExactStartAlone) {
-  const auto solver = makeSolverOf<double>("SolverMINRES", {});
-  for (const auto& b : {std::vector<double>{0, 0}, std::vector<double>{2, 3}}) {
-    const auto run = runSolver<double>(*solver, {1, 0, 0, 1}, b, b);
-    EXPECT_EQ(run.iter, 0);
-    EXPECT_TRUE(std::isnan(run.relres)) << "0 / 0";
-    EXPECT_EQ(run.x, b);
-  }
-}
-
-TEST(SolverMINRESQLP, EndsWithAnIndefinitePreconditionerAndWithNaN) {
-  const std::vector<double> A{0, 1, 1, 0};
-  const auto atStart = solveDense<double>("SolverMINRES", {}, A, {3, 4}, {-1, 0});
-  EXPECT_EQ(atStart.text, "Detected indefinite operator -9 tolerance 1e-50\n");
-  EXPECT_EQ(atStart.iter, 0);
-  EXPECT_EQ(atStart.relres, 1);
-  // (r, M r) = 4 - 1 at the start, negative after the first product
-  const auto later = solveDense<double>("SolverMINRES", {{"monitor", 1}}, A, {1, 2}, {-1, 1});
-  EXPECT_NE(later.text.find("Detected indefinite operator -"), std::string::npos) << later.text;
-  EXPECT_EQ(later.iter, 1);
-  EXPECT_EQ(later.x, (std::vector<double>{0, 0}));
-  EXPECT_EQ(later.relres, 1);
-
-  const double nan = std::nan("");
-  const auto lost = solveDense<double>("SolverMINRES", {}, {1, 0, 0, nan}, {1, 1});
-  EXPECT_EQ(lost.iter, 0);
-  EXPECT_TRUE(std::isnan(lost.relres));
 }
 
 }  // namespace
