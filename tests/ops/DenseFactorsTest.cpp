@@ -84,7 +84,7 @@ class OnDevice {
   using T = typename Case::T;
   OnDevice(const Device& device, const Plain<T>& m)
       : rows_(m.rows), cols_(m.cols), array_(device, packed(m)) {}
-  T* data() { return array_.data(); }
+  operator T*() { return array_; }
   typename Case::I ld() const { return static_cast<typename Case::I>(leading()); }
   Plain<T> plain() const {
     const std::vector<T> values = array_.values();
@@ -150,11 +150,11 @@ TYPED_TEST(DenseProducts, AreThoseOfPlainLoops) {
       OnDevice<TypeParam> da(device, a), db(device, b), dc(device, Plain<T>(m, n));
       OnDevice<TypeParam> dt(device, Plain<T>(k, m));
       DeviceArray<T> dx(device, x.values), dy(device, y.values);
-      Ops::matmat(device, m, n, k, da.data(), da.ld(), db.data(), db.ld(), dc.data(), dc.ld());
+      Ops::matmat(device, m, n, k, da, da.ld(), db, db.ld(), dc, dc.ld());
       EXPECT_EQ(dc.plain().values, (a * b).values);
-      Ops::transpose(device, m, k, da.data(), da.ld(), dt.data(), dt.ld());
+      Ops::transpose(device, m, k, da, da.ld(), dt, dt.ld());
       EXPECT_EQ(dt.plain().values, adjoint(a, false).values);
-      Ops::aAxpby(device, m, k, T(2), da.data(), da.ld(), dx.data(), T(-3), dy.data());
+      Ops::aAxpby(device, m, k, T(2), da, da.ld(), dx, T(-3), dy);
       auto expected = a * x;
       for (long i = 0; i < m; ++i) expected(i, 0) = T(2) * expected(i, 0) - T(3) * y(i, 0);
       EXPECT_EQ(dy.values(), expected.values);
@@ -170,9 +170,9 @@ TYPED_TEST(DenseProducts, DiagonalsAndRowNormsOfEitherShape) {
       OnDevice<TypeParam> da(device, a);
       DeviceArray<T> diag(device, std::vector<T>(rows, T(9))), news(device, smallValues<T>(8, 6));
       DeviceArray<R> norms(device, std::size_t{rows});
-      Ops::get_diag(device, rows, cols, da.data(), da.ld(), diag.data());
-      Ops::mat_row_norm(device, rows, cols, da.data(), da.ld(), R(2), norms.data());
-      Ops::set_diag(device, rows, cols, da.data(), da.ld(), news.data());
+      Ops::get_diag(device, rows, cols, da, da.ld(), diag);
+      Ops::mat_row_norm(device, rows, cols, da, da.ld(), R(2), norms);
+      Ops::set_diag(device, rows, cols, da, da.ld(), news);
       for (unsigned i = 0; i < rows; ++i) {
         EXPECT_EQ(diag.values()[i], i < cols ? a(i, i) : T(0));
         // The maximum norm would be another number; so would the sum without its root.
@@ -184,6 +184,35 @@ TYPED_TEST(DenseProducts, DiagonalsAndRowNormsOfEitherShape) {
       }
       EXPECT_EQ(da.plain().values, a.values);
     }
+  }
+}
+
+// A scatter keeps the last of equal targets.
+TYPED_TEST(DenseProducts, RowsAndElementsAreReadAndWritten) {
+  MIVO_DENSE_TYPES
+  const std::vector<int> rows = {6, 0, 0, 3, 5};
+  for (const Device& device : testDevices()) {
+    Plain<T> a(7, 3, 1u), into(7, 3, 2u), picked(5, 3);
+    const Plain<T> b(5, 3, 3u);
+    OnDevice<TypeParam> da(device, a), db(device, b), dinto(device, into), dpicked(device, picked);
+    DeviceArray<int> list(device, rows);
+    for (long r = 0; r < 5; ++r) {
+      for (long j = 0; j < 3; ++j) {
+        picked(r, j) = a(rows[static_cast<std::size_t>(r)], j);
+        into(rows[static_cast<std::size_t>(r)], j) = b(r, j);
+      }
+    }
+    Ops::select_rows(device, 5, 3, list, da, da.ld(), dpicked, dpicked.ld());
+    EXPECT_EQ(dpicked.plain().values, picked.values);
+    Ops::unselect_rows(device, 5, 3, list, db, db.ld(), dinto, dinto.ld());
+    EXPECT_EQ(dinto.plain().values, into.values);
+    Ops::select_rows(device, 0, 3, nullptr, nullptr, 1, nullptr, 1);
+
+    DeviceArray<T> value(device, std::size_t{1});
+    Ops::get_element_value(device, 5, 2, da, da.ld(), value);
+    EXPECT_EQ(value.values()[0], a(5, 2));
+    Ops::set_element_value(device, 1, 2, da, da.ld(), a(1, 2) = T(-9));
+    EXPECT_EQ(da.plain().values, a.values);
   }
 }
 
@@ -203,24 +232,24 @@ struct RunsOf {
     OnDevice<C> da(device, a);
     DeviceArray<I> ipiv(device, std::vector<I>(static_cast<std::size_t>(a.rows), I(-5)));
     DeviceArray<I> info(device, std::vector<I>{-7});
-    Ops::xgetrf(device, static_cast<I>(a.rows), static_cast<I>(a.cols), da.data(), da.ld(),
-                exchange ? ipiv.data() : nullptr, info.data());
+    Ops::xgetrf(device, static_cast<I>(a.rows), static_cast<I>(a.cols), da, da.ld(),
+                exchange ? ipiv.data() : nullptr, info);
     return {da.plain(), ipiv.values(), info.values()[0]};
   }
   static T determinant(const Device& device, const Lu& lu, bool exchange = true) {
     OnDevice<C> factors(device, lu.factors);
     DeviceArray<I> ipiv(device, lu.ipiv);
     DeviceArray<T> det(device, std::size_t{1});
-    Ops::xgetrf_det(device, static_cast<I>(lu.factors.rows), factors.data(), factors.ld(),
-                    exchange ? ipiv.data() : nullptr, det.data());
+    Ops::xgetrf_det(device, static_cast<I>(lu.factors.rows), factors, factors.ld(),
+                    exchange ? ipiv.data() : nullptr, det);
     return det.values()[0];
   }
   static Plain<T> solve(const Device& device, const Plain<T>& a, const Plain<T>& b, I info) {
     OnDevice<C> da(device, a), db(device, b);
     DeviceArray<I> ipiv(device, static_cast<std::size_t>(a.rows));
     DeviceArray<I> state(device, std::vector<I>{-7});
-    Ops::xgesv(device, static_cast<I>(a.rows), static_cast<I>(b.cols), da.data(), da.ld(),
-               ipiv.data(), db.data(), db.ld(), state.data());
+    Ops::xgesv(device, static_cast<I>(a.rows), static_cast<I>(b.cols), da, da.ld(), ipiv, db,
+               db.ld(), state);
     EXPECT_EQ(state.values()[0], info);
     return db.plain();
   }
@@ -233,13 +262,13 @@ struct RunsOf {
     DeviceArray<int> state(device, std::vector<int>{-7});
     const I n = static_cast<I>(a.rows);
     if (member == nullptr) {
-      Ops::mat_gauss_elim(device, n, da.data(), da.ld(), db.data(), state.data());
+      Ops::mat_gauss_elim(device, n, da, da.ld(), db, state);
     } else {
-      member(device, 0, n, state.data(), da.data(), da.ld(), db.data());
+      member(device, 0, n, state, da, da.ld(), db);
       EXPECT_EQ(db.values(), b.values);
       EXPECT_EQ(state.values()[0], -7);
-      member(device, 1, n, state.data(), da.data(), da.ld(), nullptr);
-      member(device, 2, n, nullptr, da.data(), da.ld(), db.data());
+      member(device, 1, n, state, da, da.ld(), nullptr);
+      member(device, 2, n, nullptr, da, da.ld(), db);
     }
     da.plain();
     EXPECT_EQ(state.values()[0], status);
@@ -275,7 +304,7 @@ TYPED_TEST(DenseFactors, SolveAndInvertWithRowExchanges) {
       const auto lu = Runs::factor(device, a);
       DeviceArray<I> ipiv(device, lu.ipiv), state(device, std::vector<I>{-1});
       OnDevice<TypeParam> inverse(device, lu.factors);
-      Ops::xgetri(device, n, inverse.data(), inverse.ld(), ipiv.data(), state.data());
+      Ops::xgetri(device, n, inverse, inverse.ld(), ipiv, state);
       Runs::expectSmallResidual(a, inverse.plain(), Plain<T>::identity(n));
       Runs::expectSmallResidual(inverse.plain(), a, Plain<T>::identity(n));
 
@@ -341,7 +370,7 @@ TYPED_TEST(DenseFactors, WithoutExchangesAreThoseOfPlainElimination) {
     EXPECT_EQ(Runs::determinant(device, lu, false), T(-5));
     OnDevice<TypeParam> da(device, lu.factors), db(device, a);
     DeviceArray<I> info(device, std::vector<I>{lu.info});
-    Ops::xgetrs(device, 2, 2, da.data(), da.ld(), nullptr, db.data(), db.ld(), info.data());
+    Ops::xgetrs(device, 2, 2, da, da.ld(), nullptr, db, db.ld(), info);
     EXPECT_EQ(db.plain().values, Plain<T>::identity(2).values);
     EXPECT_EQ(Runs::factor(device, zero, false).info, 0);
   }
@@ -407,11 +436,11 @@ TYPED_TEST(DenseFactors, MembersWithoutEffectLeaveEverythingAlone) {
     const Plain<T> a(3, 3, 12u);
     OnDevice<TypeParam> da(device, a), db(device, a);
     DeviceArray<I> ipiv(device, std::vector<I>{5, 6, 7}), info(device, std::vector<I>{4});
-    Ops::xpotrf(device, 3, da.data(), da.ld(), info.data());
-    Ops::xpotrs(device, 3, 3, da.data(), da.ld(), db.data(), db.ld(), info.data());
-    Ops::xsytrf(device, 3, da.data(), da.ld(), ipiv.data(), info.data());
-    Ops::xsytf2(device, 3, da.data(), da.ld(), ipiv.data(), info.data());
-    Ops::xsytrs(device, 3, 3, da.data(), da.ld(), ipiv.data(), db.data(), db.ld(), info.data());
+    Ops::xpotrf(device, 3, da, da.ld(), info);
+    Ops::xpotrs(device, 3, 3, da, da.ld(), db, db.ld(), info);
+    Ops::xsytrf(device, 3, da, da.ld(), ipiv, info);
+    Ops::xsytf2(device, 3, da, da.ld(), ipiv, info);
+    Ops::xsytrs(device, 3, 3, da, da.ld(), ipiv, db, db.ld(), info);
     EXPECT_EQ(da.plain().values, a.values);
     EXPECT_EQ(db.plain().values, a.values);
     EXPECT_EQ(ipiv.values(), (std::vector<I>{5, 6, 7}));

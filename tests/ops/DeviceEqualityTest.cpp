@@ -13,15 +13,10 @@ namespace mivo::test {
 namespace {
 
 template <class T>
-T roundingValue(std::mt19937& rng) {
+std::vector<T> roundingVector(std::mt19937& rng, std::size_t n) {
   std::uniform_real_distribution<double> draw(-1.0, 1.0);
-  return fromParts<T>([&] { return draw(rng); });
-}
-
-template <class T>
-std::vector<T> roundingVector(std::mt19937& rng, int n) {
-  std::vector<T> x(static_cast<std::size_t>(n));
-  for (T& v : x) v = roundingValue<T>(rng);
+  std::vector<T> x(n);
+  for (T& v : x) v = fromParts<T>([&] { return draw(rng); });
   return x;
 }
 
@@ -36,18 +31,6 @@ class DeviceEquality : public testing::Test {
   void SetUp() override {
     if (testDevices().size() < 2) GTEST_SKIP() << "no CUDA device";
   }
-
-  /// op(device, x, y, z) on arrays in the memory of each device leaves the same bits in z.
-  template <class Op>
-  void expectSameBits(const char* name, const Op& op) {
-    std::vector<std::vector<T>> results;
-    for (const Device& device : testDevices()) {
-      DeviceArray<T> x(device, first), y(device, second), z(device, third);
-      op(device, x.data(), y.data(), z.data());
-      results.push_back(z.values());
-    }
-    EXPECT_EQ(results[0], results[1]) << name;
-  }
 };
 TYPED_TEST_SUITE(DeviceEquality, ScalarTypes);
 
@@ -56,15 +39,13 @@ TYPED_TEST(DeviceEquality, ReductionsAddUpTo256PartialSums) {
   const Device device = testDevices()[1];
   DeviceArray<T> x(device, this->first), y(device, this->second);
   for (const int n : {3, 256, 257, this->kSize}) {
-    const int parts = std::min(n, 256);
-    std::vector<T> partial(static_cast<std::size_t>(parts), T(0));
-    for (int i = 0; i < n; ++i) {
-      const auto k = static_cast<std::size_t>(i);
+    std::vector<T> partial(static_cast<std::size_t>(std::min(n, 256)), T(0));
+    for (std::size_t k = 0; k < static_cast<std::size_t>(n); ++k) {
       partial[k % partial.size()] += conj(this->first[k]) * this->second[k];
     }
     T expected = partial[0];
-    for (int p = 1; p < parts; ++p) expected += partial[static_cast<std::size_t>(p)];
-    const T on_device = BlasOps<T, int>::dot(device, n, x.data(), y.data());
+    for (std::size_t p = 1; p < partial.size(); ++p) expected += partial[p];
+    const T on_device = BlasOps<T, int>::dot(device, n, x, y);
     EXPECT_EQ(on_device, expected) << n;
     const T on_host = BlasOps<T, int>::dot(Device(), n, this->first.data(), this->second.data());
     const double eps = std::numeric_limits<RealType<T>>::epsilon();
@@ -75,26 +56,30 @@ TYPED_TEST(DeviceEquality, ReductionsAddUpTo256PartialSums) {
 TYPED_TEST(DeviceEquality, ProductsAndSweepsGiveTheSameBits) {
   using T = TypeParam;
   using R = RealType<T>;
-  using SpBlas = SpBlasOps<T, int>;
+  using Ops = SpBlasOps<T, int>;
   const int n = this->kSize;
   auto a = randomCsr<T>(this->rng, n, n);
-  for (T& v : a.values) v = roundingValue<T>(this->rng);
-  const T alpha = roundingValue<T>(this->rng), beta = roundingValue<T>(this->rng);
-  const auto with_matrix = [&](const char* name, const auto& op) {
-    this->expectSameBits(name, [&](const Device& d, const T* x, T* y, T* z) {
-      const DeviceCsr<T> on_device(d, a);
-      op(d, on_device, x, y, z);
-    });
+  a.values = roundingVector<T>(this->rng, a.values.size());
+  const auto factors = roundingVector<T>(this->rng, 2);
+  const auto expectSameBits = [&](const char* name, const auto& op) {
+    std::vector<std::vector<T>> results;
+    for (const Device& device : testDevices()) {
+      const DeviceCsr<T> m(device, a);
+      DeviceArray<T> x(device, this->first), y(device, this->second), z(device, this->third);
+      op(device, m, x, y, z);
+      results.push_back(z.values());
+    }
+    EXPECT_EQ(results[0], results[1]) << name;
   };
-  using Csr = DeviceCsr<T>;
-  with_matrix("aAxpby", [&](const Device& d, const Csr& m, const T* x, T*, T* z) {
-    SpBlas::aAxpby(d, alpha, n, n, m.rowptr(), m.rowptr() + 1, m.col_idx(), m.values(), x, beta, z);
+  expectSameBits("aAxpby", [&](const Device& d, const auto& m, T* x, T*, T* z) {
+    Ops::aAxpby(d, factors[0], n, n, m.rowptr(), m.rowptr() + 1, m.col_idx(), m.values(), x,
+                factors[1], z);
   });
-  with_matrix("jacobi", [&](const Device& d, const Csr& m, const T* x, T* y, T* z) {
-    SpBlas::jacobi(d, n, n, m.rowptr(), m.col_idx(), m.values(), x, y, z, T(R(0.7)));
+  expectSameBits("jacobi", [&](const Device& d, const auto& m, T* x, T* y, T* z) {
+    Ops::jacobi(d, n, n, m.rowptr(), m.col_idx(), m.values(), x, y, z, T(R(0.7)));
   });
-  with_matrix("richardson", [&](const Device& d, const Csr& m, const T* x, T* y, T* z) {
-    SpBlas::richardson(d, n, n, m.rowptr(), m.col_idx(), m.values(), x, y, z, T(R(0.7)));
+  expectSameBits("richardson", [&](const Device& d, const auto& m, T* x, T* y, T* z) {
+    Ops::richardson(d, n, n, m.rowptr(), m.col_idx(), m.values(), x, y, z, T(R(0.7)));
   });
   // Gauss-Seidel is one sequential task everywhere; a heavy diagonal keeps it bounded.
   for (int i = 0; i < n; ++i) {
@@ -102,8 +87,8 @@ TYPED_TEST(DeviceEquality, ProductsAndSweepsGiveTheSameBits) {
       if (a.col_idx[k] == i) a.values[k] = T(R(900.1));
     }
   }
-  with_matrix("sor", [&](const Device& d, const Csr& m, const T*, T* y, T* z) {
-    SpBlas::sor(d, n, n, m.rowptr(), m.col_idx(), m.values(), y, z, T(R(1.2)), 1, nullptr);
+  expectSameBits("sor", [&](const Device& d, const auto& m, T*, T* y, T* z) {
+    Ops::sor(d, n, n, m.rowptr(), m.col_idx(), m.values(), y, z, T(R(1.2)), 1, nullptr);
   });
 }
 

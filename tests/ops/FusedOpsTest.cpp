@@ -58,20 +58,13 @@ std::vector<Input<T>> inputs() {
   return out;
 }
 
-/// An array that passes for a pointer.
-template <class T>
-struct Array : DeviceArray<T> {
-  using DeviceArray<T>::DeviceArray;
-  operator T*() { return this->data(); }
-};
-
 /// Array for a fused call and an equal one for its parts, which have the same bits in the end.
 template <class T>
 struct Twice {
   Twice(const Device& device, const std::vector<T>& values)
       : fused(device, values), parts(device, values) {}
   ~Twice() { expectSameBits(fused.values(), parts.values()); }
-  Array<T> fused, parts;
+  DeviceArray<T> fused, parts;
 };
 
 template <class T>
@@ -87,7 +80,7 @@ TYPED_TEST_SUITE(FusedOpsTest, ScalarTypes);
 TYPED_TEST(FusedOpsTest, CgUpdateHasTheBitsOfTwoAxpbyAndANorm) {
   MIVO_FUSED_TYPES
   for (auto& [device, n, draw] : inputs<T>()) {
-    Array<T> p(device, draw()), q(device, draw());
+    DeviceArray<T> p(device, draw()), q(device, draw());
     Twice<T> x(device, draw()), r(device, draw());
     const T alpha = draw.finite();
     Ops::axpby(device, n, alpha, p, T(1), x.parts);
@@ -100,7 +93,7 @@ TYPED_TEST(FusedOpsTest, CgUpdateHasTheBitsOfTwoAxpbyAndANorm) {
 TYPED_TEST(FusedOpsTest, CombinationsHaveTheBitsOfTheirPartsAndReductions) {
   MIVO_FUSED_TYPES
   for (auto& [device, n, draw] : inputs<T>()) {
-    Array<T> x(device, draw()), q(device, draw());
+    DeviceArray<T> x(device, draw()), q(device, draw());
     Twice<T> y(device, draw()), z(device, draw());
     const T a = draw.finite(), b = T(R(1.5));
     Ops::axpby(device, n, a, x, T(1), y.parts);
@@ -120,9 +113,9 @@ TYPED_TEST(FusedOpsTest, StepsOfKrylovMethodsHaveTheBitsOfTheirParts) {
   MIVO_FUSED_TYPES
   for (auto& [device, n, draw] : inputs<T>()) {
     const T a = draw.step(), b = draw.step(), c = draw.step(), d = draw.step();
-    Array<T> u(device, draw()), v(device, draw()), p(device, draw()), q(device, draw());
-    Array<T> w(device, draw()), ws(device, u.values());
-    Array<T> lq(device, w.values());
+    DeviceArray<T> u(device, draw()), v(device, draw()), p(device, draw()), q(device, draw());
+    DeviceArray<T> w(device, draw()), ws(device, u.values());
+    DeviceArray<T> lq(device, w.values());
     Twice<T> r(device, draw()), z(device, draw()), x(device, draw()), bar(device, w.values());
     Ops::axpy(device, n, a, v, r.parts);
     Ops::axpy(device, n, b, p, r.parts);
@@ -152,7 +145,7 @@ TYPED_TEST(FusedOpsTest, QlpStepReflectsTheBasis) {
   const T g(R(0.5)), c1(R(0.6)), s1(R(0.8)), c2(R(-5) / 13), s2(R(12) / 13);
   for (auto& [device, n, draw] : inputs<T>()) {
     const auto z = draw(n, false), old = draw(n, false), last = draw(n, false);
-    Array<T> zs(device, z), w_old(device, old), w(device, last), x(device, z.size());
+    DeviceArray<T> zs(device, z), w_old(device, old), w(device, last), x(device, z.size());
     Fused::qlp_step(device, n, g, zs, c2, s2, c1, s1, T(1), w_old, w, x);
     const auto now_old = w_old.values(), now = w.values(), step = x.values();
     for (std::size_t i = 0; i < z.size(); ++i) {
@@ -173,9 +166,9 @@ TYPED_TEST(FusedOpsTest, JacobiFromZeroHasTheBitsOfASweepWithProduct) {
       for (int j = i % 5; j < n && i % 7 != 3; j += 5) columns.push_back(j);
       rowptr.push_back(static_cast<int>(columns.size()));
     }
-    Array<int> rows(device, rowptr), cols(device, columns);
-    Array<T> values(device, draw(rowptr.back(), false)), d(device, draw());
-    Array<T> b(device, draw()), r(device, b.values());
+    DeviceArray<int> rows(device, rowptr), cols(device, columns);
+    DeviceArray<T> values(device, draw(rowptr.back(), false)), d(device, draw());
+    DeviceArray<T> b(device, draw()), r(device, b.values());
     Twice<T> x(device, draw(n, true));
     const T relax = draw.finite();
     Ops::fill(device, n, T(0), x.parts);
@@ -192,7 +185,7 @@ TYPED_TEST(FusedOpsTest, CountsElementsWithAnyPartThatIsNotFinite) {
     EXPECT_EQ(Fused::count_nonfinite(device, 0, nullptr), 0);
     auto values = Draw<T>{597, false}();
     const auto count = [&] {
-      return Fused::count_nonfinite(device, 597, DeviceArray<T>(device, values).data());
+      return Fused::count_nonfinite(device, 597, DeviceArray<T>(device, values));
     };
     values[5] = T(std::numeric_limits<R>::max());
     values[6] = T(std::numeric_limits<R>::denorm_min());

@@ -20,58 +20,46 @@ HostCsr<T, I> sum(T alpha, const HostCsr<T, I>& a, T beta, const HostCsr<T, I>& 
   });
 }
 
-TYPED_TEST(SpBlasAlgebra, ProductStandsInOrderOfFirstAppearance) {
-  USE_TYPES
-  this->forEachMatrix([&](const Device& device, const Csr& a, const OnDevice& da) {
-    const I cols = 37;
-    const Csr b = this->random(a.cols, cols);
-    const OnDevice db(device, b);
-    DeviceArray<I> marker(device, std::vector<I>(cols, 5));
-    const Csr c = this->twoPasses(device, a.rows, cols, [&](View out) {
-      Ops::csr_matmul(device, a.rows, a.cols, cols, da.rowptr(), da.col_idx(), da.values(),
-                      db.rowptr(), db.col_idx(), db.values(), out.row_begin, out.col_idx,
-                      out.values, marker.data());
-    });
-    EXPECT_EQ(c, Csr::build(a.rows, cols, [&](I i, Csr& out) {
-                for (const auto& [k, u] : a.row(i)) {
-                  for (const auto& [j, v] : b.row(k)) out.accumulate(j, v * u);
-                }
-              }));
+/// A B with columns in order of first appearance.
+template <class T, class I>
+HostCsr<T, I> product(const HostCsr<T, I>& a, const HostCsr<T, I>& b) {
+  return HostCsr<T, I>::build(a.rows, b.cols, [&](I i, HostCsr<T, I>& c) {
+    for (const auto& [k, u] : a.row(i)) {
+      for (const auto& [j, v] : b.row(k)) c.accumulate(j, v * u);
+    }
   });
 }
 
-// A term without products leaves the rows unsorted, as if it were not there.
-TYPED_TEST(SpBlasAlgebra, SumOfProductsIsThatOfTheSingleOnes) {
-  using T = typename TypeParam::T;
-  using I = typename TypeParam::I;
-  using Csr = HostCsr<T, I>;
-  const auto product = [](const Csr& a, const Csr& b) {
-    return Csr::build(a.rows, b.cols, [&](I i, Csr& out) {
-      for (const auto& [k, u] : a.row(i)) {
-        for (const auto& [j, v] : b.row(k)) out.accumulate(j, v * u);
-      }
-    });
-  };
-  this->forEachMatrix([&](const Device& device, const Csr& a, const DeviceCsr<T, I>& da) {
-    const I cols = 23;
+// A term without products leaves the rows of a sum unsorted, as if it were not there.
+TYPED_TEST(SpBlasAlgebra, ProductsAndTheirSumsStandInOrder) {
+  USE_TYPES
+  this->forEachMatrix([&](const Device& device, const Csr& a, const OnDevice& da) {
+    const I cols = 37;
     const Csr b0 = this->random(a.cols, cols), b1 = this->random(a.cols, cols);
-    const Csr empty = Csr::build(a.cols, cols, [](I, Csr&) {});
-    const DeviceCsr<T, I> d0(device, b0), d1(device, b1), d2(device, empty);
-    DeviceArray<COT_CSRRawMat<T, I>> left(device, {da.view(), da.view(), da.view()});
+    const Csr p0 = product(a, b0), p1 = product(a, b1);
+    const OnDevice d0(device, b0), d1(device, b1),
+        d2(device, Csr::build(a.cols, cols, [](I, Csr&) {}));
     DeviceArray<I> marker(device, std::vector<I>(cols, 5)), used(device, std::vector<I>(3, 7));
+    EXPECT_EQ(this->twoPasses(device, a.rows, cols,
+                              [&](View out) {
+                                Ops::csr_matmul(device, a.rows, a.cols, cols, da.rowptr(),
+                                                da.col_idx(), da.values(), d0.rowptr(),
+                                                d0.col_idx(), d0.values(), out.row_begin,
+                                                out.col_idx, out.values, marker);
+                              }),
+              p0);
     Csr room;
     room.rowptr.resize(cols);
     room.col_idx.resize(cols);
     room.values.resize(cols);
-    const DeviceCsr<T, I> scratch(device, room);
+    const OnDevice scratch(device, room);
+    DeviceArray<View> left(device, {da.view(), da.view(), da.view()});
     for (const bool two : {false, true}) {
-      DeviceArray<COT_CSRRawMat<T, I>> right(device,
-                                             {d2.view(), d0.view(), two ? d1.view() : d2.view()});
-      const Csr c = this->twoPasses(device, a.rows, cols, [&](COT_CSRRawMat<T, I> out) {
-        SpBlasOps<T, I>::csr_matmul_vec(device, a.rows, cols, 3, left.data(), right.data(), out,
-                                        used.data(), marker.data(), scratch.view());
+      DeviceArray<View> right(device, {d2.view(), d0.view(), two ? d1.view() : d2.view()});
+      const Csr c = this->twoPasses(device, a.rows, cols, [&](View out) {
+        Ops::csr_matmul_vec(device, a.rows, cols, 3, left, right, out, used, marker,
+                            scratch.view());
       });
-      const Csr p0 = product(a, b0), p1 = product(a, b1);
       const bool sorted = two && !p0.values.empty() && !p1.values.empty();
       const Csr s = two ? sum(T(1), p0, T(1), p1) : p0;
       EXPECT_EQ(c, sorted ? s.sorted() : s);
@@ -85,8 +73,7 @@ TYPED_TEST(SpBlasAlgebra, AdditionSortsItsInputsAndKeepsStoredZeros) {
     for (const bool cancel : {false, true}) {
       const T beta = cancel ? T(-2) : T(3);
       const Csr b = cancel ? a : this->random(a.rows, a.cols);
-      const OnDevice da(device, a);
-      const OnDevice db(device, b);
+      const OnDevice da(device, a), db(device, b);
       Csr room;
       room.col_idx.resize(a.values.size() + b.values.size());
       room.values.resize(room.col_idx.size());
@@ -108,12 +95,11 @@ TYPED_TEST(SpBlasAlgebra, HashedAdditionKeepsFirstAppearanceAndItsInputs) {
     Csr b = this->random(a.rows, a.cols);
     for (I& c : a.col_idx) c *= 65537;  // wide columns make the slots of a row collide
     for (I& c : b.col_idx) c *= 65537;
-    const OnDevice da(device, a);
-    const OnDevice db(device, b);
+    const OnDevice da(device, a), db(device, b);
     const Slot stale{1, 1, Slot::kOccupied};
     DeviceArray<Slot> slots(device, std::vector<Slot>(a.values.size() + b.values.size(), stale));
     const auto c = this->twoPasses(device, a.rows, a.cols, [&](View out) {
-      Ops::csr_matadd_hash(device, T(2), da.view(), T(-3), db.view(), {}, out, slots.data());
+      Ops::csr_matadd_hash(device, T(2), da.view(), T(-3), db.view(), {}, out, slots);
     });
     EXPECT_EQ(c, sum(T(2), a, T(-3), b));
     EXPECT_EQ(da.host(), a);
@@ -129,7 +115,7 @@ TYPED_TEST(SpBlasAlgebra, SumOfManyAddsInTableOrder) {
     DeviceArray<View> table(device, {da.view(), db.view(), da.view()});
     DeviceArray<I> marker(device, std::vector<I>(a.cols, 5));
     const auto c = this->twoPasses(device, a.rows, a.cols, [&](View out) {
-      Ops::csr_matadd_vec(device, a.rows, a.cols, 3, table.data(), out, marker.data());
+      Ops::csr_matadd_vec(device, a.rows, a.cols, 3, table, out, marker);
     });
     EXPECT_EQ(c, sum(T(2), a, T(1), b));
   });
@@ -138,12 +124,10 @@ TYPED_TEST(SpBlasAlgebra, SumOfManyAddsInTableOrder) {
 TYPED_TEST(SpBlasAlgebra, ScalingsMultiplyRowsAndColumns) {
   USE_TYPES
   this->forEachMatrix([&](const Device& device, Csr a, const auto& d) {
-    const std::vector<T> left = this->vector(a.rows);
-    const std::vector<T> right = this->vector(a.cols);
-    DeviceArray<T> dleft(device, left);
-    DeviceArray<T> dright(device, right);
-    Ops::csr_matmul_aDA(device, T(3), dleft.data(), d.mergeView(0, 0));
-    Ops::csr_matmul_aAD(device, T(2), d.blockView(0, 0, 0, dright.data()));
+    const std::vector<T> left = this->vector(a.rows), right = this->vector(a.cols);
+    DeviceArray<T> dleft(device, left), dright(device, right);
+    Ops::csr_matmul_aDA(device, T(3), dleft, d.mergeView(0, 0));
+    Ops::csr_matmul_aAD(device, T(2), d.blockView(0, 0, 0, dright));
     for (I i = 0; i < a.rows; ++i) {
       for (I k = a.rowptr[i]; k < a.rowptr[i + 1]; ++k) {
         a.values[k] *= left[i] * right[a.col_idx[k]] * T(6);
@@ -156,10 +140,8 @@ TYPED_TEST(SpBlasAlgebra, ScalingsMultiplyRowsAndColumns) {
 TYPED_TEST(SpBlasAlgebra, DiagonalUpdateLeavesTheRestUnscaled) {
   USE_TYPES
   this->forEachMatrix([&](const Device& device, const Csr& source, const OnDevice& d) {
-    const std::vector<T> a = this->vector(source.rows);
-    const std::vector<T> b = this->vector(source.rows);
-    DeviceArray<T> da(device, a);
-    DeviceArray<T> db(device, b);
+    const std::vector<T> a = this->vector(source.rows), b = this->vector(source.rows);
+    DeviceArray<T> da(device, a), db(device, b);
     // Offsets that put the diagonal elsewhere and, for some rows, out of the block.
     for (const I offset : {0, 2, -7}) {
       for (const bool given : {true, false}) {
@@ -212,7 +194,7 @@ TYPED_TEST(SpBlasAlgebra, TransposeAndSortMatchTheirDefinitions) {
     for (I i = 0; i < a.rows; ++i) {
       for (const auto& [j, v] : a.row(i)) dense[i * a.cols + j] = v;
     }
-    Ops::csr2dense(device, a.rows, a.cols, s.rowptr(), s.col_idx(), s.values(), ddense.data());
+    Ops::csr2dense(device, a.rows, a.cols, s.rowptr(), s.col_idx(), s.values(), ddense);
     EXPECT_EQ(ddense.values(), dense);
   });
 }
@@ -236,7 +218,7 @@ TYPED_TEST(SpBlasAlgebra, SparsifyComparesTheModulusStrictly) {
       EXPECT_EQ(sparsified(T(limit), nullptr),
                 a.filtered([&](I, I, const T& v) { return abs(v) > R(limit); }));
     }
-    EXPECT_EQ(sparsified(T(9), per_row.data()),
+    EXPECT_EQ(sparsified(T(9), per_row),
               a.filtered([](I i, I, const T& v) { return abs(v) > R(i % 4); }));
   });
 }

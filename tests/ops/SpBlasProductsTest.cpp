@@ -7,13 +7,13 @@
 namespace mivo::test {
 namespace {
 
+/// The stored diagonal element, else 1.
 template <class T, class I>
 T storedDiagonal(const HostCsr<T, I>& a, I i) {
-  T d = T(1);
   for (const auto& [j, v] : a.row(i)) {
-    if (j == i) d = v;
+    if (j == i) return v;
   }
-  return d;
+  return T(1);
 }
 
 /// Gives the stored diagonal entries large values, so that sweeps stay bounded and no integer is
@@ -52,12 +52,12 @@ template <class Pair>
 class SpBlasProducts : public SpBlasSuite<Pair> {};
 TYPED_TEST_SUITE(SpBlasProducts, SpBlasTypes);
 
+/// A x, summed in stored order.
 template <class T, class I>
 std::vector<T> product(const HostCsr<T, I>& a, const std::vector<T>& x) {
-  const std::vector<T> dense = a.dense();
   std::vector<T> y(a.rows, T(0));
   for (I i = 0; i < a.rows; ++i) {
-    for (I j = 0; j < a.cols; ++j) y[i] += dense[i * a.cols + j] * x[j];
+    for (const auto& [j, v] : a.row(i)) y[i] += v * x[j];
   }
   return y;
 }
@@ -73,23 +73,22 @@ TYPED_TEST(SpBlasProducts, ProductsMatchTheDenseOnes) {
       std::vector<T> y = this->vector(a.rows);
       DeviceArray<T> dy(device, y);
       for (I i = 0; i < a.rows; ++i) y[i] = T(2) * ax[i] + beta * y[i];
-      Ops::aAxpby(device, T(2), a.rows, a.cols, d.rowptr(), nullptr, d.col_idx(), d.values(),
-                  dx.data(), beta, dy.data());
+      Ops::aAxpby(device, T(2), a.rows, a.cols, d.rowptr(), nullptr, d.col_idx(), d.values(), dx,
+                  beta, dy);
       EXPECT_EQ(dy.values(), y);
     }
     std::vector<T> y = this->vector(a.rows);
     DeviceArray<T> dy(device, y);
     for (I i = 0; i < a.rows; ++i) y[i] += (b[i] - ax[i]) * T(2);
-    Ops::richardson(device, a.rows, a.cols, d.rowptr(), d.col_idx(), d.values(), dx.data(),
-                    db.data(), dy.data(), T(2));
+    Ops::richardson(device, a.rows, a.cols, d.rowptr(), d.col_idx(), d.values(), dx, db, dy, T(2));
     EXPECT_EQ(dy.values(), y);
 
     // Two pairs of vectors, apart by more than their length in y; what lies between stays.
     std::vector<T> wide(2 * a.rows + 2, T(60));
     DeviceArray<T> dwide(device, wide);
     for (I i = 0; i < a.rows; ++i) wide[i] = wide[i + a.rows + 2] = T(3) * ax[i] + T(60);
-    Ops::aAxpby_multi(device, T(3), a.rows, a.cols, d.rowptr(), d.col_idx(), d.values(), 2, 3,
-                      dx.data(), T(1), a.rows + 2, dwide.data());
+    Ops::aAxpby_multi(device, T(3), a.rows, a.cols, d.rowptr(), d.col_idx(), d.values(), 2, 3, dx,
+                      T(1), a.rows + 2, dwide);
     EXPECT_EQ(dwide.values(), wide);
   });
 }
@@ -100,29 +99,22 @@ TYPED_TEST(SpBlasProducts, JacobiDividesByTheStoredDiagonalOrOne) {
     const I n = shape.rows;
     const auto a = dominant(this->random(n, n));
     const OnDevice d(device, a);
-    const std::vector<T> x = this->vector(n);
-    const std::vector<T> b = this->vector(n);
-    const std::vector<T> ax = product(a, x);
-    std::vector<T> jacobi = this->vector(n);
-    std::vector<T> lp = jacobi;
+    const std::vector<T> x = this->vector(n), b = this->vector(n), ax = product(a, x);
+    std::vector<T> jacobi = this->vector(n), lp = jacobi;
     std::vector<I> map(n, 0);
-    DeviceArray<T> dx(device, x);
-    DeviceArray<T> db(device, b);
-    DeviceArray<T> dy(device, jacobi);
-    DeviceArray<T> dz(device, lp);
+    DeviceArray<T> dx(device, x), db(device, b), dy(device, jacobi), dz(device, lp);
     for (I i = 0; i < n; ++i) {
-      const T diagonal = storedDiagonal(a, i);
-      jacobi[i] += (b[i] - ax[i]) * T(40) / diagonal;
+      const T diagonal = storedDiagonal(a, i), step = (b[i] - ax[i]) * T(40);
+      jacobi[i] += step / diagonal;
       R weight = R(0);
       for (const auto& entry : a.row(i)) weight += abs(entry.second);
       map[i] = weight == R(0) || i % 4 == 1 ? -1 : i;
-      lp[i] = map[i] < 0 ? x[i] : lp[i] + (b[i] - ax[i]) * T(40) * diagonal / T(weight);
+      lp[i] = map[i] < 0 ? x[i] : lp[i] + step * diagonal / T(weight);
     }
     DeviceArray<I> dmap(device, map);
-    Ops::jacobi(device, n, n, d.rowptr(), d.col_idx(), d.values(), dx.data(), db.data(), dy.data(),
-                T(40));
-    Ops::jacobi_diagLp(device, n, n, d.rowptr(), d.col_idx(), d.values(), dx.data(), db.data(),
-                       dz.data(), T(40), T(1), dmap.data());
+    Ops::jacobi(device, n, n, d.rowptr(), d.col_idx(), d.values(), dx, db, dy, T(40));
+    Ops::jacobi_diagLp(device, n, n, d.rowptr(), d.col_idx(), d.values(), dx, db, dz, T(40), T(1),
+                       dmap);
     EXPECT_EQ(dy.values(), jacobi);
     EXPECT_EQ(dz.values(), lp);
   });
@@ -146,8 +138,7 @@ TYPED_TEST(SpBlasProducts, SweepsFollowDirectionAndOrder) {
         }
         x[i] = (b[i] - s) * T(3) / storedDiagonal(a, i) + x[i] * (T(1) - T(3));
       }
-      Ops::sor(device, n, n, d.rowptr(), d.col_idx(), d.values(), db.data(), dx.data(), T(3),
-               forward, order);
+      Ops::sor(device, n, n, d.rowptr(), d.col_idx(), d.values(), db, dx, T(3), forward, order);
       EXPECT_EQ(dx.values(), x);
     });
   });
@@ -155,38 +146,29 @@ TYPED_TEST(SpBlasProducts, SweepsFollowDirectionAndOrder) {
 
 TYPED_TEST(SpBlasProducts, BlockSweepsReadLiveOwnAndFrozenGhostValues) {
   USE_TYPES
-  this->forEachMatrix([&](const Device& device, const auto& first, const auto&) {
+  this->forEachMatrix([&](const Device& device, const auto& first, const auto& d0) {
     // Blocks of ranks 0, 1 (the own one) and 2, the diagonal given apart from the matrix.
     const I n = first.rows;
     const std::vector<Csr> a = {first, dominant(this->random(n, n)), this->random(n, 5)};
-    std::vector<std::vector<T>> operands;
-    std::vector<OnDevice> matrices;
-    std::vector<std::unique_ptr<DeviceArray<T>>> pieces;
-    std::vector<COT_SpMVCSRRawMat<T, I>> blocks;
-    for (int m = 0; m < 3; ++m) {
-      operands.push_back(this->vector(a[m].cols));
-      matrices.emplace_back(device, a[m]);
-      pieces.push_back(std::make_unique<DeviceArray<T>>(device, operands[m]));
-      blocks.push_back(matrices[m].blockView(0, 0, m, pieces[m]->data()));
-    }
-    DeviceArray<COT_SpMVCSRRawMat<T, I>> table(device, blocks);
+    std::vector<std::vector<T>> x = {this->vector(first.cols), {}, this->vector(5)};
+    const OnDevice d1(device, a[1]), d2(device, a[2]);
+    DeviceArray<T> left(device, x[0]), right(device, x[2]);
+    DeviceArray<COT_SpMVCSRRawMat<T, I>> table(
+        device, {d0.blockView(0, 0, 0, left), d1.blockView(0, 0, 1), d2.blockView(0, 0, 2, right)});
     const std::vector<T> b = this->vector(n);
-    DeviceArray<T> db(device, b);
-    DeviceArray<T> diag(device, std::vector<T>(n, T(80)));
+    DeviceArray<T> db(device, b), diag(device, std::vector<T>(n, T(80)));
     forEachSweep(this->rng, device, n, [&](const auto& steps, int forward, const I* order) {
-      std::vector<T>& x = operands[1];
-      x = this->vector(n);
-      DeviceArray<T> dx(device, x);
+      x[1] = this->vector(n);
+      DeviceArray<T> dx(device, x[1]);
       for (const I i : steps) {
         T s = T(0);
         for (int m = 0; m < 3; ++m) {
-          for (const auto& [j, v] : a[m].row(i)) s += v * operands[m][j];
+          for (const auto& [j, v] : a[m].row(i)) s += v * x[m][j];
         }
-        x[i] += (b[i] - s) * T(2) / T(80);
+        x[1][i] += (b[i] - s) * T(2) / T(80);
       }
-      Ops::par_sor(device, n, 1, 3, table.data(), db.data(), diag.data(), dx.data(), T(2), forward,
-                   order);
-      EXPECT_EQ(dx.values(), x);
+      Ops::par_sor(device, n, 1, 3, table, db, diag, dx, T(2), forward, order);
+      EXPECT_EQ(dx.values(), x[1]);
     });
   });
 }
@@ -205,14 +187,10 @@ void expectStoredOrder() {
         const int n = spread == 1 ? 7 : static_cast<int>(rng() % spread);
         for (int k = 0; k < n; ++k) out.push(static_cast<int>(rng() % 1000), T(real(rng)));
       });
+      const std::vector<T> ax = product(a, x);
       for (const T beta : {T(0), T(0.3)}) {
-        std::vector<T> y(rows, T(0.7));
-        std::vector<T> expected = y;
-        for (int i = 0; i < rows; ++i) {
-          T s = T(0);
-          for (const auto& [j, v] : a.row(i)) s += v * x[j];
-          expected[i] = beta == T(0) ? T(1.1) * s : T(1.1) * s + beta * y[i];
-        }
+        std::vector<T> y(rows, T(0.7)), expected;
+        for (const T s : ax) expected.push_back(T(1.1) * s + beta * T(0.7));
         SpBlasOps<T, int>::aAxpby(Device(), T(1.1), rows, 1000, a.rowptr.data(), nullptr,
                                   a.col_idx.data(), a.values.data(), x.data(), beta, y.data());
         ASSERT_EQ(y, expected) << rows << " rows, spread " << spread;

@@ -27,7 +27,7 @@ TYPED_TEST(SpBlasSelection, RowsComeCompactOrAtTheirOwnNumbers) {
     const I n = static_cast<I>(chosen.size());
     const auto selected = [&](I rows, int keep) {
       return this->twoPasses(device, rows, a.cols, [&](View out) {
-        Ops::get_selected_rows(device, d.view(), n, list.data(), nullptr, out, keep);
+        Ops::get_selected_rows(device, d.view(), n, list, nullptr, out, keep);
       });
     };
     EXPECT_EQ(selected(n, 0),
@@ -48,8 +48,8 @@ TYPED_TEST(SpBlasSelection, ColumnsByListRangeAndPosition) {
     }
     DeviceArray<I> list(device, std::vector<I>(wanted.begin(), wanted.end()));
     EXPECT_EQ(twoPasses([&](View out) {
-                Ops::get_selected_cols(device, d.view(), static_cast<I>(wanted.size()), list.data(),
-                                       out, 10);
+                Ops::get_selected_cols(device, d.view(), static_cast<I>(wanted.size()), list, out,
+                                       10);
               }),
               a.filtered([&](I, I j, const T&) { return wanted.count(j) > 0; }, 10));
 
@@ -66,7 +66,7 @@ TYPED_TEST(SpBlasSelection, ColumnsByListRangeAndPosition) {
     DeviceArray<I> begins(device, first);
     DeviceArray<I> ends(device, std::vector<I>(a.rowptr.begin() + 1, a.rowptr.end()));
     EXPECT_EQ(twoPasses([&](View out) {
-                Ops::get_selected_cols_v2(device, d.view(), begins.data(), ends.data(), out, 1);
+                Ops::get_selected_cols_v2(device, d.view(), begins, ends, out, 1);
               }),
               Csr::build(a.rows, a.cols, [&](I i, Csr& out) {
                 for (I k = first[i]; k < a.rowptr[i + 1]; ++k) out.push(a.col_idx[k], a.values[k]);
@@ -93,27 +93,24 @@ TYPED_TEST(SpBlasSelection, SplitColumnsJoinAgain) {
         blocks.push_back(parts[p].mergeView(0, shift));
       }
       DeviceArray<View> table(device, views);
-      Ops::csr_split_cols(device, CSR_MAT_STEP_COUNT, d.view(), 3, dbounds.data(), table.data(),
-                          rebase);
+      Ops::csr_split_cols(device, CSR_MAT_STEP_COUNT, d.view(), 3, dbounds, table, rebase);
       for (int p = 0; p < 3; ++p) {
         EXPECT_EQ(parts[p].host().rowptr, expected[p].rowptr);
         EXPECT_EQ(table.values()[p].nnz, 0);
       }
-      Ops::csr_split_cols(device, CSR_MAT_STEP_FILL, d.view(), 3, dbounds.data(), table.data(),
-                          rebase);
+      Ops::csr_split_cols(device, CSR_MAT_STEP_FILL, d.view(), 3, dbounds, table, rebase);
       for (int p = 0; p < 3; ++p) EXPECT_EQ(parts[p].host(), expected[p]);
 
       blocks.push_back({});  // a block without arrays is empty
       DeviceArray<COT_MergeCSRRawMat<T, I>> merge_table(device, blocks);
-      EXPECT_EQ(this->twoPasses(
-                    device, a.rows, a.cols,
-                    [&](View out) { Ops::csr_merge_cols(device, 4, merge_table.data(), out); }),
-                Csr::build(a.rows, a.cols, [&](I i, Csr& out) {
-                  for (int p = 0; p < 3; ++p) {
-                    for (const auto& [j, v] : expected[p].row(i))
-                      out.push(j + blocks[p].first_col, v);
-                  }
-                }));
+      EXPECT_EQ(
+          this->twoPasses(device, a.rows, a.cols,
+                          [&](View out) { Ops::csr_merge_cols(device, 4, merge_table, out); }),
+          Csr::build(a.rows, a.cols, [&](I i, Csr& out) {
+            for (int p = 0; p < 3; ++p) {
+              for (const auto& [j, v] : expected[p].row(i)) out.push(j + blocks[p].first_col, v);
+            }
+          }));
     }
   });
 }
@@ -143,7 +140,7 @@ TYPED_TEST(SpBlasSelection, NothingIsWrittenForMatricesWithoutRows) {
     test::DeviceArray<I> bounds(device, std::vector<I>{0, 2, 5});
     test::DeviceArray<View> table(device, std::vector<View>(2));
     for (const CSRMatStep step : {CSR_MAT_STEP_COUNT, CSR_MAT_STEP_FILL}) {
-      Ops::csr_split_cols(device, step, {}, 2, bounds.data(), table.data(), 1);
+      Ops::csr_split_cols(device, step, {}, 2, bounds, table, 1);
     }
     Ops::csr_append_rows(device, {}, 0, 0, {});
     EXPECT_EQ(table.values()[1].row_begin, nullptr);
@@ -161,8 +158,8 @@ TYPED_TEST(SpBlasSelection, DiagonalFollowsTheBlockOffsets) {
           if (j == i + offset) expected[i] = v;
         }
       }
-      Ops::csr_diag(device, a.rows, a.cols, d.rowptr(), d.col_idx(), d.values(), out.data(),
-                    10 + offset, 10);
+      Ops::csr_diag(device, a.rows, a.cols, d.rowptr(), d.col_idx(), d.values(), out, 10 + offset,
+                    10);
       EXPECT_EQ(out.values(), expected);
     }
   });
@@ -176,8 +173,7 @@ TEST(SpBlasSelection, MergedRowsAreSoundForOneBlockOnly) {
     const auto merged = [&](int rows, const std::vector<COT_MergeCSRRawMat<double, int>>& blocks) {
       DeviceArray<COT_MergeCSRRawMat<double, int>> table(device, blocks);
       return twoPass<double, int>(device, rows, 200, [&](COT_CSRRawMat<double, int> out) {
-        SpBlasOps<double, int>::csr_merge_rows(device, static_cast<int>(blocks.size()),
-                                               table.data(), out);
+        SpBlasOps<double, int>::csr_merge_rows(device, static_cast<int>(blocks.size()), table, out);
       });
     };
     const DeviceCsr<double> d(device, a);

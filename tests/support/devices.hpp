@@ -34,6 +34,7 @@ class DeviceArray {
       : device_(other.device_), size_(other.size_), data_(std::exchange(other.data_, nullptr)) {}
 
   T* data() const { return data_; }
+  operator T*() const { return data_; }
   std::vector<T> values() const {
     std::vector<T> out(size_);
     if (size_ > 0) device_.rawCopyTo(size_ * sizeof(T), data_, Device(), out.data());
