@@ -53,7 +53,6 @@ TEST(StepTraffic, AnIterationExchangesForItsProductsAndReducesThreeTimes) {
   for (const Row& row : std::vector<Row>{{"", 0, 0},
                                          {"SmootherJacobi", 2, 1},
                                          {"SmootherJacobi", 2, -1},
-                                         {"SmootherJacobiLp", 2, 1},
                                          {"SmootherSOR", 2, 1},
                                          {"SmootherSSOR", 4, 3}}) {
     SCOPED_TRACE(row.smoother + (row.coarsest < 0 ? " with elimination" : ""));
