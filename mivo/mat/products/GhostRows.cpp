@@ -55,15 +55,15 @@ template <class G, class L>
 void GhostIndices<G, L>::insert(int part, L index) {
   const G key = beginOf(part) + static_cast<G>(index);
   const std::size_t at = placeOf(key);
-  if (slots_[at].key >= 0) return;
-  slots_[at].key = key;
+  if (slots_[at].ghost >= 0) return;
+  slots_[at] = {key, 0};
   wanted_[static_cast<std::size_t>(part)].push_back(index);
   if (2 * ++taken_ <= slots_.size()) return;
   std::vector<Slot> old(2 * slots_.size());
   old.swap(slots_);
   --shift_;
   for (const Slot& slot : old) {
-    if (slot.key >= 0) slots_[placeOf(slot.key)] = slot;
+    if (slot.ghost >= 0) slots_[placeOf(slot.key)] = slot;
   }
 }
 
@@ -356,16 +356,13 @@ CSRMatrixT<T, L> GhostRows<T, G, L>::stack(const GhostIndices<G, L>& numbers,
   template std::vector<CSRMatrixT<T, int>> GhostIndices<G, int>::split(const CSRMatrixT<T, int>&)  \
       const;                                                                                       \
   template RowParts<T, int> ownPartsOf(const ParCSRMatrixT<T, G, int>&);                           \
-  template CSRMatrixT<T, int> stackParts(const RowParts<T, int>&, int,                             \
-                                         const GhostIndices<G, int>&);                             \
-  template class GhostRows<T, G, int>;
-#define MIVO_INST(T)      \
-  MIVO_OF_INDICES(T, int) \
-  MIVO_OF_INDICES(T, long)
+  template CSRMatrixT<T, int> stackParts(const RowParts<T, int>&, int, const GhostIndices<G, int>&);
 template class GhostIndices<int, int>;
 template class GhostIndices<long, int>;
-MIVO_INSTANTIATE_VALUES(MIVO_INST)
-#undef MIVO_INST
+MIVO_INSTANCE_VALUES(GhostRows, int, int)
+MIVO_INSTANCE_VALUES(GhostRows, long, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_OF_INDICES, int)
+MIVO_INSTANTIATE_VALUES_WITH(MIVO_OF_INDICES, long)
 #undef MIVO_OF_INDICES
 
 }  // namespace mivo

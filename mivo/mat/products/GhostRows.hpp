@@ -55,7 +55,7 @@ class GhostIndices {
   L numberOf(int part, L index) const {
     if (part == rank_) return first_ + index;
     const Slot& slot = slots_[placeOf(beginOf(part) + static_cast<G>(index))];
-    return slot.key < 0 ? L(-1) : numberOfGhost(slot.ghost);
+    return slot.ghost < 0 ? L(-1) : numberOfGhost(slot.ghost);
   }
   L numberOfGhost(L ghost) const { return ghost < before_ ? ghost : ghost + own_; }
   /// Ghosts of a part, as their owner counts them, ascending.
@@ -82,8 +82,8 @@ class GhostIndices {
  private:
   /// A place of an open-addressed table, at most half of which are taken.
   struct Slot {
-    G key = -1;
-    L ghost = -1;
+    G key = 0;
+    L ghost = -1;  ///< its number among them; negative where the place is free
   };
 
   G beginOf(int part) const { return part_.getOffsets()[static_cast<std::size_t>(part)]; }
@@ -91,7 +91,7 @@ class GhostIndices {
   std::size_t placeOf(G index) const {
     std::size_t at = static_cast<std::size_t>(
         static_cast<unsigned long long>(index) * 0x9E3779B97F4A7C15ULL >> shift_);
-    while (slots_[at].key >= 0 && slots_[at].key != index) at = (at + 1) & (slots_.size() - 1);
+    while (slots_[at].ghost >= 0 && slots_[at].key != index) at = (at + 1) & (slots_.size() - 1);
     return at;
   }
   void insert(int part, L index);
