@@ -288,7 +288,9 @@ TEST(HierarchyOnRanks, DescribesItself) {
   // least.
   const std::size_t before = amg->getBytes();
   EXPECT_GE(static_cast<double>(before), own);
-  ParVector<double> x(A.getRowPartitioner(), Device()), b(A.getRowPartitioner(), Device());
+  ParMatrixT<double, long, int> x, b;
+  x.create(part, Device());
+  b.create(part, Device());
   b.fill(1);
   x.fill(0);
   amg->precondition(b, x);

@@ -90,7 +90,7 @@ TEST(HaloProduct, MatricesOfSeveralCommunicatorsDoNotMixTheirMessages) {
         squares.push_back(static_cast<double>((i + round) * (i + round)));
       Vector x, y;
       x.create(A.getRowPartitioner(), device, A.getComm());
-      x.setLocalMatrix(matrixOf<double, int>(device, static_cast<int>(end - begin), 1, squares));
+      x.setLocalMatrix({matrixOf<double, int>(device, static_cast<int>(end - begin), 1, squares)});
       Async<double> async;
       A.matVec(x, y, async.get());
       int ranks = 1;

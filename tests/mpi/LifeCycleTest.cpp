@@ -8,8 +8,8 @@
 #include <fstream>
 #include <string>
 
+#include "mivo/testcase/PoissonFDM.hpp"
 #include "tests/support/amg.hpp"
-#include "tests/support/poisson.hpp"
 #include "tests/support/ranks.hpp"
 
 namespace mivo::test {

@@ -12,6 +12,9 @@ int PMPI_Alltoall(const void* send, int sendcount, MPI_Datatype sendtype, void* 
                   MPI_Datatype recvtype, MPI_Comm comm);
 int PMPI_Allreduce(const void* send, void* recv, int count, MPI_Datatype type, MPI_Op op,
                    MPI_Comm comm);
+int PMPI_Gatherv(const void* send, int sendcount, MPI_Datatype sendtype, void* recv,
+                 const int* recvcounts, const int* displs, MPI_Datatype recvtype, int root,
+                 MPI_Comm comm);
 }
 
 namespace mivo::test {
@@ -57,6 +60,13 @@ int MPI_Allreduce(const void* send, void* recv, int count, MPI_Datatype type, MP
                   MPI_Comm comm) {
   ++MessageSpy::get().allreduces;
   return PMPI_Allreduce(send, recv, count, type, op, comm);
+}
+
+int MPI_Gatherv(const void* send, int sendcount, MPI_Datatype sendtype, void* recv,
+                const int* recvcounts, const int* displs, MPI_Datatype recvtype, int root,
+                MPI_Comm comm) {
+  ++MessageSpy::get().gathers;
+  return PMPI_Gatherv(send, sendcount, sendtype, recv, recvcounts, displs, recvtype, root, comm);
 }
 
 }  // extern "C"

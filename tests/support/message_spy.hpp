@@ -27,6 +27,7 @@ struct MessageSpy {
   std::vector<Message> opened;  ///< receipts
   int alltoalls = 0;
   int allreduces = 0;
+  int gathers = 0;
 
   static MessageSpy& get();
   static MessageSpy& start() { return get() = MessageSpy(); }
