@@ -10,7 +10,8 @@ namespace mivo {
 /// The factors of R A P as one rank holds them, all on one device. The rows of A are this rank's,
 /// followed by those of others that R needs. Internal.
 template <class T, class I>
-struct TripleProduct {
+class TripleProduct {
+ public:
   using Local = CSRMatrixT<T, I>;
 
   Local R;                    ///< columns are rows of A
