@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 
 #include "mivo/mpi_stub/mpi.h"
 #include "mivo/precond/ParPreconditionerAMG.hpp"

@@ -50,7 +50,7 @@ template <class T, class G, class L>
 void ParSmootherSOR_T<T, G, L>::bringGhosts(const Vector& x) {
   // All ranks know the partitions. Where only this rank's piece does not fit, the exchange ends the
   // process before it sends anything.
-  const bool fits = x.getRowPartitioner() == matrix.getColPartitioner() &&
+  const bool fits = x.getCols() <= 1 && x.getRowPartitioner() == matrix.getColPartitioner() &&
                     x.getComm() == matrix.getComm() &&
                     x.getDevice().type == matrix.getDevice().type;
   if (x_is_zero && fits) {

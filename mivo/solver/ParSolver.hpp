@@ -72,10 +72,10 @@ class MIVO_API ParSolverT : public virtual ParOperator {
   void logSolverStatus(Preconditioner& P, int iter, R r, R relR0, R relB);
   /// End of the clock, last line. `maxIts` is the iteration limit.
   void finishSolve(Preconditioner& P, int maxIts, int iter, R relres);
-  /// Counts a preconditioner that is no child too.
-  std::size_t getBytes() const override;
 
   ~ParSolverT() override;
+  /// Counts a preconditioner that is no child too.
+  std::size_t getBytes() const override;
 
   /// Family of the key "solver_type".
   static Factory<ParSolverT>& getFactory();

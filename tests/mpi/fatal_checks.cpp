@@ -10,6 +10,7 @@
 #include <string>
 
 #include "mivo/mat/assembly/RowMessages.hpp"
+#include "mivo/precond/ParSmootherSOR.hpp"
 #include "tests/support/ranks.hpp"
 
 namespace {
@@ -49,6 +50,14 @@ const std::map<std::string, std::function<void()>> kCases = {
        Matrix A = identity(6);
        Vector x(last() ? 5 : 6, Device()), y(6, Device());
        A.aAxpby(1.0, x, 0.0, y, nullptr);
+     }},
+    {"sweep_of_two_columns",
+     [] {
+       mivo::ParSmootherSOR_T<double, long, int> sor;
+       sor.setup(identity(6));
+       Vector b(6, 2, Device()), x(6, 2, Device());
+       b.fill(1);
+       sor.precondition(b, x);
      }},
     {"bad_file",
      [] {

@@ -49,9 +49,8 @@ class MIVO_API LevelTransferOps_RS {
   static void par_interpolation(const Matrix& A, const Strength& S, const Marks& cf, bool do_trunc,
                                 double eps_trunc, int cmark, int fmark, G& ncoarse, Matrix& P);
 
-  // Strength (`LevelTransferOps_RS_strength.cpp`) and independent sets, De Sterck, Yang and Heys
-  // 2006
-  // (`LevelTransferOps_RS_PMIS.cpp`).
+  // Strength (`LevelTransferOps_RS_strength.cpp`) and independent sets
+  // (`LevelTransferOps_RS_PMIS.cpp`), De Sterck, Yang and Heys 2006.
 
   /// s_ij = 1 where a_ij is beyond strong_threshold times the row's extreme entry on the other side
   /// of zero than the diagonal; none in rows with |sum| > max_row_sum |a_ii|, unless that is 1 or

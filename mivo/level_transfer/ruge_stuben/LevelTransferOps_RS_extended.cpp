@@ -24,6 +24,21 @@ bool isGivenSomewhere(int comm, const Vector& own) {
   return given != 0;
 }
 
+/// Cuts the rows of `work`, whose entries are rearranged.
+template <class T, class G, class L>
+CSRMatrixT<T, L> truncated(const CSRMatrixT<T, L>& work, double trunc_factor, int max_elmts,
+                           bool rescale, int nrm_type) {
+  CSRMatrixT<T, L> kept;
+  IndexVector begin, end;
+  begin.create(work.getRows(), 1, work.getDevice());
+  end.create(work.getRows(), 1, work.getDevice());
+  SpLevelTransferOps<T, G, L>::boomeramg_csr_truncate(
+      work.getDevice(), work.getRawMat(), static_cast<RealType<T>>(trunc_factor), max_elmts,
+      rescale, nrm_type, begin.getData(), end.getData());
+  work.getSelectedCols(begin, end, kept, work.getCols());
+  return kept;
+}
+
 }  // namespace
 
 template <class T, class G, class L>
@@ -35,16 +50,9 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGCSRMatrixTruncate(const Local& P
     Pout = Local();
     return;
   }
-  Local work, kept;  // the kernel rearranges the entries
+  Local work;
   P.deepCopy(work);
-  IndexVector begin, end;
-  begin.create(work.getRows(), 1, work.getDevice());
-  end.create(work.getRows(), 1, work.getDevice());
-  SpLevelTransferOps<T, G, L>::boomeramg_csr_truncate(
-      work.getDevice(), work.getRawMat(), static_cast<R>(trunc_factor), max_elmts, rescale,
-      nrm_type, begin.getData(), end.getData());
-  work.getSelectedCols(begin, end, kept, work.getCols());
-  Pout = kept;
+  Pout = truncated<T, G, L>(work, trunc_factor, max_elmts, rescale, nrm_type);
 }
 
 template <class T, class G, class L>
@@ -53,7 +61,7 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
     double trunc_factor, int p_max_elmts, G& ncoarse, bool /*debug*/, Matrix& P) {
   using Kernels = SpLevelTransferOps<T, G, L>;
   const Device device = A.getDevice();
-  TickMeter whole, patterns, ghosts, counting, filling;
+  TickMeter whole, patterns, ghosts, counting, filling, truncating;
   whole.start();
 
   patterns.start();
@@ -103,8 +111,14 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
   m.d = shares.getRawMat();
   m.marker = marker.getData();
   m.row = row.getRawMat();
-  m.trunc_factor = static_cast<RealType<T>>(trunc_factor);
-  m.max_elmts = p_max_elmts;
+  // A host cuts each row as it is made. A device, where one task makes them all, cuts them
+  // afterwards, in parallel.
+  const bool atOnce = device.type == Device::kHost;
+  const bool cuts = trunc_factor > 0 || p_max_elmts >= 1;
+  if (atOnce) {
+    m.trunc_factor = static_cast<RealType<T>>(trunc_factor);
+    m.max_elmts = p_max_elmts;
+  }
   const auto ownMarks = cf.getLocalMatrix(-1).toDevice(Device());
   const CoarseCount count(
       A.getComm(),
@@ -115,8 +129,8 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
   std::int64_t room =
       count.own + static_cast<std::int64_t>(p_max_elmts) * (extended.rows - count.own);
   const std::int64_t most = 2 * (static_cast<std::int64_t>(extended.a.getNnz()) + extended.rows);
-  const bool isBound =
-      p_max_elmts >= 1 && room <= std::min<std::int64_t>(most, std::numeric_limits<L>::max());
+  const bool isBound = atOnce && p_max_elmts >= 1 &&
+                       room <= std::min<std::int64_t>(most, std::numeric_limits<L>::max());
   Local local;
   if (!isBound) {
     local.resize(extended.rows, 0, device);
@@ -146,14 +160,18 @@ void LevelTransferOps_RS<T, G, L>::par_BoomerAMGInterpolationExtendedPI(
   local.shrinkNnz(local.evaluateNnzs());
   filling.stop();
 
+  truncating.start();
+  if (!atOnce && cuts && local.getNnz() > 0) {
+    local = truncated<T, G, L>(local, trunc_factor, p_max_elmts, true, 0);
+  }
+  truncating.stop();
   createProlongation(A, local, ncoarse, P);
   whole.stop();
-  // Rows are truncated as they are filled.
   MIVO_LOG(3, Utils::getVerboseLevel() >= 3)
       << "par_BoomerAMGInterpolationExtendedPI time " << whole.getTimeSec()
       << " ghost_and_comm_pat_time " << patterns.getTimeSec() << " ghost_time "
       << ghosts.getTimeSec() << " get_non_zero_time " << counting.getTimeSec() << " fill_elem_time "
-      << filling.getTimeSec() << " truncate_time " << 0.0;
+      << filling.getTimeSec() << " truncate_time " << truncating.getTimeSec();
 }
 
 MIVO_INSTANCE_SCALARS(LevelTransferOps_RS, long, int)

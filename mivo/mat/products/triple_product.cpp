@@ -19,14 +19,15 @@ I twice(I n) {
   return n > kMost<I> / 2 ? kMost<I> : static_cast<I>(2 * n);
 }
 
-/// A matrix that is filled row by row, and makes room as it goes. What is not used of it is not
-/// touched.
+/// A matrix that is filled row by row, and makes room as it goes: on a host twice of what is asked
+/// for, since what is not used is not touched there.
 template <class T, class I>
 class GrowingMatrix {
  public:
   using Local = CSRMatrixT<T, I>;
 
-  GrowingMatrix(I rows, I cols, I capacity, const Device& device) : capacity_(twice(capacity)) {
+  GrowingMatrix(I rows, I cols, I capacity, const Device& device)
+      : capacity_(device.type == Device::kHost ? twice(capacity) : capacity) {
     matrix_.create(rows, cols, capacity_, device);
   }
 
