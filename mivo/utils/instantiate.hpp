@@ -2,6 +2,9 @@
 #pragma once
 
 #include "mivo/utils/Complex.hpp"
+#ifdef MIVO_WITH_CUDA
+#include "mivo/spm/impls/Cuda.hpp"
+#endif
 
 /// The types for which the class templates of the library exist. A list calls M(T) for each of
 /// them; the lists ending in _WITH hand further arguments on: M(T, ...).
