@@ -187,7 +187,7 @@ TYPED_TEST(DenseProducts, DiagonalsAndRowNormsOfEitherShape) {
   }
 }
 
-// A scatter keeps the last of equal targets.
+// A scatter on the host keeps the last of equal targets; devices have no order.
 TYPED_TEST(DenseProducts, RowsAndElementsAreReadAndWritten) {
   MIVO_DENSE_TYPES
   const std::vector<int> rows = {6, 0, 0, 3, 5};
@@ -195,16 +195,18 @@ TYPED_TEST(DenseProducts, RowsAndElementsAreReadAndWritten) {
     Plain<T> a(7, 3, 1u), into(7, 3, 2u), picked(5, 3);
     const Plain<T> b(5, 3, 3u);
     OnDevice<TypeParam> da(device, a), db(device, b), dinto(device, into), dpicked(device, picked);
-    DeviceArray<int> list(device, rows);
+    std::vector<int> targets = rows;
+    if (device.type != Device::kHost) targets[2] = 1;
+    DeviceArray<int> list(device, rows), places(device, targets);
     for (long r = 0; r < 5; ++r) {
       for (long j = 0; j < 3; ++j) {
         picked(r, j) = a(rows[static_cast<std::size_t>(r)], j);
-        into(rows[static_cast<std::size_t>(r)], j) = b(r, j);
+        into(targets[static_cast<std::size_t>(r)], j) = b(r, j);
       }
     }
     Ops::select_rows(device, 5, 3, list, da, da.ld(), dpicked, dpicked.ld());
     EXPECT_EQ(dpicked.plain().values, picked.values);
-    Ops::unselect_rows(device, 5, 3, list, db, db.ld(), dinto, dinto.ld());
+    Ops::unselect_rows(device, 5, 3, places, db, db.ld(), dinto, dinto.ld());
     EXPECT_EQ(dinto.plain().values, into.values);
     Ops::select_rows(device, 0, 3, nullptr, nullptr, 1, nullptr, 1);
 
